@@ -1,0 +1,124 @@
+// The camera as a USB device: everything behind its connector, nothing of the bus before it.
+//
+// One Camera is driven by one front end (virtual bus, USB/IP server). The front end owns the thread
+// that calls advance() and carries setup packets and endpoint data between its host and the model.
+//
+// All functions may be called from any thread. None blocks for longer than a short critical section,
+// except advance(), which makes pictures.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "virtcam/model/camera_config.h"
+
+namespace virtcam {
+
+using Clock = std::chrono::steady_clock;
+using TimePoint = Clock::time_point;
+
+/// SETUP packet of a control transfer (USB 2.0, table 9-2), fields in host byte order.
+struct Setup {
+    uint8_t request_type = 0;  ///< bmRequestType
+    uint8_t request = 0;       ///< bRequest
+    uint16_t value = 0;        ///< wValue
+    uint16_t index = 0;        ///< wIndex
+    uint16_t length = 0;       ///< wLength
+
+    bool device_to_host() const { return (request_type & 0x80) != 0; }
+};
+
+/// Answer of the device to a control transfer.
+struct ControlReply {
+    bool stall = false;         ///< request refused (protocol STALL); data is empty then
+    std::vector<uint8_t> data;  ///< IN data, never more than Setup::length; empty for OUT
+};
+
+/// One vendor or class command that reached the device, as recorded for tests and status dump.
+struct CommandRecord {
+    TimePoint when;
+    Setup setup;
+    std::vector<uint8_t> data;  ///< OUT data, or the IN data of the reply
+    bool stalled = false;
+};
+
+class Camera {
+  public:
+    explicit Camera(const CameraConfig& config);
+    ~Camera();
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+
+    // --- power and presence -------------------------------------------------------------------
+    // A camera is constructed powered and plugged, with the identity that the configuration names.
+
+    /// Removes power and restores it: every volatile setting is lost, the identity is the
+    /// configuration's start identity again. Flash content stays in the record, see flash().
+    void power_cycle();
+    /// Takes the camera off the bus, as pulling the cable does (power is lost).
+    void unplug();
+    /// Puts it back after unplug(); a new attachment begins. No effect while plugged.
+    void plug();
+
+    /// True while a host sees the device on the bus.
+    bool attached() const;
+    /// Number of the current (or last) attachment, 1 for the first: it grows at each arrival, so a
+    /// front end knows that a handle of an earlier attachment is dead.
+    uint64_t attachment() const;
+
+    /// Called without locks held, from whichever thread caused it, whenever presence changed or
+    /// advance() may have something to do sooner than it said last. One listener; set it before use.
+    void set_listener(std::function<void()> listener);
+
+    /// Does all work that is due at `now`: re-enumeration after a burn, departure, the next picture.
+    /// Returns when it wants to be called again at the latest (TimePoint::max() when idle).
+    TimePoint advance(TimePoint now);
+
+    // --- the wire -----------------------------------------------------------------------------
+    // With the device detached, control() stalls, bulk_out() is false and the IN functions have no
+    // data; front ends check attached() first and answer 'no device' themselves.
+
+    /// Runs one control transfer, standard requests included (descriptors, SET_CONFIGURATION,
+    /// SET_INTERFACE, CLEAR_FEATURE). `out` is the OUT data stage, empty for IN.
+    ControlReply control(const Setup& setup, std::span<const uint8_t> out);
+
+    /// One OUT transfer on a bulk endpoint (address without direction bit). False: STALL.
+    bool bulk_out(uint8_t endpoint, std::span<const uint8_t> data);
+
+    /// Next UVC payload of bulk IN endpoint 0x81, at most `room` bytes, or nothing (NAK) when none
+    /// is due. A payload is one transfer: it ends with a short packet or at `room` bytes.
+    std::optional<std::vector<uint8_t>> bulk_in(uint8_t endpoint, size_t room);
+
+    /// Data of the next isochronous packet (one service interval of 1 ms) of endpoint 0x82; empty
+    /// when the alternate setting is 0. The caller keeps the clock: one call per millisecond.
+    std::vector<uint8_t> iso_in(uint8_t endpoint, size_t room);
+
+    /// Descriptors of the present identity, exactly as GET_DESCRIPTOR answers them.
+    std::vector<uint8_t> device_descriptor() const;
+    std::vector<uint8_t> configuration_descriptor() const;
+    /// UTF-8 text of string descriptor `index` (1 maker, 2 product, 3 serial); empty when none.
+    std::string string(uint8_t index) const;
+
+    // --- for people and tests -----------------------------------------------------------------
+    /// Bytes that the last successful burn put into flash; empty before any.
+    std::vector<uint8_t> flash() const;
+    /// Vendor and class commands since construction, oldest first.
+    std::vector<CommandRecord> commands() const;
+    /// Identity, flash digest, options, controls, light, commands, frames and sequence numbers per
+    /// stream. The keys are documented in docs/virtual-camera.md.
+    nlohmann::json status() const;
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace virtcam
