@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+"""scripts/run-tests: every way in which a test can go wrong is counted."""
+
+import importlib.machinery
+import importlib.util
+import sys
+import unittest
+import xml.etree.ElementTree as ElementTree
+from pathlib import Path
+
+SCRIPT = Path(__file__).resolve().parents[2] / "scripts/run-tests"
+sys.dont_write_bytecode = True  # nothing beside the script
+LOADER = importlib.machinery.SourceFileLoader("run_tests", str(SCRIPT))
+run_tests = importlib.util.module_from_spec(
+    importlib.util.spec_from_loader(LOADER.name, LOADER))
+LOADER.exec_module(run_tests)
+
+
+def ctest_case(status, output, message=""):
+    case = ElementTree.Element("testcase", name="t", status=status)
+    if status != "run":
+        ElementTree.SubElement(case, "failure", message=message)
+    ElementTree.SubElement(case, "system-out").text = output
+    return case
+
+
+class Counting(unittest.TestCase):
+    def count(self, *arguments):
+        tally = run_tests.Tally()
+        bad, _ = run_tests.count_cases(tally, "release", ctest_case(*arguments))
+        return tally.passed, len(tally.failures), bad
+
+    def test_each_case_counts(self):
+        output = "[ RUN      ] A.b\n[       OK ] A.b (0 ms)\n[       OK ] A.c/0 (12 ms)\n"
+        self.assertEqual(self.count("run", output), (2, 0, []))
+
+    def test_result_behind_unfinished_text(self):
+        self.assertEqual(self.count("run", "log[       OK ] A.b (0 ms)\n"), (1, 0, []))
+
+    def test_failed_case(self):
+        output = ("[       OK ] A.b (0 ms)\n[  FAILED  ] A.c (3 ms)\n[  FAILED  ] 1 test, listed "
+                  "below:\n[  FAILED  ] A.c\n")
+        self.assertEqual(self.count("fail", output), (1, 1, ["A.c"]))
+
+    def test_failed_case_with_parameter(self):
+        output = "[  FAILED  ] All/A.c/1, where GetParam() = \"(x ms)\" (3 ms)\n"
+        self.assertEqual(self.count("fail", output), (0, 1, ["All/A.c/1"]))
+
+    def test_skipped_case_is_a_failure(self):
+        self.assertEqual(self.count("run", "[  SKIPPED ] A.c (3 ms)\n"), (0, 1, ["A.c"]))
+
+    def test_process_that_dies(self):
+        passed, failed, bad = self.count("fail", "[       OK ] A.b (0 ms)\n", "SEGFAULT")
+        self.assertEqual((passed, failed), (1, 1))
+        self.assertIn("SEGFAULT", bad[0])
+
+    def test_test_without_cases(self):
+        self.assertEqual(self.count("run", "fine\n"), (1, 0, []))
+        self.assertEqual(self.count("fail", "bad\n", "Failed")[:2], (0, 1))
+
+    def test_test_that_was_not_run(self):
+        self.assertEqual(self.count("notrun", "", "Unable to find executable")[:2], (0, 1))
+
+
+if __name__ == "__main__":
+    unittest.main()

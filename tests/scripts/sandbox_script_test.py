@@ -1,0 +1,83 @@
+#!/usr/bin/env python3
+"""scripts/sandbox from outside: exit status, signals, privacy of the folders, what is left."""
+
+import os
+import signal
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+SANDBOX = Path(__file__).resolve().parents[2] / "scripts/sandbox"
+# A command that says it is ready, and then tells which signal ended it.
+TRAP = "trap 'echo got INT; exit 3' INT; trap 'echo got TERM; exit 4' TERM; echo ready; " \
+       "while :; do read -r _ < /dev/fd/0 || :; done"
+
+
+class Sandbox(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.env = dict(os.environ, TMPDIR=self.folder.name)
+
+    def run_in(self, *arguments):
+        return subprocess.run([SANDBOX, *arguments], env=self.env, stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=30)
+
+    def test_exit_status_is_the_commands(self):
+        self.assertEqual(self.run_in("--", "sh", "-c", "exit 42").returncode, 42)
+
+    def test_death_by_signal_is_told_as_a_shell_does(self):
+        self.assertEqual(self.run_in("--", "sh", "-c", "kill -SEGV $$").returncode, 128 + 11)
+
+    def test_unknown_command_is_127(self):
+        self.assertEqual(self.run_in("no-such-command-here").returncode, 127)
+
+    def test_missing_template_is_refused(self):
+        run = self.run_in("--tv", "/no/such/folder", "true")
+        self.assertEqual(run.returncode, 125)
+        self.assertIn("/no/such/folder", run.stderr)
+
+    def test_nothing_is_left_behind(self):
+        before = set(os.listdir("/"))
+        self.assertEqual(self.run_in("sh", "-c", "touch /dtv/x /mtd_exe/y").returncode, 0)
+        self.assertEqual(os.listdir(self.folder.name), [])
+        self.assertEqual(set(os.listdir("/")), before)
+
+    def test_two_sandboxes_do_not_see_each_other(self):
+        other = f"{SANDBOX} -- test -e /dtv/mark"
+        run = self.run_in("sh", "-c", f"touch /dtv/mark && ! {other} && test -e /dtv/mark")
+        self.assertEqual(run.returncode, 0, run.stderr)
+
+    def test_state_folder_is_kept(self):
+        with tempfile.TemporaryDirectory() as state:
+            self.run_in("--state", state, "--", "sh", "-c", "echo 1.45.203 > /dtv/cm_cam_version")
+            self.assertEqual(Path(state, "dtv/cm_cam_version").read_text(), "1.45.203\n")
+
+    def test_template_is_copied_not_shared(self):
+        with tempfile.TemporaryDirectory() as template:
+            os.mkdir(Path(template, "dtv"))
+            Path(template, "dtv/cm_frequency").write_text("2\n")
+            run = self.run_in("--tv", template, "sh", "-c",
+                              "cat /dtv/cm_frequency; echo 1 > /dtv/cm_frequency")
+            self.assertEqual(run.stdout, "2\n")
+            self.assertEqual(Path(template, "dtv/cm_frequency").read_text(), "2\n")
+
+    def signalled(self, number):
+        process = subprocess.Popen([SANDBOX, "--", "bash", "-c", TRAP], env=self.env,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        with process.stdin, process.stdout:
+            self.assertEqual(process.stdout.readline(), "ready\n")
+            process.send_signal(number)
+            told = process.stdout.readline()
+        return told, process.wait(timeout=30)
+
+    def test_interrupt_reaches_the_command_which_may_clean_up(self):
+        self.assertEqual(self.signalled(signal.SIGINT), ("got INT\n", 3))
+
+    def test_termination_reaches_the_command(self):
+        self.assertEqual(self.signalled(signal.SIGTERM), ("got TERM\n", 4))
+
+
+if __name__ == "__main__":
+    unittest.main()
