@@ -1,6 +1,6 @@
 // The television framework's view of a camera: the classes, records and numbers that host and
-// plug-in exchange. Host and plug-in must be built with the same C++ ABI (std::string, std::vector);
-// the virtual functions are called by slot, so their order is part of the contract.
+// plug-in exchange. Host and plug-in must be built with the same C++ ABI (std::string,
+// std::vector); the virtual functions are called by slot, so their order is part of the contract.
 #pragma once
 
 #include <atomic>
@@ -265,9 +265,9 @@ union CAM_PROP_VALUE {
 
 /// One frame, audio block or still image. Valid only during ICameraObserver::Update.
 struct CCameraData {
-    void* m_pData;           ///< borrowed
-    unsigned long m_size;    ///< bytes
-    unsigned long m_cts;     ///< capture time, 90 kHz, 32 bits; 0 where the stream has none
+    void* m_pData;         ///< borrowed
+    unsigned long m_size;  ///< bytes
+    unsigned long m_cts;   ///< capture time, 90 kHz, 32 bits; 0 where the stream has none
     CAM_STREAM_TYPE m_type;
 };
 
@@ -292,8 +292,8 @@ class ICameraObserver {
   public:
     virtual ~ICameraObserver() = default;
 
-    /// Takes one record. Runs on a capture thread with the observer lock held: it must be short, must
-    /// copy what it keeps, and must not call StartRecording, StopRecording, SetProperty or
+    /// Takes one record. Runs on a capture thread with the observer lock held: it must be short,
+    /// must copy what it keeps, and must not call StartRecording, StopRecording, SetProperty or
     /// GetProperty. A video observer may register and remove observers; an audio observer may not.
     virtual bool Update(const CCameraData* data) = 0;
 

@@ -1,0 +1,47 @@
+// The audio engine with its event thread and a volume scale that starts at the device's minimum.
+#pragma once
+
+#include <stdio.h>
+#include <sys/time.h>
+
+#include "CLibusb_UacCtrl.h"
+#include "ptasking.h"
+
+class CAIT_AUDIO_LIB : public CLibUSB_UacCtrl, public pThread {
+  public:
+    CAIT_AUDIO_LIB();
+    /// The owner stops the stream first.
+    ~CAIT_AUDIO_LIB() override;
+
+    /// Starts the stream at `rate` Hz and then the event thread, whatever the result (unlike the
+    /// video engine); returns the start's result.
+    int EnableStream(int rate);
+    /// Stops stream and event thread; nothing when nothing streams, so that the thread of a failed
+    /// start runs on until the engine is destroyed. Always 0.
+    int DisableStream();
+
+    int AudioTransferStart();
+    int AudioTransferStop();
+    void EnableTest() { m_bTest = 1; }
+
+    unsigned int GetMinVolume() const { return static_cast<unsigned int>(UAC_GetMinVolume()); }
+    unsigned int GetMaxVolume() const { return static_cast<unsigned int>(UAC_GetMaxVolume()); }
+    /// Current volume as an offset above the minimum, device units.
+    unsigned int GetCurVolume() const;
+    int SetCurVolume(unsigned int offset);
+    int SetSamplingRate(unsigned int rate) { return UAC_SetSamplingRate(rate); }
+
+    void Run() override;
+
+  private:
+    // Kept for the layout; nothing reads them.
+    int m_Num_Audio_PacketsPerTransfer = 0;
+    int m_r = 0;
+    FILE* m_file = nullptr;
+    libusb_device** m_ppDevList = nullptr;
+    int m_bTest = 0;
+    unsigned char* m_ptr = nullptr;
+    int m_ExitThread = 0;
+    int m_i = 0;
+    timeval m_tv = {0, 1};
+};

@@ -1,0 +1,110 @@
+// Fixed ring of elements between one producer and one consumer.
+//
+// The queue moves no data and owns no element: the producer fills the element at the write index
+// before it publishes it, the consumer reads the one at the read index before it releases it. An
+// unread element is never overwritten: when all are published the producer gets none and the newest
+// data is lost, while what is queued is delivered in order.
+#pragma once
+
+#include <stdint.h>
+
+#include "ptasking.h"
+
+template <typename T>
+class StaticSyncQueue {
+  public:
+    /// `elems` (owned by the caller, filled before use) has `len` slots.
+    StaticSyncQueue(T* elems, int len) : m_pElemArray(elems), m_QueueLen(len) {}
+    StaticSyncQueue(const StaticSyncQueue&) = delete;
+    StaticSyncQueue& operator=(const StaticSyncQueue&) = delete;
+
+    /// Element to fill next, not yet published. A full queue is waited for once, at most
+    /// `timeoutMs` milliseconds (negative: without limit); null when it is still full then.
+    T GetWritePtr(int timeoutMs) {
+        pMutexLock lock(m_QueueMutex);
+        if (m_ItemCnt == m_QueueLen) {
+            WaitOnce(timeoutMs);
+            if (m_ItemCnt == m_QueueLen) {
+                return nullptr;
+            }
+        }
+        return m_pElemArray[m_WrIndex];
+    }
+
+    /// Publishes the element that GetWritePtr gave; ignored when the queue is full.
+    void WriteDone() {
+        pMutexLock lock(m_QueueMutex);
+        if (m_ItemCnt == m_QueueLen) {
+            return;
+        }
+        IncIndex(m_WrIndex);
+        if (m_ItemCnt == 0) {
+            m_QueueEvent.Trigger(m_QueueMutex);
+        }
+        ++m_ItemCnt;
+    }
+
+    /// Oldest published element; null when none came within 500 ms (or within one wake-up).
+    T GetReadPtr() {
+        pMutexLock lock(m_QueueMutex);
+        if (m_ItemCnt == 0) {
+            WaitOnce(kReadTimeoutMs);
+            if (m_ItemCnt == 0) {
+                return nullptr;
+            }
+        }
+        return m_pElemArray[m_RdIndex];
+    }
+
+    /// Releases the element that GetReadPtr gave; ignored when the queue is empty.
+    void ReadDone() {
+        pMutexLock lock(m_QueueMutex);
+        if (m_ItemCnt == 0) {
+            return;
+        }
+        IncIndex(m_RdIndex);
+        if (m_ItemCnt == m_QueueLen) {
+            m_QueueEvent.Trigger(m_QueueMutex);
+        }
+        --m_ItemCnt;
+    }
+
+    /// Makes a blocked producer or consumer look again.
+    void WakeWait() { m_QueueEvent.Trigger(m_QueueMutex); }
+
+    uint32_t GetCnt() {
+        pMutexLock lock(m_QueueMutex);
+        return static_cast<uint32_t>(m_ItemCnt);
+    }
+    uint32_t GetEmptyCnt() {
+        pMutexLock lock(m_QueueMutex);
+        return static_cast<uint32_t>(m_QueueLen - m_ItemCnt);
+    }
+    /// Threads that are blocked in a wait on this queue.
+    int GetNumWaiters() {
+        pMutexLock lock(m_QueueMutex);
+        return m_NumWaiters;
+    }
+
+    void IncIndex(int& index) { index = index < m_QueueLen - 1 ? index + 1 : 0; }
+
+  private:
+    static constexpr int kReadTimeoutMs = 500;
+
+    void WaitOnce(int timeoutMs) {
+        ++m_NumWaiters;
+        m_QueueEvent.Wait(m_QueueMutex, timeoutMs);
+        --m_NumWaiters;
+    }
+
+    const char* m_pName = nullptr;  // kept for the layout; nothing reads it
+    T* m_pElemArray;
+    int m_QueueLen;
+    int m_ItemSize = 0;  // likewise
+    int m_WrIndex = 0;
+    int m_RdIndex = 0;
+    int m_ItemCnt = 0;  // published and not yet released
+    int m_NumWaiters = 0;
+    pMutex m_QueueMutex;  // guards all of the above
+    pSyncEvent m_QueueEvent;
+};

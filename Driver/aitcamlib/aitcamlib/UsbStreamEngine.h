@@ -1,0 +1,151 @@
+// What the video and the audio streaming engine share: opening and claiming the camera, the life of
+// asynchronous transfers, the frame queue between event thread and consumer, and the event round.
+// Each engine owns a libusb context and a device handle of its own.
+//
+// Locks, in the order in which they are taken:
+//   transfer lock  one round of event handling, cancellation and teardown. The event thread
+//   releases
+//                  it between rounds and, once the stream is marked as ended, leaves a gap there.
+//   producer lock  one completion, and the parts of teardown that a completion must not meet.
+//   Needed
+//                  besides the transfer lock because libusb's synchronous calls handle the events
+//                  of their context too: a completion may run on any thread inside a control
+//                  transfer.
+//   queue mutex    inside StaticSyncQueue.
+//
+// Stop contract: the engine's stop marks the stream as ended (nothing is resubmitted from then on),
+// wakes and waits out the consumer, cancels, sleeps its fixed time while the event thread reaps,
+// then waits until each cancelled transfer has been reaped, at most 2 s more. A transfer that never
+// comes back is leaked and said so: freeing it would pull it from under libusb. The consumer hands
+// a lent buffer back before it asks for the stop.
+#pragma once
+
+#include <libusb-1.0/libusb.h>
+#include <stdint.h>
+
+#include <atomic>
+
+#include "CFrameBuf.h"
+#include "StaticSyncQueue.h"
+#include "ptasking.h"
+
+class UsbStreamEngine {
+  public:
+    enum TransferCbParamStatus { _READY = 0, _STOPED = 1 };
+
+    /// User data of one transfer; owns the transfer's buffer.
+    class TransferCbParam {
+      public:
+        TransferCbParam(UsbStreamEngine* engine, int id, size_t bufferSize);
+        virtual ~TransferCbParam() { delete[] transfer_buf; }
+        TransferCbParam(const TransferCbParam&) = delete;
+        TransferCbParam& operator=(const TransferCbParam&) = delete;
+
+        /// Null once the engine has given the transfer up.
+        std::atomic<UsbStreamEngine*> pThis;
+        int transfer_id;
+        unsigned char* transfer_buf;            ///< null when memory was short
+        TransferCbParamStatus status = _READY;  // kept for the layout; nothing consults it
+        /// libusb holds the transfer: submitted and not yet completed.
+        std::atomic<bool> in_flight{false};
+    };
+
+    UsbStreamEngine(const UsbStreamEngine&) = delete;
+    UsbStreamEngine& operator=(const UsbStreamEngine&) = delete;
+
+    // Consumer side, for one capture thread.
+
+    /// Copies the oldest frame, at most `size` bytes, and releases it (the rest of a larger frame
+    /// is lost). Bytes copied; 0 when none came within 500 ms or nothing streams.
+    unsigned int ReadFrame(unsigned char* dst, unsigned int size);
+
+    /// Lends the oldest frame without copying; it stays queued until QueueFrameBuf, which must
+    /// follow exactly once. Its length, or 0 with both outputs zeroed when none came within 500 ms
+    /// or nothing streams. An empty frame is released at once and counts as none.
+    unsigned int DequeFrameBuf(unsigned char** pBuf, unsigned int* pLen);
+
+    /// Hands back the frame lent by the last successful DequeFrameBuf. Always 0.
+    unsigned int QueueFrameBuf();
+
+    /// One round of event handling, at most 33 ms, under the transfer lock; pauses 500 µs after it
+    /// when nothing streams, so that an idle engine does not spin and a stop gets the lock.
+    void handle_libusb_event();
+
+    /// Completion callback of every transfer of the engine.
+    static void callback(libusb_transfer* transfer);
+
+  protected:
+    struct InterfaceTexts {
+        const char* claim_failed;  ///< with one %d for the libusb error
+        const char* claimed;
+    };
+
+    /// The arrays belong to the engine; all slots start as null.
+    UsbStreamEngine(libusb_transfer** transfers, int transferCount, CFrameBuf** frameBufs,
+                    int frameBufCount);
+    virtual ~UsbStreamEngine() = default;
+
+    /// Takes the data of a completed or timed-out transfer; resubmits it or not. Producer lock
+    /// held.
+    virtual int FillFromTransfer(libusb_transfer* transfer) = 0;
+
+    // --- device -------------------------------------------------------------------------------
+    /// Opens the camera, or else a device with the fallback identity, and reads its configuration.
+    /// False with m_pDevH null when there is none. The caller holds m_libusb_ctrl_lock.
+    bool OpenDevice(int vid, int pid);
+    void DetachKernelDriver(int interface);
+    bool ClaimInterface(int interface, const InterfaceTexts& texts);
+    /// Closes the handle and clears the field; a handle that libusb cannot close any more is
+    /// leaked.
+    void CloseDevice();
+    /// Selects an alternate setting; a negative libusb error on failure. Not attempted once the
+    /// device is known to be gone, see m_bDeviceGone.
+    int SelectAltSetting(int interface, int alternate);
+    /// Notes a result of libusb on the handle, so that a lost device is remembered; returns it.
+    int NoteResult(int result);
+
+    // --- transfers ----------------------------------------------------------------------------
+    int SubmitTransfer(libusb_transfer* transfer);
+    void CancelTransfer(int index);
+    /// Waits until no transfer is in flight, at most 2 s, handling events itself: there may be no
+    /// event thread. Takes the transfer lock, round by round.
+    void WaitUntilReaped();
+    bool AnyInFlight() const;
+    /// Frees transfer and parameter object and clears the slot; leaks a transfer that is still in
+    /// flight.
+    void FreeTransfer(int index);
+
+    // --- frame buffers ------------------------------------------------------------------------
+    /// Creates the buffers, `capacity` bytes each, and the queue over them; false when memory is
+    /// short (what exists is left to DestroyQueue).
+    bool CreateQueue(unsigned int capacity);
+    void WakeQueue();
+    /// Wakes and waits out every thread inside the queue, then destroys queue and buffers. Transfer
+    /// lock held.
+    void DestroyQueue();
+    StaticSyncQueue<CFrameBuf*>* Queue() const { return m_pFrameQueue.load(); }
+
+    pMutex m_TransferMtx;
+    pMutex m_ProducerMtx;
+    libusb_device_handle* m_pDevH = nullptr;
+    libusb_context* m_ctx = nullptr;
+    libusb_device* m_pDev = nullptr;
+    std::atomic<StaticSyncQueue<CFrameBuf*>*> m_pFrameQueue{nullptr};
+    std::atomic<bool> IsStreaming{false};
+    /// A libusb call or completion said that the device is gone. libusb before 1.0.27 corrupts the
+    /// handle when libusb_set_interface_alt_setting is called after that, and libusb_close aborts.
+    std::atomic<bool> m_bDeviceGone{false};
+
+  private:
+    class ConsumerCall;
+
+    static bool CompletionCarriesData(const libusb_transfer* transfer);
+    TransferCbParam* Param(int index) const;
+
+    libusb_transfer** const m_pTransfers;
+    const int m_nTransferCount;
+    CFrameBuf** const m_pFrameBufs;
+    const int m_nFrameBufCount;
+    std::atomic<int> m_nConsumerCalls{0};  // threads inside the consumer side
+    bool m_bHandleBroken = false;
+};

@@ -1,0 +1,29 @@
+// The diagnostic printer of the whole library. Messages go to standard output, in colour whether or
+// not it is a terminal: a host that prints must divert one of the two.
+#pragma once
+
+#include <stdio.h>
+
+#include <atomic>
+
+/// Messages of a level up to this one are printed: 1 failures and milestones, 3 warnings, 4
+/// tracing, 5 per-frame chatter. Kept across power cycles by marker files, see SetDebugLevel.
+extern std::atomic<unsigned int> g_embedded_cam_dbg_level;
+static_assert(sizeof(std::atomic<unsigned int>) == sizeof(unsigned int), "one plain word");
+
+/// Prints one message. `module` 0 to 2, `level` 0 (bare, always printed) to 5. May be called from
+/// any thread; the lines of different threads may interleave.
+void PrintDebug(unsigned int module, unsigned int level, const char* function, int line,
+                const char* format, ...) __attribute__((format(printf, 5, 6)));
+
+/// Closes an open log file and opens `path` ("w+t"); null opens nothing and returns the old handle.
+FILE* PrintDebuggingInit(const char* path);
+void PrintDebuggingClose();
+
+/// PrintDebug with the caller's function and line; below the level the arguments are not evaluated.
+#define AIT_LOG(level, ...)                                                        \
+    do {                                                                           \
+        if ((level) <= g_embedded_cam_dbg_level.load(std::memory_order_relaxed)) { \
+            PrintDebug(0, (level), __func__, __LINE__, __VA_ARGS__);               \
+        }                                                                          \
+    } while (0)

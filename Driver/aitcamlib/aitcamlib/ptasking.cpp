@@ -1,0 +1,244 @@
+#include "ptasking.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kPriority = -19;
+constexpr long kNanosecondsPerSecond = 1000000000L;
+
+/// Text of an errno value in a buffer of its own, since strerror's is shared between threads.
+class ErrorText {
+  public:
+    explicit ErrorText(int error) : m_Text(strerror_r(error, m_Buffer, sizeof m_Buffer)) {}
+    const char* c_str() const { return m_Text; }
+
+  private:
+    char m_Buffer[128] = {};
+    const char* m_Text;
+};
+
+void InitRecursiveMutex(pthread_mutex_t* mutex) {
+    pthread_mutexattr_t attribute;
+    if (pthread_mutexattr_init(&attribute) != 0) {
+        __FATAL("pthread_mutexattr_init() failed\n");
+        pthread_mutex_init(mutex, nullptr);
+        return;
+    }
+    pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(mutex, &attribute);
+    pthread_mutexattr_destroy(&attribute);
+}
+
+// Set when a thread's object was destroyed by the thread itself, from inside Run.
+thread_local bool t_bObjectGone = false;
+
+}  // namespace
+
+void __FATAL(const char*, ...) {}
+
+bool RaiseThreadPriority() {
+    return setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kPriority) == 0;
+}
+
+pMutex::pMutex() {
+    InitRecursiveMutex(&Mtx);
+}
+
+pMutex::~pMutex() {
+    pthread_mutex_destroy(&Mtx);
+}
+
+bool pMutex::Acquire() {
+    const int error = pthread_mutex_lock(&Mtx);
+    if (error != 0) {
+        __FATAL("pthread_mutex_lock() failed (%s)\n", ErrorText(error).c_str());
+    }
+    return true;
+}
+
+void pMutex::Release() {
+    pthread_mutex_unlock(&Mtx);
+}
+
+pSyncEvent::pSyncEvent() {
+    const int error = pthread_cond_init(&cond, nullptr);
+    if (error != 0) {
+        __FATAL("pthread_cond_init() failed (%s)\n", ErrorText(error).c_str());
+    }
+}
+
+pSyncEvent::~pSyncEvent() {
+    pthread_cond_destroy(&cond);
+}
+
+timespec pSyncEvent::makeTimespec(int ms) {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    timespec deadline;
+    deadline.tv_sec = now.tv_sec + ms / 1000;
+    deadline.tv_nsec = (ms % 1000) * 1000000L + now.tv_usec * 1000L;
+    if (deadline.tv_nsec > kNanosecondsPerSecond - 1) {
+        deadline.tv_sec += 1;
+        deadline.tv_nsec -= kNanosecondsPerSecond;
+    }
+    return deadline;
+}
+
+bool pSyncEvent::Wait(pMutex& mutex, int ms) {
+    int error;
+    if (ms < 0) {
+        error = pthread_cond_wait(&cond, mutex.Get());
+    } else {
+        do {  // an interrupted wait starts a full new period
+            const timespec deadline = makeTimespec(ms);
+            error = pthread_cond_timedwait(&cond, mutex.Get(), &deadline);
+        } while (error == EINTR);
+    }
+    if (error == ETIMEDOUT) {
+        return false;
+    }
+    if (error != 0) {
+        __FATAL("pthread_cond_wait()/pthread_cond_timedwait() failed (%s)\n",
+                ErrorText(error).c_str());
+    }
+    return true;
+}
+
+bool pSyncEvent::Wait(int ms) {
+    pMutexLock lock(internal_mutex);
+    return Wait(internal_mutex, ms);
+}
+
+void pSyncEvent::Trigger(pMutex& mutex) {
+    pMutexLock lock(mutex);
+    pthread_cond_signal(&cond);
+}
+
+void pSyncEvent::Trigger() {
+    Trigger(internal_mutex);
+}
+
+CamMutex::CamMutex() {
+    pthread_mutexattr_t attribute;
+    if (pthread_mutexattr_init(&attribute) != 0) {
+        __FATAL("pthread_mutexattr_init() failed\n");
+        pthread_mutex_init(&m_mutex, nullptr);
+        return;
+    }
+    pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_NORMAL);
+    pthread_mutex_init(&m_mutex, &attribute);
+    pthread_mutexattr_destroy(&attribute);
+}
+
+CamMutex::~CamMutex() {
+    pthread_mutex_destroy(&m_mutex);
+}
+
+void CamMutex::Lock() {
+    pthread_mutex_lock(&m_mutex);
+}
+
+void CamMutex::Unlock() {
+    pthread_mutex_unlock(&m_mutex);
+}
+
+pThread::pThread(bool detached, int stackSize) : Detached(detached), StackSize(stackSize) {}
+
+pThread::~pThread() {
+    if (Running) {
+        pThread::Stop();
+    }
+    if (pthread_equal(thread_id, pthread_self())) {
+        t_bObjectGone = true;
+    }
+}
+
+void pThread::Start(const char* name) {
+    if (m_bCreated && !m_bRunEnded) {
+        return;
+    }
+    JoinOnce();
+
+    Shutdown = false;
+    Running = true;
+    m_bRunEnded = false;
+    m_pThreadName = name;
+    m_bCreated = true;
+
+    pthread_attr_t attribute;
+    pthread_attr_init(&attribute);
+    if (StackSize > 0) {
+        pthread_attr_setstacksize(&attribute, static_cast<size_t>(StackSize));
+    }
+    if (Detached) {
+        pthread_attr_setdetachstate(&attribute, PTHREAD_CREATE_DETACHED);
+    }
+    if (!RaiseThreadPriority()) {
+        __FATAL("setpriority() failed (%s)\n", ErrorText(errno).c_str());
+    }
+    // The C library stores the id before the thread runs, so nothing is written to an object that
+    // the new thread may already have deleted.
+    const int error = pthread_create(&thread_id, &attribute, thread_func, this);
+    if (error != 0) {
+        m_bCreated = false;
+        __FATAL("pthread_create() failed (%s)\n", ErrorText(error).c_str());
+    }
+    pthread_attr_destroy(&attribute);
+}
+
+void* pThread::thread_func(void* self) {
+    auto* thread = static_cast<pThread*>(self);
+    t_bObjectGone = false;
+    if (thread->m_pThreadName != nullptr) {
+        char name[16] = {};
+        strncpy(name, thread->m_pThreadName, sizeof name - 1);
+        pthread_setname_np(pthread_self(), name);
+    }
+    if (thread->Detached) {
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
+    }
+    thread->Running = true;
+    thread->Run();
+    if (!t_bObjectGone) {
+        thread->m_bRunEnded = true;
+    }
+    return self;
+}
+
+void pThread::Stop() {
+    Shutdown = true;
+    if (Detached) {
+        if (Running && m_bCreated.exchange(false) && !m_bRunEnded) {
+            pthread_cancel(thread_id);
+        }
+    } else {
+        JoinOnce();
+    }
+    Running = false;
+}
+
+void pThread::JoinOnce() {
+    if (!m_bCreated.exchange(false) || Detached) {
+        return;
+    }
+    if (pthread_equal(thread_id, pthread_self())) {
+        pthread_detach(thread_id);
+    } else {
+        pthread_join(thread_id, nullptr);
+        thread_id = 0;  // ids are reused: the destructor must not take another thread for ours
+    }
+}
+
+void pThread::Sleep(unsigned int ms) {
+    timespec duration;
+    duration.tv_sec = ms / 1000;
+    duration.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
+    nanosleep(&duration, nullptr);
+}

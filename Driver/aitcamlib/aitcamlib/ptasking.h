@@ -1,0 +1,128 @@
+// Threads, mutexes and events: a thin layer over POSIX threads. Failures of the layer itself go to
+// __FATAL and are otherwise ignored: every caller carries on.
+#pragma once
+
+#include <pthread.h>
+#include <time.h>
+
+#include <atomic>
+
+/// Hook for unrecoverable POSIX failures; takes a printf format and deliberately does nothing.
+void __FATAL(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Gives the calling thread nice value -19. False (errno set) when the process may not.
+bool RaiseThreadPriority();
+
+/// Recursive mutex.
+class pMutex {
+  public:
+    pMutex();
+    ~pMutex();
+    pMutex(const pMutex&) = delete;
+    pMutex& operator=(const pMutex&) = delete;
+
+    pthread_mutex_t* Get() { return &Mtx; }
+    /// Always true: a failed lock is reported to __FATAL and treated as held.
+    bool Acquire();
+    void Release();
+
+  private:
+    pthread_mutex_t Mtx;
+};
+
+/// Holds a pMutex for a scope.
+class pMutexLock {
+  public:
+    explicit pMutexLock(pMutex& mutex) : m_Mutex(mutex) { pthread_mutex_lock(m_Mutex.Get()); }
+    ~pMutexLock() { pthread_mutex_unlock(m_Mutex.Get()); }
+    pMutexLock(const pMutexLock&) = delete;
+    pMutexLock& operator=(const pMutexLock&) = delete;
+
+  private:
+    pMutex& m_Mutex;
+};
+
+/// Condition without memory: a Trigger that nobody waits for is lost, so callers wait on a
+/// predicate of their own, tested under the mutex that they pass.
+class pSyncEvent {
+  public:
+    pSyncEvent();
+    ~pSyncEvent();
+    pSyncEvent(const pSyncEvent&) = delete;
+    pSyncEvent& operator=(const pSyncEvent&) = delete;
+
+    /// Wall-clock instant `ms` milliseconds from now.
+    timespec makeTimespec(int ms);
+    /// Waits at most `ms` milliseconds (negative: without limit). False: timed out.
+    bool Wait(int ms);
+    /// The same with the caller's mutex, which the caller holds.
+    bool Wait(pMutex& mutex, int ms);
+    /// Wakes at most one waiter.
+    void Trigger();
+    void Trigger(pMutex& mutex);
+
+  private:
+    pMutex internal_mutex;
+    pthread_cond_t cond;
+};
+
+/// Non-recursive mutex of the camera module's toolkit.
+class CamMutex {
+  public:
+    CamMutex();
+    virtual ~CamMutex();
+    CamMutex(const CamMutex&) = delete;
+    CamMutex& operator=(const CamMutex&) = delete;
+
+    bool Create() { return true; }
+    void Destroy() {}
+    void Lock();
+    void Unlock();
+
+  private:
+    pthread_mutex_t m_mutex;
+};
+
+/// Base of every worker: subclasses implement Run, whose loop polls Shutdown.
+///
+/// Stop asks and, for a joinable thread, waits until Run has returned. A final class stops its
+/// thread in its own destructor, before its members go; the base destructor is only the last
+/// resort.
+class pThread {
+  public:
+    /// `stackSize` in bytes; 0 or less takes the default.
+    pThread(bool detached, int stackSize);
+
+    virtual void Run() = 0;
+    virtual ~pThread();
+    /// Safe when called twice, on a thread that was never created, and from inside Run (the thread
+    /// is detached then instead of joined).
+    virtual void Stop();
+
+    /// Raises the caller's priority, as the new thread inherits it, and creates the thread. `name`
+    /// (static storage, null for none) is shown by debuggers, cut to 15 characters. A thread that
+    /// still runs is left alone. Once the thread exists the object is not touched: Run may delete
+    /// it.
+    void Start(const char* name);
+
+    /// Sleeps `ms` milliseconds; an interrupted sleep is not resumed.
+    void Sleep(unsigned int ms);
+
+  protected:
+    static void* thread_func(void* self);
+
+    pthread_t thread_id = 0;
+    std::atomic<bool> Shutdown{false};
+    std::atomic<bool> Running{false};
+    const bool Detached;
+    const int StackSize;
+
+  private:
+    void JoinOnce();
+
+    std::atomic<bool> m_bCreated{false};   // a thread exists that nobody has joined
+    std::atomic<bool> m_bRunEnded{false};  // its Run has returned
+    const char* m_pThreadName = nullptr;
+};
+
+static_assert(sizeof(std::atomic<bool>) == sizeof(bool), "flags stay plain bytes");
