@@ -1,0 +1,51 @@
+// The surroundings in which camhost drives a camera, put up in the order in which they depend on
+// each other.
+#pragma once
+
+#include <optional>
+
+#include "host/console.h"
+#include "host/interrupt.h"
+#include "host/log_diversion.h"
+#include "host/options.h"
+#include "host/plugin.h"
+#include "host/session.h"
+#include "host/usb_trace.h"
+
+namespace camhost {
+
+class Workbench {
+  public:
+    /// Diverts the plug-in's log to `log` and loads the plug-in. Throws Failure.
+    Workbench(const CommonOptions& options, const std::filesystem::path& log);
+    /// Prints the rest of the USB trace after the camera is gone.
+    ~Workbench();
+    Workbench(const Workbench&) = delete;
+    Workbench& operator=(const Workbench&) = delete;
+
+    /// Creates the camera object and brings the camera up, or throws Failure: kNoCamera when it
+    /// does not become usable in time, kInterrupted on Ctrl-C. Says on the console what happens.
+    Session& bring_up();
+    /// Destroys the camera object.
+    void close();
+
+    Controls controls() { return {console_, wake_, interrupt_}; }
+    Console& console() { return console_; }
+    const Plugin& plugin() const { return *plugin_; }
+    UsbTrace& trace() { return trace_; }
+
+  private:
+    [[noreturn]] void give_up(Session::BringUp result) const;
+
+    WakeEvent wake_;
+    InterruptWatcher interrupt_;
+    LogDiversion diversion_;
+    Console console_;
+    UsbTrace trace_;
+    std::chrono::milliseconds init_timeout_;
+    std::filesystem::path log_;
+    std::optional<Plugin> plugin_;
+    std::optional<Session> session_;
+};
+
+}  // namespace camhost
