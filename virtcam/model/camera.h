@@ -3,8 +3,8 @@
 // One Camera is driven by one front end (virtual bus, USB/IP server). The front end owns the thread
 // that calls advance() and carries setup packets and endpoint data between its host and the model.
 //
-// All functions may be called from any thread. None blocks for longer than a short critical section,
-// except advance(), which makes pictures.
+// All functions may be called from any thread. None blocks for longer than a short critical
+// section, except advance(), which makes pictures.
 #pragma once
 
 #include <chrono>
@@ -68,6 +68,10 @@ class Camera {
     /// Puts it back after unplug(); a new attachment begins. No effect while plugged.
     void plug();
 
+    /// Reset signalled by the host: the stream ends, alternate settings return to 0, no
+    /// configuration is selected. Settings and attachment stay.
+    void bus_reset();
+
     /// True while a host sees the device on the bus.
     bool attached() const;
     /// Number of the current (or last) attachment, 1 for the first: it grows at each arrival, so a
@@ -75,11 +79,13 @@ class Camera {
     uint64_t attachment() const;
 
     /// Called without locks held, from whichever thread caused it, whenever presence changed or
-    /// advance() may have something to do sooner than it said last. One listener; set it before use.
+    /// advance() may have something to do sooner than it said last. One listener; set it before
+    /// use.
     void set_listener(std::function<void()> listener);
 
-    /// Does all work that is due at `now`: re-enumeration after a burn, departure, the next picture.
-    /// Returns when it wants to be called again at the latest (TimePoint::max() when idle).
+    /// Does all work that is due at `now`: re-enumeration after a burn, departure, the next
+    /// picture. Returns when it wants to be called again at the latest (TimePoint::max() when
+    /// idle).
     TimePoint advance(TimePoint now);
 
     // --- the wire -----------------------------------------------------------------------------

@@ -1,0 +1,162 @@
+#include "virtcam/model/device.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "virtcam/model/usb.h"
+
+namespace virtcam {
+namespace {
+
+constexpr FirmwareVersion kBootCodeVersion{0x00, 0x00, 0x01, 0x00, 0x00, 0x00};
+// Pace of the scene while only face tracking watches it.
+constexpr std::chrono::milliseconds kIdlePeriod{100};
+constexpr uint64_t kTicksPerIdlePeriod = 3;
+
+SensorFacts make_facts(const CameraConfig& config, Personality personality,
+                       const Firmware& firmware) {
+    SensorFacts facts;
+    facts.version = personality == Personality::kRunTime
+                        ? image_version(firmware.flash().value_or(Bytes{}))
+                        : kBootCodeVersion;
+    facts.lux = config.lux;
+    facts.self_test_result = config.self_test_result;
+    return facts;
+}
+
+Clock::duration period_of(const StreamParameters& stream) {
+    return std::chrono::nanoseconds(int64_t{stream.interval} * 100);
+}
+
+}  // namespace
+
+Device::Device(const CameraConfig& config, Personality personality, Firmware& firmware)
+    : config_(config),
+      personality_(personality),
+      firmware_(firmware),
+      facts_(make_facts(config, personality, firmware)),
+      extension_(settings_, requests_, firmware_, facts_),
+      negotiation_(config.max_payload),
+      microphone_(config.tone_hz),
+      queue_(config.max_payload, config.header_only_eof) {
+    firmware_.reset();
+}
+
+bool Device::bulk_out(uint8_t endpoint, ByteView data) {
+    return descriptors::has_endpoint(personality_, endpoint) && firmware_.bulk_data(data);
+}
+
+std::optional<Bytes> Device::bulk_in(uint8_t endpoint, size_t room) {
+    if (endpoint != usb::kEndpointVideo || !streaming_) {
+        return std::nullopt;
+    }
+    return queue_.take(room);
+}
+
+Bytes Device::iso_in(uint8_t endpoint, size_t room) {
+    if (endpoint != usb::kEndpointAudio || audio_alternate_ == 0) {
+        return {};
+    }
+    return microphone_.packet(std::min<size_t>(room, usb::kAudioPacketBytes));
+}
+
+void Device::bus_reset() {
+    stop_stream();
+    audio_alternate_ = 0;
+    configuration_ = 0;
+}
+
+bool Device::take_burned() {
+    return std::exchange(burned_, false);
+}
+
+void Device::start_stream(const StreamParameters& parameters) {
+    streaming_ = true;
+    ++generation_;
+    stream_ = parameters;
+    first_frame_ = true;
+    waiting_ticks_ = 0;
+    next_due_.reset();
+    queue_.restart();
+}
+
+void Device::stop_stream() {
+    streaming_ = false;
+    queue_.restart();
+}
+
+std::optional<PictureJob> Device::next_job(TimePoint now) {
+    if (!streaming_) {
+        if (settings_.face_tracking && idle_due_.value_or(now) <= now) {
+            idle_due_ = now + kIdlePeriod;
+            advance_scene(kTicksPerIdlePeriod);
+        }
+        return std::nullopt;
+    }
+    if (config_.paced) {
+        const TimePoint due = next_due_.value_or(now);
+        if (due > now) {
+            return std::nullopt;
+        }
+        const auto periods = static_cast<uint64_t>(1 + (now - due) / period_of(stream_));
+        waiting_ticks_ += periods;
+        next_due_ = due + period_of(stream_) * static_cast<int64_t>(periods);
+        if (queue_.busy()) {
+            return std::nullopt;  // the host is too slow: this period is skipped
+        }
+    } else {
+        if (queue_.busy()) {
+            return std::nullopt;
+        }
+        ++waiting_ticks_;
+    }
+    advance_scene(waiting_ticks_);
+    PictureJob job;
+    job.generation = generation_;
+    job.first = std::exchange(first_frame_, false);
+    job.ticks = std::exchange(waiting_ticks_, 0);
+    job.scene_tick = scene_tick_;
+    job.stream = stream_;
+    job.settings = settings_.stream;
+    job.controls = controls_;
+    job.key_frame = std::exchange(requests_.key_frame, false);
+    job.still = std::exchange(requests_.still, false);
+    return job;
+}
+
+bool Device::publish(uint64_t generation, FinishedFrame&& frame) {
+    if (!streaming_ || generation != generation_) {
+        return false;
+    }
+    queue_.put(std::move(frame.data), frame.pts);
+    return true;
+}
+
+void Device::abandon(uint64_t generation) {
+    if (generation == generation_) {
+        stop_stream();
+    }
+}
+
+TimePoint Device::next_wake(TimePoint now) const {
+    if (streaming_) {
+        if (config_.paced) {
+            return next_due_.value_or(now);
+        }
+        return queue_.busy() ? TimePoint::max() : now;
+    }
+    return settings_.face_tracking ? idle_due_.value_or(now) : TimePoint::max();
+}
+
+void Device::advance_scene(uint64_t ticks) {
+    scene_tick_ += ticks;
+    if (settings_.face_tracking) {
+        face_tick_ = scene_tick_;
+    }
+}
+
+bool Device::detects_faces() const {
+    return settings_.face_tracking || (settings_.stream.options & kOptionFaceDetection) != 0;
+}
+
+}  // namespace virtcam

@@ -1,0 +1,308 @@
+// Control transfers: standard requests, class requests of the video and audio functions and of the
+// extension unit, vendor requests of the download and of face detection.
+#include <algorithm>
+
+#include "virtcam/model/device.h"
+#include "virtcam/model/usb.h"
+
+namespace virtcam {
+namespace {
+
+constexpr uint16_t kFaceReplyLength = 81;  // count and room for ten rectangles
+constexpr uint8_t kDescriptorDevice = 1;
+constexpr uint8_t kDescriptorConfiguration = 2;
+constexpr uint8_t kDescriptorString = 3;
+constexpr uint8_t kDescriptorQualifier = 6;
+
+uint8_t high(uint16_t value) {
+    return static_cast<uint8_t>(value >> 8);
+}
+
+uint8_t low(uint16_t value) {
+    return static_cast<uint8_t>(value & 0xFF);
+}
+
+uint8_t recipient(const Setup& setup) {
+    return setup.request_type & usb::kRecipientMask;
+}
+
+uint32_t image_size(const Setup& setup) {
+    return setup.value | uint32_t{setup.index} << 16;
+}
+
+std::optional<Bytes> done_if(bool done) {
+    return done ? std::optional<Bytes>{Bytes{}} : std::nullopt;
+}
+
+std::optional<Bytes> non_empty(Bytes bytes) {
+    return bytes.empty() ? std::nullopt : std::optional<Bytes>{std::move(bytes)};
+}
+
+/// The boot code knows its version, the download and the flash lock, nothing of a camera.
+bool boot_code_knows(uint8_t selector, ByteView block) {
+    switch (selector) {
+        case usb::kIspCommand:
+            return block[0] == 0x0B;
+        case usb::kFirmwareData:
+            return true;
+        case usb::kAuxCommand:
+            return block[0] == 0x01;
+        case usb::kMmpCommand:
+            return block[0] == 0x07;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+ControlReply Device::control(const Setup& setup, ByteView out) {
+    const bool right_length = setup.device_to_host() ? out.empty() : out.size() == setup.length;
+    Answer answer;
+    if (right_length) {
+        switch (setup.request_type & usb::kTypeMask) {
+            case usb::kTypeStandard:
+                answer = standard_request(setup);
+                break;
+            case usb::kTypeClass:
+                answer = class_request(setup, out);
+                break;
+            case usb::kTypeVendor:
+                answer = vendor_request(setup, out);
+                break;
+            default:
+                break;
+        }
+    }
+    if (!answer) {
+        return {true, {}};
+    }
+    if (answer->size() > setup.length) {
+        answer->resize(setup.length);
+    }
+    return {false, std::move(*answer)};
+}
+
+Device::Answer Device::standard_request(const Setup& setup) {
+    switch (setup.request) {
+        case usb::kGetStatus:
+            return Bytes{0, 0};
+        case usb::kClearFeature:
+            return clear_feature(setup);
+        case usb::kSetAddress:
+            return Bytes{};
+        case usb::kGetDescriptor:
+            return get_descriptor(setup);
+        case usb::kGetConfiguration:
+            return Bytes{configuration_};
+        case usb::kSetConfiguration:
+            if (setup.value > 1) {
+                return std::nullopt;
+            }
+            bus_reset();
+            configuration_ = low(setup.value);
+            return Bytes{};
+        case usb::kGetInterface:
+            if (!descriptors::has_alternate(personality_, low(setup.index), 0)) {
+                return std::nullopt;
+            }
+            return Bytes{descriptors::has_alternate(personality_, low(setup.index), 1)
+                             ? audio_alternate_
+                             : uint8_t{0}};
+        case usb::kSetInterface:
+            return set_interface(setup);
+        default:
+            return std::nullopt;
+    }
+}
+
+Device::Answer Device::get_descriptor(const Setup& setup) const {
+    const uint8_t index = low(setup.value);
+    switch (high(setup.value)) {
+        case kDescriptorDevice:
+            return descriptors::device(personality_, config_.vendor_id);
+        case kDescriptorConfiguration:
+            return index == 0 ? Answer{descriptors::configuration(personality_)} : std::nullopt;
+        case kDescriptorString:
+            return non_empty(descriptors::string(personality_, index));
+        case kDescriptorQualifier:
+            return descriptors::device_qualifier(personality_);
+        default:
+            return std::nullopt;
+    }
+}
+
+Device::Answer Device::set_interface(const Setup& setup) {
+    if (setup.value > 0xFF || setup.index > 0xFF) {
+        return std::nullopt;
+    }
+    const uint8_t number = low(setup.index);
+    const uint8_t alternate = low(setup.value);
+    if (!descriptors::has_alternate(personality_, number, alternate)) {
+        return std::nullopt;
+    }
+    if (personality_ == Personality::kRunTime) {
+        if (number == usb::kInterfaceVideoStreaming) {
+            stop_stream();
+        } else if (number == usb::kInterfaceAudioStreaming) {
+            audio_alternate_ = alternate;
+            microphone_.restart();
+        }
+    }
+    return Bytes{};
+}
+
+Device::Answer Device::clear_feature(const Setup& setup) {
+    if (recipient(setup) != usb::kRecipientEndpoint || setup.value != usb::kFeatureEndpointHalt ||
+        (low(setup.index) != 0 && !descriptors::has_endpoint(personality_, low(setup.index)))) {
+        return std::nullopt;
+    }
+    if (low(setup.index) == usb::kEndpointVideo) {
+        stop_stream();  // a bulk camera has no other signal of its host's stop
+    }
+    return Bytes{};
+}
+
+Device::Answer Device::class_request(const Setup& setup, ByteView out) {
+    const bool reads = (setup.request & usb::kDirectionIn) != 0;
+    if (reads != setup.device_to_host()) {
+        return std::nullopt;
+    }
+    switch (recipient(setup)) {
+        case usb::kRecipientDevice:
+        case usb::kRecipientInterface:
+            return entity_request(setup, out);
+        case usb::kRecipientEndpoint:
+            if (personality_ == Personality::kRunTime && setup.index == usb::kEndpointAudio &&
+                setup.value == 0x0100) {
+                return microphone_.frequency(setup.request, out, setup.length);
+            }
+            return std::nullopt;
+        default:
+            return std::nullopt;
+    }
+}
+
+Device::Answer Device::entity_request(const Setup& setup, ByteView out) {
+    const uint8_t entity = high(setup.index);
+    const uint8_t interface = low(setup.index);
+    const uint8_t selector = high(setup.value);
+    if (entity == usb::kEntityExtensionUnit && interface == usb::kInterfaceVideoControl) {
+        return extension_request(setup, out);
+    }
+    if (personality_ != Personality::kRunTime) {
+        return std::nullopt;
+    }
+    if (entity == 0 && interface == usb::kInterfaceVideoStreaming) {
+        return streaming_request(setup, out);
+    }
+    if (entity == usb::kEntityFeatureUnit &&
+        (interface == usb::kInterfaceAudioControl || interface == usb::kInterfaceAudioStreaming)) {
+        return microphone_.feature(setup.request, selector, low(setup.value), out, setup.length);
+    }
+    const bool terminal_or_unit =
+        entity == usb::kEntityCameraTerminal || entity == usb::kEntityProcessingUnit;
+    if (!terminal_or_unit || interface != usb::kInterfaceVideoControl || low(setup.value) != 0) {
+        return std::nullopt;
+    }
+    if (setup.request == usb::kSetCur) {
+        return done_if(controls_.set(entity, selector, out));
+    }
+    return controls_.get(setup.request, entity, selector, setup.length);
+}
+
+Device::Answer Device::streaming_request(const Setup& setup, ByteView out) {
+    const uint8_t selector = high(setup.value);
+    if (setup.request != usb::kSetCur) {
+        return negotiation_.get(setup.request, selector, setup.length);
+    }
+    if (selector == kProbeSelector) {
+        return done_if(negotiation_.probe(out));
+    }
+    if (selector != kCommitSelector) {
+        return std::nullopt;
+    }
+    const auto parameters = negotiation_.commit(out);
+    if (!parameters) {
+        return std::nullopt;
+    }
+    start_stream(*parameters);
+    return Bytes{};
+}
+
+Device::Answer Device::extension_request(const Setup& setup, ByteView out) {
+    const uint8_t selector = high(setup.value);
+    if (low(setup.value) != 0) {
+        return std::nullopt;
+    }
+    if (setup.request != usb::kSetCur) {
+        return extension_.get(setup.request, selector, setup.length);
+    }
+    const bool known =
+        personality_ == Personality::kRunTime || (!out.empty() && boot_code_knows(selector, out));
+    const auto outcome = known ? extension_.set(selector, out) : ExtensionUnit::Outcome::kStall;
+    burned_ = burned_ || outcome == ExtensionUnit::Outcome::kBurned;
+    if (detects_faces() && !face_tick_) {
+        face_tick_ = scene_tick_;
+    } else if (!detects_faces()) {
+        face_tick_.reset();
+    }
+    return done_if(outcome != ExtensionUnit::Outcome::kStall);
+}
+
+Device::Answer Device::vendor_request(const Setup& setup, ByteView out) {
+    if (recipient(setup) != usb::kRecipientDevice) {
+        return std::nullopt;
+    }
+    return personality_ == Personality::kRunTime ? face_request(setup, out)
+                                                 : download_request(setup, out);
+}
+
+Device::Answer Device::download_request(const Setup& setup, ByteView out) {
+    if (setup.device_to_host() ||
+        !descriptors::has_endpoint(personality_, usb::kEndpointDownload)) {
+        return std::nullopt;
+    }
+    if (setup.request == usb::kVendorChecksum) {
+        return done_if(firmware_.check(out));
+    }
+    if (!out.empty()) {
+        return std::nullopt;
+    }
+    if (setup.request == usb::kVendorAnnounce) {
+        return done_if(firmware_.announce(image_size(setup)));
+    }
+    if (!usb::is_burn(setup.request)) {
+        return std::nullopt;
+    }
+    const bool burned = firmware_.burn(image_size(setup));
+    burned_ = burned_ || burned;
+    return done_if(burned);
+}
+
+Device::Answer Device::face_request(const Setup& setup, ByteView out) {
+    if (setup.request == usb::kVendorFacePositions && setup.device_to_host()) {
+        return setup.length == kFaceReplyLength ? Answer{face_list()} : std::nullopt;
+    }
+    if (setup.request != usb::kVendorFaceParameters || setup.device_to_host() ||
+        out.size() != settings_.face_parameters.size()) {
+        return std::nullopt;
+    }
+    std::copy(out.begin(), out.end(), settings_.face_parameters.begin());
+    return Bytes{};
+}
+
+Bytes Device::face_list() {
+    Bytes list(kFaceReplyLength, 0);
+    if (face_tick_) {
+        const FaceRect face = face_at(*face_tick_);
+        list[0] = 1;
+        store_le(list, 1, 2, face.left);
+        store_le(list, 3, 2, face.top);
+        store_le(list, 5, 2, face.right);
+        store_le(list, 7, 2, face.bottom);
+    }
+    return list;
+}
+
+}  // namespace virtcam

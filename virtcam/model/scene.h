@@ -1,0 +1,46 @@
+// The generated scene: a scrolling texture with moving bodies and a face, and sensor noise.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "virtcam/model/picture.h"
+
+namespace virtcam {
+
+/// Coordinates in which crop windows and the face list are given.
+inline constexpr int kSensorWidth = 1280;
+inline constexpr int kSensorHeight = 960;
+
+/// A rectangle of the face list, in sensor pixels.
+struct FaceRect {
+    uint16_t left = 0;
+    uint16_t top = 0;
+    uint16_t right = 0;
+    uint16_t bottom = 0;
+    bool operator==(const FaceRect&) const = default;
+};
+
+/// Where the scene's face is at `tick`.
+FaceRect face_at(uint64_t tick);
+
+class Scene final : public PictureSource {
+  public:
+    /// `seed` chooses the texture; the same seed gives the same pictures.
+    explicit Scene(uint32_t seed);
+
+    const Picture& at(uint64_t tick) override;
+    Region base_view() const override;
+
+  private:
+    void scroll_background(uint64_t tick);
+    void draw_bodies(uint64_t tick);
+    void add_noise(uint64_t tick);
+
+    Picture texture_;
+    Picture picture_;
+    std::vector<uint8_t> noise_;
+    uint32_t seed_;
+};
+
+}  // namespace virtcam

@@ -1,0 +1,125 @@
+#include "virtcam/model/uvc_controls.h"
+
+#include <algorithm>
+
+#include "virtcam/model/usb.h"
+
+namespace virtcam {
+namespace {
+
+constexpr uint8_t kCt = usb::kEntityCameraTerminal;
+constexpr uint8_t kPu = usb::kEntityProcessingUnit;
+
+// id, name, entity, selector, offset, width, signed, min, max, resolution, default
+constexpr std::array<ControlField, static_cast<size_t>(Control::kCount)> kFields{{
+    {Control::kPan, "pan", kCt, 0x0D, 0, 4, true, -36000, 36000, 3600, 0},
+    {Control::kTilt, "tilt", kCt, 0x0D, 4, 4, true, -36000, 36000, 3600, 0},
+    {Control::kFocus, "focus", kCt, 0x06, 0, 2, false, 0, 255, 1, 128},
+    {Control::kZoom, "zoom", kCt, 0x0B, 0, 2, false, 0, 10, 1, 0},
+    {Control::kBacklight, "backlight", kPu, 0x01, 0, 2, false, 0, 4, 1, 0},
+    {Control::kBrightness, "brightness", kPu, 0x02, 0, 2, true, -128, 127, 1, 0},
+    {Control::kContrast, "contrast", kPu, 0x03, 0, 2, false, 0, 255, 1, 128},
+    {Control::kGain, "gain", kPu, 0x04, 0, 2, false, 0, 255, 1, 0},
+    {Control::kPowerLine, "power_line", kPu, 0x05, 0, 1, false, 0, 2, 1, 0},
+    {Control::kHue, "hue", kPu, 0x06, 0, 2, true, -18000, 18000, 100, 0},
+    {Control::kSaturation, "saturation", kPu, 0x07, 0, 2, false, 0, 255, 1, 128},
+    {Control::kSharpness, "sharpness", kPu, 0x08, 0, 2, false, 0, 15, 1, 5},
+    {Control::kGamma, "gamma", kPu, 0x09, 0, 2, false, 40, 500, 1, 100},
+    {Control::kWhiteBalance, "white_balance", kPu, 0x0A, 0, 2, false, 2800, 6500, 10, 4600},
+    {Control::kWhiteBalanceAuto, "white_balance_auto", kPu, 0x0B, 0, 1, false, 0, 1, 1, 1},
+}};
+
+bool belongs(const ControlField& field, uint8_t entity, uint8_t selector) {
+    return field.entity == entity && field.selector == selector;
+}
+
+int32_t decode(const ControlField& field, ByteView block) {
+    const uint32_t raw = load_le(block, field.offset, field.width);
+    if (field.is_signed && field.width == 2) {
+        return static_cast<int16_t>(raw);
+    }
+    return static_cast<int32_t>(raw);
+}
+
+int32_t range_value(const ControlField& field, uint8_t request, int32_t current) {
+    switch (request) {
+        case usb::kGetMin:
+            return field.min;
+        case usb::kGetMax:
+            return field.max;
+        case usb::kGetRes:
+            return field.resolution;
+        case usb::kGetDef:
+            return field.initial;
+        default:
+            return current;
+    }
+}
+
+bool answers_block(uint8_t request) {
+    return (request >= usb::kGetCur && request <= usb::kGetRes) || request == usb::kGetDef;
+}
+
+}  // namespace
+
+std::span<const ControlField> control_fields() {
+    return kFields;
+}
+
+uint16_t control_length(uint8_t entity, uint8_t selector) {
+    uint16_t length = 0;
+    for (const ControlField& field : kFields) {
+        if (belongs(field, entity, selector)) {
+            length = static_cast<uint16_t>(length + field.width);
+        }
+    }
+    return length;
+}
+
+UvcControls::UvcControls() {
+    for (const ControlField& field : kFields) {
+        values_[static_cast<size_t>(field.id)] = field.initial;
+    }
+}
+
+bool UvcControls::set(uint8_t entity, uint8_t selector, ByteView block) {
+    const uint16_t length = control_length(entity, selector);
+    if (length == 0 || block.size() != length) {
+        return false;
+    }
+    for (const ControlField& field : kFields) {
+        if (belongs(field, entity, selector)) {
+            values_[static_cast<size_t>(field.id)] =
+                std::clamp(decode(field, block), field.min, field.max);
+        }
+    }
+    return true;
+}
+
+std::optional<Bytes> UvcControls::get(uint8_t request, uint8_t entity, uint8_t selector,
+                                      uint16_t length) const {
+    const uint16_t block_length = control_length(entity, selector);
+    if (block_length == 0) {
+        return std::nullopt;
+    }
+    Bytes answer;
+    if (request == usb::kGetLen) {
+        append_le(answer, 2, block_length);
+    } else if (request == usb::kGetInfo) {
+        answer.push_back(usb::kInfoGet | usb::kInfoSet);
+    } else if (answers_block(request)) {
+        answer.resize(block_length);
+        for (const ControlField& field : kFields) {
+            if (belongs(field, entity, selector)) {
+                store_le(answer, field.offset, field.width,
+                         static_cast<uint32_t>(range_value(field, request, value(field.id))));
+            }
+        }
+    }
+    if (answer.empty() || answer.size() != length) {
+        return std::nullopt;
+    }
+    return answer;
+}
+
+}  // namespace virtcam
