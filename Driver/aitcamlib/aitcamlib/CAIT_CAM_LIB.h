@@ -27,14 +27,14 @@ class CAIT_CAM_LIB : public CLibUSB_UvcCtrl, public pThread {
 
   private:
     // Kept for the layout; nothing reads them.
-    int m_Num_Video_PacketsPerTransfer = 0;
-    int m_Num_Audio_PacketsPerTransfer = 0;
-    int m_r = 0;
-    FILE* m_file = nullptr;
-    libusb_device** m_ppDevList = nullptr;
-    int m_bTest = 0;
-    unsigned char* m_ptr = nullptr;
-    int m_ExitThread = 0;
-    int m_i = 0;
-    timeval m_tv = {0, 1};
+    [[maybe_unused]] int m_Num_Video_PacketsPerTransfer = 0;
+    [[maybe_unused]] int m_Num_Audio_PacketsPerTransfer = 0;
+    [[maybe_unused]] int m_r = 0;
+    [[maybe_unused]] FILE* m_file = nullptr;
+    [[maybe_unused]] libusb_device** m_ppDevList = nullptr;
+    [[maybe_unused]] int m_bTest = 0;
+    [[maybe_unused]] unsigned char* m_ptr = nullptr;
+    [[maybe_unused]] int m_ExitThread = 0;
+    [[maybe_unused]] int m_i = 0;
+    [[maybe_unused]] timeval m_tv = {0, 1};
 };

@@ -73,12 +73,12 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
 
     pMutex& gAudioTransferMtx = m_TransferMtx;
     // Of the video engine's shape; kept for the layout, nothing uses them.
-    uint32_t m_dwMaxFrameSize = 0;
-    uint32_t m_dwMaxPayLoadTransferSize = 0;
-    char* m_pTargetVidBufAddr = nullptr;
-    int m_FormatIndex = 0;
-    int m_FrameIndex = 0;
-    int m_bulk_offset = 0;
+    [[maybe_unused]] uint32_t m_dwMaxFrameSize = 0;
+    [[maybe_unused]] uint32_t m_dwMaxPayLoadTransferSize = 0;
+    [[maybe_unused]] char* m_pTargetVidBufAddr = nullptr;
+    [[maybe_unused]] int m_FormatIndex = 0;
+    [[maybe_unused]] int m_FrameIndex = 0;
+    [[maybe_unused]] int m_bulk_offset = 0;
 
     int m_NumFrameOfQ = 4;
     int m_Num_Audio_PacketsPerTransfer = 10;

@@ -106,11 +106,12 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     uint32_t m_dwMaxPayLoadTransferSize = 0;
     int m_FormatIndex = 0;
     int m_FrameIndex = 0;
-    int m_Num_Video_PacketsPerTransfer = 552;  // of the isochronous path; kept for the layout
-    int m_Num_Audio_PacketsPerTransfer = 0;    // likewise
+    [[maybe_unused]] int m_Num_Video_PacketsPerTransfer =
+        552;  // of the isochronous path; kept for the layout
+    [[maybe_unused]] int m_Num_Audio_PacketsPerTransfer = 0;  // likewise
     libusb_transfer* m_VideoTransfer[3] = {};
-    int m_bVideoTransfercompleted[3] = {};  // likewise
-    int bulk_offset = 0;                    ///< bytes of the current frame in its buffer
+    [[maybe_unused]] int m_bVideoTransfercompleted[3] = {};  // likewise
+    int bulk_offset = 0;  ///< bytes of the current frame in its buffer
     CFrameBuf* m_pFrameBuf[5] = {};
     uint8_t m_UvcHeaderInfo = 0;  ///< flags of the last payload that began or ended a frame
     CFrameBufferLocker* m_pCurFrameBufForWrite = nullptr;

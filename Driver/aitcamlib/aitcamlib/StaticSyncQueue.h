@@ -97,10 +97,10 @@ class StaticSyncQueue {
         --m_NumWaiters;
     }
 
-    const char* m_pName = nullptr;  // kept for the layout; nothing reads it
+    [[maybe_unused]] const char* m_pName = nullptr;  // kept for the layout; nothing reads it
     T* m_pElemArray;
     int m_QueueLen;
-    int m_ItemSize = 0;  // likewise
+    [[maybe_unused]] int m_ItemSize = 0;  // likewise
     int m_WrIndex = 0;
     int m_RdIndex = 0;
     int m_ItemCnt = 0;  // published and not yet released

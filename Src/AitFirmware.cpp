@@ -1,0 +1,260 @@
+#include "AitFirmware.h"
+
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <algorithm>
+
+#include "AitXu.h"
+#include "FileContent.h"
+#include "LibusbWrap.h"
+#include "LittleEndian.h"
+#include "aitdbg.h"
+
+namespace {
+
+constexpr uint8_t kVendorToDevice = 0x40;
+constexpr unsigned char kBulkOutEndpoint = 1;
+constexpr long kLargestImage = 0x7FFFFFFF;  // the requests carry 32 bits of size
+
+enum VendorRequest : uint8_t {
+    kBurnDefault = 3,
+    kBurnChip3 = 5,
+    kBurnChip2 = 6,
+    kCheckSum = 7,
+    kBurnChip4 = 8,
+    kAnnounce = 130,
+};
+
+constexpr unsigned int kShortTimeoutMs = 1000;
+constexpr unsigned int kBurnTimeoutMs = 30000;
+
+constexpr int kPcsyncPiece = 512;
+constexpr unsigned int kPcsyncTimeoutMs = 100;
+constexpr int kBulkPiece = 32768;
+
+// Selectors of the extension unit.
+constexpr uint16_t kDataSelector = 3;
+constexpr uint16_t kCommandSelector = 4;
+constexpr uint8_t kDataPiece = 32;
+constexpr int kSet = 1;
+
+struct FreeMemory {
+    void operator()(unsigned char* memory) const { free(memory); }
+};
+
+/// An image in memory; `spare` zero bytes follow it.
+class Image {
+  public:
+    /// How the update functions differ in reading their file.
+    struct Rules {
+        unsigned int refusal_level;  // of the lines about a missing or unusable file
+        long smallest;               // bytes
+        size_t spare;                // bytes
+        bool report_missing_memory;  // with a line of its own
+    };
+
+    /// False after a log line when the file cannot be used.
+    bool Load(const char* path, const Rules& rules) {
+        const FilePtr file(fopen(path, "rb"));
+        if (file == nullptr) {
+            AIT_LOG(rules.refusal_level, "file %s not exist. \r\n", path);
+            return false;
+        }
+        const long size = FileSize(file.get());
+        if (size < rules.smallest) {
+            AIT_LOG(rules.refusal_level, "file %s size is incorrect. \r\n", path);
+            return false;
+        }
+        AIT_LOG(4, "binary size=%d bytes\r\n", static_cast<int>(size));
+        if (!Allocate(size, rules.spare)) {
+            if (rules.report_missing_memory) {
+                AIT_LOG(1, "data pointer for loading firmware is NULL!!!\r\n");
+            }
+            AIT_LOG(1, "Update flash failed.\r\n");
+            return false;
+        }
+        m_nSize = static_cast<int>(size);
+        const size_t count = fread(m_Data.get(), 1, static_cast<size_t>(size), file.get());
+        if (count < static_cast<size_t>(size)) {
+            AIT_LOG(3, "file %s: %d of %d bytes read.\r\n", path, static_cast<int>(count), m_nSize);
+        }
+        return true;
+    }
+
+    unsigned char* At(int offset) { return m_Data.get() + offset; }
+    int Size() const { return m_nSize; }
+    void Free() { m_Data.reset(); }
+
+  private:
+    bool Allocate(long size, size_t spare) {
+        if (size > kLargestImage) {
+            return false;
+        }
+        // At least one byte, so that null always means that memory is short.
+        m_Data.reset(static_cast<unsigned char*>(
+            calloc(std::max<size_t>(static_cast<size_t>(size) + spare, 1), 1)));
+        return m_Data != nullptr;
+    }
+
+    std::unique_ptr<unsigned char, FreeMemory> m_Data;
+    int m_nSize = 0;
+};
+
+typedef int (*ControlTransfer)(libusb_device_handle*, uint8_t, uint8_t, uint16_t, uint16_t,
+                               unsigned char*, uint16_t, unsigned int);
+
+/// A vendor request that carries the image's size in wValue and wIndex.
+int SendSize(AitDevHandle* device, ControlTransfer transfer, VendorRequest request, int size,
+             unsigned int timeoutMs) {
+    const auto bits = static_cast<uint32_t>(size);
+    return transfer(device->handle, kVendorToDevice, request, static_cast<uint16_t>(bits),
+                    static_cast<uint16_t>(bits >> 16), nullptr, 0, timeoutMs);
+}
+
+int WritePiece(AitDevHandle* device, Image& image, int offset, int largest,
+               unsigned int timeoutMs) {
+    int moved = 0;
+    return libusb_bulk_transfer(device->handle, kBulkOutEndpoint, image.At(offset),
+                                std::min(largest, image.Size() - offset), &moved, timeoutMs);
+}
+
+/// Writes the image in pieces; a failed piece is passed over, the burn request tells.
+void WriteUnchecked(AitDevHandle* device, Image& image, int largest, unsigned int timeoutMs) {
+    for (int offset = 0; offset < image.Size();
+         offset += std::min(largest, image.Size() - offset)) {
+        WritePiece(device, image, offset, largest, timeoutMs);
+    }
+}
+
+/// Writes the image in pieces; a piece that times out is passed over, any other failure ends it.
+bool WriteChecked(AitDevHandle* device, Image& image) {
+    constexpr unsigned int kPieceTimeoutMs = 5000;
+    for (int offset = 0; offset < image.Size();
+         offset += std::min(kBulkPiece, image.Size() - offset)) {
+        const int result = WritePiece(device, image, offset, kBulkPiece, kPieceTimeoutMs);
+        if (result == LIBUSB_ERROR_TIMEOUT) {
+            AIT_LOG(4, "PCSYNC_BULK_OUT_EP(%d) timeout.\r\n", kBulkOutEndpoint);
+        } else if (result < 0) {
+            AIT_LOG(4, "PCSYNC_BULK_OUT_EP(%d) Error.\r\n", kBulkOutEndpoint);
+            return false;
+        }
+    }
+    return true;
+}
+
+int Finish(bool burnt) {
+    if (!burnt) {
+        AIT_LOG(1, "Update flash failed.\r\n");
+        return AIT_ERR_DEVICE;
+    }
+    AIT_LOG(1, "Update flash successfully.\r\n");
+    return 0;
+}
+
+VendorRequest BurnRequest(unsigned int chip) {
+    switch (chip) {
+        case 2:
+            return kBurnChip2;
+        case 3:
+            return kBurnChip3;
+        case 4:
+            return kBurnChip4;
+        default:
+            return kBurnDefault;
+    }
+}
+
+bool CheckSumMatches(AitDevHandle* device, long long checkSum, int size) {
+    unsigned char block[12];
+    const auto bits = static_cast<uint64_t>(checkSum);
+    PutLe32(block, static_cast<uint32_t>(bits));
+    PutLe32(block + 4, static_cast<uint32_t>(bits >> 32));
+    PutLe32(block + 8, static_cast<uint32_t>(size));
+    return libusb_control_transfer_(device->handle, kVendorToDevice, kCheckSum, 0, 0, block,
+                                    sizeof block, kBurnTimeoutMs) >= 0;
+}
+
+}  // namespace
+
+int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int) {
+    Image image;
+    if (!image.Load(file_path_name, {1, 0, kDataPiece, true})) {
+        return AIT_ERR_DEVICE;
+    }
+    AIT_LOG(4, "UVC path fw update init.\r\n");
+    unsigned char init[kIspBlockSize] = {0x01, 0x00, 0x03};
+    if (AitXU_XuCmd(ait_handle, init, kCommandSelector, sizeof init, kSet) < 0) {
+        return AIT_ERR_DEVICE;
+    }
+    AIT_LOG(4, "UVC path fw data transfer.\r\n");
+    const int pieces = image.Size() / kDataPiece + (image.Size() % kDataPiece != 0 ? 1 : 0);
+    for (int i = 0; i < pieces; ++i) {
+        if (AitXU_XuCmd(ait_handle, image.At(i * kDataPiece), kDataSelector, kDataPiece, kSet) <
+            0) {
+            return AIT_ERR_DEVICE;
+        }
+    }
+    image.Free();
+    AIT_LOG(4, "Start burning.\r\n");
+    unsigned char burn[kIspBlockSize] = {0x01, 0x01, 0x03};
+    AitXU_XuCmd(ait_handle, burn, kCommandSelector, sizeof burn, kSet);
+    return Finish(true);  // whatever the burn command said: the camera may be gone already
+}
+
+int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int) {
+    Image image;
+    if (!image.Load(file_path_name, {4, 1, kPcsyncPiece, true})) {
+        return AIT_ERR_DEVICE;
+    }
+    // This path does not take the control transfers' lock: nothing else uses the camera yet.
+    SendSize(ait_handle, libusb_control_transfer, kAnnounce, image.Size(), kShortTimeoutMs);
+    WriteUnchecked(ait_handle, image, kPcsyncPiece, kPcsyncTimeoutMs);
+    image.Free();
+    AIT_LOG(4, "Start burning.\r\n");
+    const int result =
+        SendSize(ait_handle, libusb_control_transfer, kBurnChip4, image.Size(), kShortTimeoutMs);
+    // The camera may reboot before it has acknowledged.
+    return Finish(result == 0 || result == LIBUSB_ERROR_NO_DEVICE);
+}
+
+int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip) {
+    Image image;
+    if (!image.Load(file_path_name, {4, 0, 0, false})) {
+        return AIT_ERR_DEVICE;
+    }
+    SendSize(ait_handle, libusb_control_transfer_, kAnnounce, image.Size(), kShortTimeoutMs);
+    if (!WriteChecked(ait_handle, image)) {
+        return AIT_ERR_DEVICE;
+    }
+    image.Free();
+    AIT_LOG(4, "Start burning.\r\n");
+    return Finish(SendSize(ait_handle, libusb_control_transfer_, BurnRequest(chip), image.Size(),
+                           kBurnTimeoutMs) >= 0);
+}
+
+int UpdateAitFirmwareWithCheckSum(AitDevHandle* ait_handle, char* file_path_name,
+                                  long long CheckSum) {
+    Image image;
+    if (!image.Load(file_path_name, {4, 0, 0, false})) {
+        return AIT_ERR_DEVICE;
+    }
+    SendSize(ait_handle, libusb_control_transfer_, kAnnounce, image.Size(), kShortTimeoutMs);
+    WriteUnchecked(ait_handle, image, kBulkPiece, kShortTimeoutMs);
+    image.Free();
+    AIT_LOG(4, "Start burning.\r\n");
+    if (!CheckSumMatches(ait_handle, CheckSum, image.Size())) {
+        AIT_LOG(1, "Check sum does not match.\r\n");
+        return AIT_ERR_DEVICE;
+    }
+    return Finish(SendSize(ait_handle, libusb_control_transfer_, kBurnDefault, image.Size(),
+                           kBurnTimeoutMs) >= 0);
+}
+
+int DisableFlashWP(AitDevHandle* ait_handle) {
+    unsigned char unlock[kMmpBlockSize] = {0x07, 0x00};
+    AitMMPCmdSet16(ait_handle, unlock);
+    unsigned char disable[kMmpBlockSize] = {0x07, 0x02};
+    AitMMPCmdSet16(ait_handle, disable);
+    return 0;
+}

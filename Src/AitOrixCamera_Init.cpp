@@ -1,0 +1,65 @@
+// Initialisation: the firmware loader, and the hand-over of the camera when it has finished.
+#include <unistd.h>
+
+#include "AitOrixCamera.h"
+#include "CamDestroyFlag.h"
+#include "CameraIdentity.h"
+#include "aitdbg.h"
+
+namespace {
+
+constexpr uint16_t kBootCodeInterface = 2;
+
+unsigned int LogNumber(InitDoneCallback callback) {
+    return static_cast<unsigned int>(reinterpret_cast<uintptr_t>(callback));
+}
+
+}  // namespace
+
+void CAitOrixCamera::Init(InitDoneCallback callback, int arg) {
+    AIT_LOG(4, "CAitOrixCamera::Init 0x%X, 0x%X \r\n", LogNumber(callback),
+            static_cast<unsigned int>(arg));
+    if (m_State == CAM_STATE_READY) {
+        AIT_LOG(1, "Already Initialization started.. \n");
+        return;
+    }
+    fpInitDoneCb = callback;
+    delete fw_loader;  // stops and joins one that is still at work
+    fw_loader = new CCameraFwLoader(kBootCodeProductId, kCameraVendorId, kBootCodeInterface, this);
+    fw_loader->SetInitDoneCallback(CamInitDoneCallback, this);
+    fw_loader->Start("ait-loader");
+}
+
+void CAitOrixCamera::CamInitDoneCallback(unsigned int status, void* data) {
+    if (IsCamDestroy()) {
+        return;
+    }
+    static_cast<CAitOrixCamera*>(data)->HandOver(status);
+}
+
+void CAitOrixCamera::HandOver(unsigned int status) {
+    if (status != CAMERA_STATUS_OK) {
+        m_State = CAM_STATE_DISCONNECTED;
+        fpInitDoneCb.load()(false);
+        return;
+    }
+    AIT_LOG(4, "Create Video, Audio capture class.\r\n");
+    sleep(1);  // the re-enumerated device settles
+    // An adapter that exists is kept, ready or not: it is not opened again in this object's life.
+    if (video_capturer == nullptr) {
+        video_capturer = new AitUvcCapture(kCameraVendorId, kRunTimeProductId);
+    }
+    if (audio_capturer == nullptr) {
+        audio_capturer = new CAudioCapture(kCameraVendorId, kRunTimeProductId);
+    }
+    AIT_LOG(1, "Skipped audio_capturer ConfigureDev furnc in initialization.\r\n");
+    const bool ready = AdaptersReady();
+    m_State = ready ? CAM_STATE_READY : CAM_STATE_DISCONNECTED;
+    if (!IsCamDestroy()) {
+        fpInitDoneCb.load()(ready);
+    }
+}
+
+bool CAitOrixCamera::AdaptersReady() const {
+    return video_capturer.load()->IsReady() && audio_capturer.load()->IsReady();
+}

@@ -1,0 +1,576 @@
+// Setting of properties: one table, a row for each property that is handled. A row holds the action
+// and what the action needs; the actions that serve several properties are in PropertySetters.
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "AitOrixCamera.h"
+#include "AitXu.h"
+#include "ExtensionUnit.h"
+#include "LittleEndian.h"
+#include "aitdbg.h"
+
+namespace {
+
+constexpr int kLargestBitrate = 17000000;       // bit/s
+constexpr int kBitsPerUnit = 1024;              // the adapter's unit of bit rate here
+constexpr unsigned int kLargestVolume = 100;    // percent
+constexpr unsigned int kUnitsPerDegree = 3600;  // pan and tilt
+constexpr useconds_t kRestartPauseUs = 30000;
+
+constexpr int kPanAbsolute = 0x009A0908;  // V4L2 control identifiers
+constexpr int kTiltAbsolute = 0x009A0909;
+constexpr int kZoomAbsolute = 0x009A090D;
+
+constexpr unsigned int kPuPowerLineFrequency = 5;  // UVC 1.00, A.9.5
+constexpr int kPowerLine50Hz = 1;                  // UVC 1.00, 4.2.2.3.5
+constexpr int kPowerLine60Hz = 2;
+
+constexpr uint16_t kCropSourceWidth = 1280;
+constexpr uint16_t kCropSourceHeight = 960;
+
+/// Modes of crop and face tracking as the camera knows them.
+enum CropMode : unsigned int {
+    kFaceTrackingOn = 5,
+    kFaceTrackingOff = 6,
+    kCropOriginGiven = 9,
+    kCropOriginReset = 10,
+};
+
+/// How a property call ends.
+enum class Ending {
+    kSuccess,     ///< log line, true
+    kFailure,     ///< log line, false
+    kQuietTrue,   ///< true without the line
+    kQuietFalse,  ///< false without the line
+};
+
+Ending FromResult(bool result) {
+    return result ? Ending::kSuccess : Ending::kFailure;
+}
+
+/// The adapter's transfers answer a byte count or a negative code: every non-zero answer, a code
+/// included, counts as success, so that only a transfer of no bytes fails. Hosts rely on this test.
+Ending FromTransfer(int result) {
+    return FromResult(result != 0);
+}
+
+}  // namespace
+
+struct PropertySetters {
+    struct Row;
+    typedef Ending (*Action)(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row);
+
+    struct Row {
+        CAM_PROPERTY property;
+        Action action;
+        unsigned int number;     // what the action works on: axis, selector or bits
+        unsigned char length;    // of a command block
+        unsigned char bytes[3];  // head of a command block
+        unsigned char valueAt;   // where its value byte goes
+    };
+
+    static const Row* Find(CAM_PROPERTY property);
+
+    // --- actions of one property
+    // ------------------------------------------------------------------
+
+    static Ending Bitrate(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        camera.m_nCurrentBPS = std::min(param.value, kLargestBitrate);
+        AIT_LOG(4, "BITRATE: %d bps\r\n", camera.m_nCurrentBPS);
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        // Units of 1024 here, of 1000 at the start of recording: the camera has always got both.
+        return FromResult(
+            Video(camera).SetBitrate(static_cast<uint32_t>(camera.m_nCurrentBPS / kBitsPerUnit)));
+    }
+
+    static Ending Framerate(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(4, "FRAME RATE: %d fps\r\n", param.value);
+        camera.m_nCurrentFPS = param.value;
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        return FromResult(Video(camera).SetFramerate(static_cast<uint32_t>(param.value)));
+    }
+
+    static Ending NewGop(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(4, "Force I: %d \r\n", param.value);
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        return FromResult(Video(camera).RequestKeyFrame());
+    }
+
+    static Ending Dimension(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(4, "RESOLUTION: w=%d, h=%d\r\n", param.res[0], param.res[1]);
+        if (param.res[0] == camera.m_nCurrentW && param.res[1] == camera.m_nCurrentH) {
+            AIT_LOG(1, "(%d x %d) is ignored!, Same setting!", camera.m_nCurrentW,
+                    camera.m_nCurrentH);
+            return Ending::kFailure;
+        }
+        // Kept for the next start also when nothing plays and the call fails.
+        camera.m_nCurrentW = param.res[0];
+        camera.m_nCurrentH = param.res[1];
+        if (!IsPlaying(camera)) {
+            return Ending::kFailure;
+        }
+        camera.RestartRecording();
+        return Ending::kSuccess;
+    }
+
+    static Ending MicVolume(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(4, "MICVOLUME: %d\r\n", param.value);
+        if (static_cast<unsigned int>(param.value) > kLargestVolume) {
+            AIT_LOG(4, "Exceed Mic Volume Range.[%d]", param.value);
+            return Ending::kSuccess;
+        }
+        if (camera.audio_capturer == nullptr || camera.m_State == CAM_STATE_DISCONNECTED) {
+            LogNoCapturer();
+            return Ending::kFailure;
+        }
+        if (!camera.audio_capturer.load()->SetVolume(param.value)) {
+            AIT_LOG(4, "Fail set MIC volume!!!\r\n");
+            return Ending::kFailure;
+        }
+        camera.m_lastMicVolume = param.value;
+        return Ending::kSuccess;
+    }
+
+    static Ending SampleRate(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(4, "Set SAMPLERATE to (%d).", param.value);
+        if (param.value != 16000 && param.value != 24000) {
+            AIT_LOG(1, "Not supported SAMPLERATE.");
+            return Ending::kSuccess;
+        }
+        const bool changed = camera.m_lastSampRate != param.value;
+        camera.m_lastSampRate = param.value;
+        if (changed && camera.audio_capturer != nullptr && camera.m_State == CAM_STATE_PLAYING) {
+            camera.RestartRecording();
+        }
+        return Ending::kSuccess;
+    }
+
+    static Ending AutoHz(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        if (param.value != 1 && param.value != 2) {
+            return Ending::kSuccess;
+        }
+        // 1 is 60 Hz and 2 is 50 Hz here, the reverse of the class control's own numbers.
+        const bool hz60 = param.value == 1;
+        AIT_LOG(4, "cam frequency is %s", hz60 ? "60Hz" : "50Hz");
+        return FromResult(
+            Video(camera).SetPU(kPuPowerLineFrequency, hz60 ? kPowerLine60Hz : kPowerLine50Hz));
+    }
+
+    static Ending AutoFocus(CAitOrixCamera&, CAM_PROP_VALUE&, const Row&) {
+        return Ending::kSuccess;
+    }
+
+    static Ending SignalType(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(4, "Set SIGNAL TYPE: %d\r\n", param.value);
+        if (static_cast<unsigned int>(param.value) > CAM_SIGNAL_H264_MJPEG) {
+            AIT_LOG(4, "Not support this format.\r\n");
+            return Ending::kQuietTrue;
+        }
+        if (param.value == CAM_SIGNAL_H264_GRAY_JPEG) {
+            param.value = CAM_SIGNAL_H264_GRAY_SI;
+        }
+        if (param.value == camera.m_SignalType) {
+            AIT_LOG(4, "same signal type %d, %d\n", param.value, param.value);
+            return Ending::kQuietTrue;
+        }
+        camera.m_SignalType = static_cast<CAM_SIGNAL_TYPE>(param.value);
+        return RestartIfPlaying(camera);
+    }
+
+    static Ending VideoMode(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(4, "VIDEOMODE: %d\r\n", param.value);
+        if (static_cast<unsigned int>(param.value) > CAM_VIDEO_H264_JPEG) {
+            AIT_LOG(4, "Not support this format.\r\n");
+            return Ending::kFailure;
+        }
+        camera.m_videomode = static_cast<CAM_VIDEO_MODE>(param.value);
+        return RestartIfPlaying(camera);
+    }
+
+    /// Reads a register of the audio converter. The answer is in res[1]; the result is false even
+    /// when all went well, and nothing that fails on the way stops the sequence.
+    static Ending I2cReadAudio(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        unsigned char preamble[kXuAuxBlockSize] = {0xFF, 0x00, 0x14};
+        if (camera.CheckCapturer()) {
+            Video(camera).AitCommandSend(kXuAuxCommand, preamble, sizeof preamble);
+        }
+        unsigned char read[kXuAuxBlockSize] = {0xFF, 0x02, HighByte(param.res[0]),
+                                               LowByte(param.res[0])};
+        if (camera.CheckCapturer()) {
+            Video(camera).AitCommandSend(kXuAuxCommand, read, sizeof read);
+        }
+        unsigned char reply[kXuAuxBlockSize] = {};
+        if (camera.CheckCapturer()) {
+            Video(camera).AitCommandGet(kXuAuxResult, reply, sizeof reply);
+        }
+        param.res[1] = reply[2];
+        return Ending::kQuietFalse;
+    }
+
+    static Ending I2cWriteAudio(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        unsigned char preamble[kXuAuxBlockSize] = {0xFF, 0x00, 0x14};
+        if (camera.CheckCapturer()) {
+            Video(camera).AitCommandSend(kXuAuxCommand, preamble, sizeof preamble);
+        }
+        unsigned char write[kXuAuxBlockSize] = {0xFF, 0x01, HighByte(param.res[0]),
+                                                LowByte(param.res[0]), LowByte(param.res[1])};
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        return FromTransfer(Video(camera).AitCommandSend(kXuAuxCommand, write, sizeof write));
+    }
+
+    static Ending CropVga(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        TakeCropOrigin(camera, param);
+        unsigned char block[kMmpBlockSize] = {0x01, LowByte(camera.m_SignalType),
+                                              LowByte(static_cast<int>(camera.m_CropMode))};
+        PutCropArea(block + 3, param);
+        Ending ending = Ending::kFailure;
+        if (camera.CheckCapturer()) {
+            ending = FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
+        }
+        AIT_LOG(4, "CAM_PROPERTY_CROP_VGA, x=%d, y=%d, w=%d, h=%d\r\n", camera.m_CurCropPosX.load(),
+                camera.m_CurCropPosY.load(), kCropSourceWidth, kCropSourceHeight);
+        return ending;
+    }
+
+    static Ending CropGray(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        TakeCropOrigin(camera, param);
+        unsigned char block[kMmpBlockSize] = {0x13, LowByte(static_cast<int>(camera.m_CropMode))};
+        PutCropArea(block + 2, param);
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        const int result = Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block);
+        AIT_LOG(4, "CAM_PROPERTY_CROP_GRAY, x=%d, y=%d, w=%d, h=%d\r\n",
+                camera.m_CurCropPosX.load(), camera.m_CurCropPosY.load(), kCropSourceWidth,
+                kCropSourceHeight);
+        return FromTransfer(result);
+    }
+
+    static Ending TriggerJpeg(CAitOrixCamera& camera, CAM_PROP_VALUE&, const Row&) {
+        AIT_LOG(4, "TRIGGER_JPEG:\r\n");
+        camera.m_bJpegTriggered = true;
+        if (camera.mCurTvMode != USE_CAM_SIGNAL_TYPE) {
+            return Ending::kSuccess;
+        }
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        unsigned char block[kMmpBlockSize] = {0x03};
+        return FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
+    }
+
+    static Ending ThreeA(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        // High byte first, unlike every other 16-bit field.
+        unsigned char block[kIspBlockSize] = {0xFF, 0x0C, HighByte(param.value),
+                                              LowByte(param.value)};
+        return FromTransfer(Video(camera).AitCommandSend(kXuIspCommand, block, sizeof block));
+    }
+
+    static Ending LocalMirror(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
+        constexpr unsigned int kLocalAndGrayMirror = 0x30;
+        return ChangeOption(
+            camera, param.value != 0,
+            camera.m_SignalType == CAM_SIGNAL_H264_H264_GRAY ? kLocalAndGrayMirror : row.number);
+    }
+
+    static Ending DebugLevel(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        return FromResult(camera.SetDebugLevel(param.value));
+    }
+
+    static Ending FaceTracking(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        camera.m_CropMode = param.value != 0 ? kFaceTrackingOn : kFaceTrackingOff;
+        camera.m_CurFaceTrackingStatus = LowByte(param.value);
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        unsigned char block[kMmpBlockSize] = {0x01, LowByte(camera.m_SignalType),
+                                              LowByte(static_cast<int>(camera.m_CropMode))};
+        return FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
+    }
+
+    static Ending LocalResolution(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        const unsigned char code = LocalViewCode(param.res[0], param.res[1]);
+        AIT_LOG(4, "Local view Resolution Change: %dx%d (enum: %d)", param.res[0], param.res[1],
+                code);
+        unsigned char block[kXuAuxBlockSize] = {0x28, code};
+        if (camera.video_capturer != nullptr) {
+            Video(camera).AitCommandSend(kXuAuxCommand, block, sizeof block);
+        }
+        return Ending::kSuccess;
+    }
+
+    static Ending Nv12Resolution(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
+        AIT_LOG(1, " Set NV12 Resolution %s", param.value != 0 ? "864x486" : "640x480");
+        unsigned char block[kMmpBlockSize] = {0x2D, LowByte(param.value)};
+        if (camera.video_capturer == nullptr) {
+            return Ending::kFailure;
+        }
+        return FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
+    }
+
+    // --- actions of several properties
+    // ------------------------------------------------------------
+
+    static Ending Zoom(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
+        AIT_LOG(4, "ZOOM: %d\r\n", param.value);
+        return MoveAxis(camera, row.number, param.value);
+    }
+
+    static Ending Pan(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
+        AIT_LOG(4, "PAN: %d\r\n", param.value);
+        return MoveAxis(camera, row.number, Degrees(param.value));
+    }
+
+    static Ending Tilt(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
+        AIT_LOG(4, "TILT: %d\r\n", param.value);
+        return MoveAxis(camera, row.number, Degrees(param.value));
+    }
+
+    static Ending ProcessingUnit(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        return FromResult(Video(camera).SetPU(row.number, param.value));
+    }
+
+    static Ending Option(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
+        return ChangeOption(camera, param.value != 0, row.number);
+    }
+
+    /// A fixed command block with one value byte.
+    static Ending Command(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        unsigned char block[kMmpBlockSize] = {row.bytes[0], row.bytes[1], row.bytes[2]};
+        block[row.valueAt] = LowByte(param.value);
+        return FromTransfer(Video(camera).AitCommandSend(static_cast<unsigned char>(row.number),
+                                                         block, row.length));
+    }
+
+    // --- helpers
+    // ----------------------------------------------------------------------------------
+
+    static AitUvcCapture& Video(CAitOrixCamera& camera) { return *camera.video_capturer; }
+
+    static unsigned char LowByte(int value) { return static_cast<unsigned char>(value); }
+    static unsigned char HighByte(int value) {
+        return static_cast<unsigned char>(static_cast<unsigned int>(value) >> 8);
+    }
+
+    static void LogNoCapturer() {
+        AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
+    }
+
+    static bool IsPlaying(const CAitOrixCamera& camera) {
+        if (camera.video_capturer != nullptr && camera.m_State == CAM_STATE_PLAYING) {
+            return true;
+        }
+        LogNoCapturer();
+        return false;
+    }
+
+    /// Ending of the two selections of streams: it says nothing, whatever happens.
+    static Ending RestartIfPlaying(CAitOrixCamera& camera) {
+        if (!IsPlaying(camera)) {
+            return Ending::kQuietFalse;
+        }
+        camera.RestartRecording();
+        return Ending::kQuietTrue;
+    }
+
+    /// Degrees to the camera's 1/3600 degree, wrapping in 32 bits.
+    static int Degrees(int value) {
+        return static_cast<int>(static_cast<unsigned int>(value) * kUnitsPerDegree);
+    }
+
+    static Ending MoveAxis(CAitOrixCamera& camera, unsigned int axis, int position) {
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        return FromResult(Video(camera).SetPTZ(axis, position));
+    }
+
+    static Ending ChangeOption(CAitOrixCamera& camera, bool on, unsigned int bits) {
+        unsigned int options = 0;
+        if (camera.GetVideoOption(&options) != 0) {
+            AIT_LOG(1, "GetVideoOption of SetProperty was Failed !!! \r\n");
+            return Ending::kFailure;
+        }
+        camera.SetVideoOption(on ? options | bits : options & ~bits);
+        return Ending::kSuccess;
+    }
+
+    /// Remembers the crop origin. A reset sends the origin 1,1 and tells the caller so, while 0,0
+    /// is remembered; the camera and the hosts know the reset in this form.
+    static void TakeCropOrigin(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
+        camera.m_CropMode = param.value == 0 ? kCropOriginReset : kCropOriginGiven;
+        camera.m_CurCropPosX = static_cast<uint16_t>(param.res[0]);
+        camera.m_CurCropPosY = static_cast<uint16_t>(param.res[1]);
+        if (param.value == 0) {
+            param.res[0] = 1;
+            param.res[1] = 1;
+        }
+    }
+
+    static void PutCropArea(unsigned char* to, const CAM_PROP_VALUE& origin) {
+        PutLe16(to, static_cast<uint16_t>(origin.res[0]));
+        PutLe16(to + 2, static_cast<uint16_t>(origin.res[1]));
+        PutLe16(to + 4, kCropSourceWidth);
+        PutLe16(to + 6, kCropSourceHeight);
+    }
+
+    static unsigned char LocalViewCode(int width, int height) {
+        if (width == 640 && height == 360) {
+            return 5;
+        }
+        return width == 800 && height == 450 ? 11 : 0;
+    }
+};
+
+namespace {
+
+typedef PropertySetters P;
+
+constexpr P::Row kRows[] = {
+    {CAM_PROPERTY_BITRATE, P::Bitrate, 0, 0, {}, 0},
+    {CAM_PROPERTY_FRAMERATE, P::Framerate, 0, 0, {}, 0},
+    {CAM_PROPERTY_NEWGOP, P::NewGop, 0, 0, {}, 0},
+    {CAM_PROPERTY_DIMENSION, P::Dimension, 0, 0, {}, 0},
+    {CAM_PROPERTY_MICVOLUME, P::MicVolume, 0, 0, {}, 0},
+    {CAM_PROPERTY_SAMPLERATE, P::SampleRate, 0, 0, {}, 0},
+    {CAM_PROPERTY_ZOOM, P::Zoom, kZoomAbsolute, 0, {}, 0},
+    {CAM_PROPERTY_PAN, P::Pan, kPanAbsolute, 0, {}, 0},
+    {CAM_PROPERTY_TILT, P::Tilt, kTiltAbsolute, 0, {}, 0},
+    {CAM_PROPERTY_AUTO_HZ, P::AutoHz, 0, 0, {}, 0},
+    {CAM_PROPERTY_AUTO_FOCUS, P::AutoFocus, 0, 0, {}, 0},
+    {CAM_PROPERTY_MIRROR, P::Option, 0x01, 0, {}, 0},
+    {CAM_PROPERTY_FLIP, P::Option, 0x02, 0, {}, 0},
+    {CAM_PROPERTY_FD_CONTROL, P::Option, 0x08, 0, {}, 0},
+    {CAM_PROPERTY_SIGNAL_TYPE, P::SignalType, 0, 0, {}, 0},
+    {CAM_PROPERTY_I2C_READ_AUDIO, P::I2cReadAudio, 0, 0, {}, 0},
+    {CAM_PROPERTY_I2C_WRITE_AUDIO, P::I2cWriteAudio, 0, 0, {}, 0},
+    {CAM_PROPERTY_CROP_VGA, P::CropVga, 0, 0, {}, 0},
+    {CAM_PROPERTY_TRIGGER_JPEG, P::TriggerJpeg, 0, 0, {}, 0},
+    {CAM_PROPERTY_VIDEO_MODE, P::VideoMode, 0, 0, {}, 0},
+    {CAM_PROPERTY_NV12_MODE_CONTROL, P::Command, kXuMmpCommand, kMmpBlockSize, {0x04}, 1},
+    // Processing unit, by UVC selector.
+    {CAM_PROPERTY_BRIGHTNESS, P::ProcessingUnit, 2, 0, {}, 0},
+    {CAM_PROPERTY_CONTRAST, P::ProcessingUnit, 3, 0, {}, 0},
+    {CAM_PROPERTY_SATURATION, P::ProcessingUnit, 7, 0, {}, 0},
+    {CAM_PROPERTY_SHARPNESS, P::ProcessingUnit, 8, 0, {}, 0},
+    {CAM_PROPERTY_HUE, P::ProcessingUnit, 6, 0, {}, 0},
+    {CAM_PROPERTY_GAMMA, P::ProcessingUnit, 9, 0, {}, 0},
+    {CAM_PROPERTY_BACKLIGHT_CONTROL, P::ProcessingUnit, 1, 0, {}, 0},
+    {CAM_PROPERTY_AWB_TEMPERATURE, P::ProcessingUnit, 10, 0, {}, 0},
+    {CAM_PROPERTY_MANUAL_AWB_CONTROL, P::ProcessingUnit, 11, 0, {}, 0},
+    // ISP commands.
+    {CAM_PROPERTY_IMAGE_EFFECT, P::Command, kXuIspCommand, kIspBlockSize, {0xFF, 0x0B}, 2},
+    {CAM_PROPERTY_3A_CONTROL, P::ThreeA, 0, 0, {}, 0},
+    {CAM_PROPERTY_WDR_CONTROL, P::Command, kXuIspCommand, kIspBlockSize, {0x0E}, 1},
+    {CAM_PROPERTY_COLOR_EFFECT, P::Command, kXuIspCommand, kIspBlockSize, {0xFF, 0x0D}, 2},
+    {CAM_PROPERTY_LOCAL_MIRROR, P::LocalMirror, 0x10, 0, {}, 0},
+    {CAM_PROPERTY_DEBUG_LEVEL, P::DebugLevel, 0, 0, {}, 0},
+    {CAM_PROPERTY_MIRROR_GRAY, P::Option, 0x20, 0, {}, 0},
+    {CAM_PROPERTY_CROP_GRAY, P::CropGray, 0, 0, {}, 0},
+    {CAM_PROPERTY_FACE_TRACKING, P::FaceTracking, 0, 0, {}, 0},
+    {CAM_PROPERTY_PREVIEW_MODE, P::Command, kXuMmpCommand, kMmpBlockSize, {0x20}, 1},
+    {CAM_PROPERTY_LOCAL_RESOLUTION, P::LocalResolution, 0, 0, {}, 0},
+    {CAM_PROPERTY_CHANGE_NV12_RESOLUTION, P::Nv12Resolution, 0, 0, {}, 0},
+};
+
+/// The properties that may restart recording take the locks in the order of start and stop: the
+/// firmware loader's thread stops recording by itself when the camera goes.
+bool MayRestartRecording(CAM_PROPERTY property) {
+    return property == CAM_PROPERTY_DIMENSION || property == CAM_PROPERTY_SAMPLERATE ||
+           property == CAM_PROPERTY_SIGNAL_TYPE || property == CAM_PROPERTY_VIDEO_MODE;
+}
+
+/// Holds a lock for a scope when it is wanted.
+class OptionalLock {
+  public:
+    OptionalLock(pMutex& mutex, bool wanted) : m_pMutex(wanted ? &mutex : nullptr) {
+        if (m_pMutex != nullptr) {
+            m_pMutex->Acquire();
+        }
+    }
+    ~OptionalLock() {
+        if (m_pMutex != nullptr) {
+            m_pMutex->Release();
+        }
+    }
+    OptionalLock(const OptionalLock&) = delete;
+    OptionalLock& operator=(const OptionalLock&) = delete;
+
+  private:
+    pMutex* m_pMutex;
+};
+
+bool EndProperty(CAM_PROPERTY property, Ending ending) {
+    if (ending == Ending::kSuccess) {
+        AIT_LOG(4, "Return true\r\n");
+    } else if (ending == Ending::kFailure) {
+        AIT_LOG(1, "Fail set property 0x%x\r\n", static_cast<unsigned int>(property));
+    }
+    return ending == Ending::kSuccess || ending == Ending::kQuietTrue;
+}
+
+}  // namespace
+
+const PropertySetters::Row* PropertySetters::Find(CAM_PROPERTY property) {
+    for (const Row& row : kRows) {
+        if (row.property == property) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+bool CAitOrixCamera::SetProperty(CAM_PROPERTY property, CAM_PROP_VALUE* param) {
+    OptionalLock startStopLock(m_start_stop_preview_lock, MayRestartRecording(property));
+    pMutexLock controlLock(m_video_ctrl_lock);
+    if (param == nullptr) {
+        return EndProperty(property, Ending::kFailure);
+    }
+    AIT_LOG(4,
+            "CAitOrixCamera::SetProperty prop=%d, param->value=0x%X, param->res[0]=0x%X, "
+            "param->res[1]=0x%X\r\n",
+            static_cast<int>(property), static_cast<unsigned int>(param->value),
+            static_cast<unsigned int>(param->res[0]), static_cast<unsigned int>(param->res[1]));
+    const PropertySetters::Row* row = PropertySetters::Find(property);
+    if (row == nullptr) {
+        AIT_LOG(4, "Not supported camera property\n");
+        return EndProperty(property, Ending::kFailure);
+    }
+    return EndProperty(property, row->action(*this, *param, *row));
+}
+
+bool CAitOrixCamera::CheckCapturer() const {
+    if (!HasCapturer()) {
+        PropertySetters::LogNoCapturer();
+        return false;
+    }
+    return true;
+}
+
+/// Both results are ignored: the property counts as applied.
+void CAitOrixCamera::RestartRecording() {
+    StopRecording();
+    usleep(kRestartPauseUs);
+    StartRecording();
+}

@@ -1,0 +1,22 @@
+// The cheap way of looking for the camera: the kernel's text listing of USB devices. Loader thread
+// only.
+#pragma once
+
+/// Set by IsAITCamera for the product IDs 0x205D and 0x2062, cleared for the other accepted ones.
+extern bool m_bAITCAM;
+
+/// Whether the identity is one of the camera family: the camera vendor ID with product ID 0x205C to
+/// 0x206F.
+bool IsAITCamera(int vid, int pid);
+
+/// Whether the listing's status-change time or size differs from what the last call saw, which
+/// lives as long as the process: an unchanged listing is not looked at again.
+bool IsProcDeviceChanged();
+
+/// Copies the `size` characters that follow `pattern` in `source` to `dest`, without terminator
+/// (the caller clears `dest` first; fewer when `source` ends before). False when there is no such
+/// pattern or `size` is below 1.
+bool GetCamString(char* dest, char* source, const char* pattern, int size);
+
+/// Product ID of the first camera in the listing; 0 when there is none or nothing has changed.
+int t_SearchAITUsbCamera();

@@ -1,0 +1,19 @@
+// Whole files, read with bounds: paths may name anything.
+#pragma once
+
+#include <stdio.h>
+
+#include <memory>
+#include <string>
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+typedef std::unique_ptr<FILE, FileCloser> FilePtr;
+
+/// Size in bytes by seeking to the end, negative when it cannot be told; the position is the start
+/// again.
+long FileSize(FILE* file);
+
+/// Content of a text file, at most 1 MiB of it.
+std::string ReadText(FILE* file);
