@@ -83,9 +83,9 @@ bool FillSlot(const TmkFramebaseHeader& h, uint8_t* data, AitH264_MediaSample* o
 }
 
 /// True when a sub-stream has padding of a size that is to be zeroed, so that decoders that read
-/// ahead find zeros. A larger difference, or data larger than its room, is left as it is.
+/// ahead find zeros. A larger difference, or data larger than its room, leaves the buffer as it is.
 bool HasPadding(const TmkFramebaseHeader& h) {
-    return h.dwPlayloadSize != h.dwReserved && h.dwPlayloadSize - h.dwReserved <= kLargestPadding;
+    return h.dwPlayloadSize > h.dwReserved && h.dwPlayloadSize - h.dwReserved <= kLargestPadding;
 }
 
 }  // namespace

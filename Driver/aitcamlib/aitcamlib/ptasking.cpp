@@ -35,9 +35,6 @@ void InitRecursiveMutex(pthread_mutex_t* mutex) {
     pthread_mutexattr_destroy(&attribute);
 }
 
-// Set when a thread's object was destroyed by the thread itself, from inside Run.
-thread_local bool t_bObjectGone = false;
-
 }  // namespace
 
 void __FATAL(const char*, ...) {}
@@ -154,8 +151,8 @@ pThread::~pThread() {
     if (Running) {
         pThread::Stop();
     }
-    if (pthread_equal(thread_id, pthread_self())) {
-        t_bObjectGone = true;
+    if (m_pbObjectGone != nullptr && pthread_equal(thread_id, pthread_self())) {
+        *m_pbObjectGone = true;
     }
 }
 
@@ -194,7 +191,8 @@ void pThread::Start(const char* name) {
 
 void* pThread::thread_func(void* self) {
     auto* thread = static_cast<pThread*>(self);
-    t_bObjectGone = false;
+    bool objectGone = false;
+    thread->m_pbObjectGone = &objectGone;
     if (thread->m_pThreadName != nullptr) {
         char name[16] = {};
         strncpy(name, thread->m_pThreadName, sizeof name - 1);
@@ -206,7 +204,8 @@ void* pThread::thread_func(void* self) {
     }
     thread->Running = true;
     thread->Run();
-    if (!t_bObjectGone) {
+    if (!objectGone) {
+        thread->m_pbObjectGone = nullptr;
         thread->m_bRunEnded = true;
     }
     return self;

@@ -123,6 +123,7 @@ class pThread {
     std::atomic<bool> m_bCreated{false};   // a thread exists that nobody has joined
     std::atomic<bool> m_bRunEnded{false};  // its Run has returned
     const char* m_pThreadName = nullptr;
+    bool* m_pbObjectGone = nullptr;  // of the thread itself: its object was destroyed inside Run
 };
 
 static_assert(sizeof(std::atomic<bool>) == sizeof(bool), "flags stay plain bytes");

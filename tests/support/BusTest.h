@@ -1,0 +1,54 @@
+// Base of the tests on the virtual bus: a fresh camera for each test, and every complaint of the
+// bus, leaks included, must have been expected by exact text and count.
+#pragma once
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/support/PluginTest.h"
+#include "virtcam/bus/control.h"
+
+namespace test {
+
+class BusTest : public PluginTest {
+  protected:
+    /// A camera that already runs its firmware, back quickly after a burn, in no listing.
+    static nlohmann::json RunningCamera() {
+        return {{"camera", {{"identity", "run-time"}, {"departure_ms", 1}, {"reenumerate_ms", 5}}}};
+    }
+    static nlohmann::json BootCodeCamera() {
+        nlohmann::json configuration = RunningCamera();
+        configuration["camera"]["identity"] = "boot-code";
+        return configuration;
+    }
+
+    explicit BusTest(const nlohmann::json& configuration = RunningCamera()) {
+        virtbus::reset(configuration);
+    }
+
+    ~BusTest() override {
+        std::vector<std::string> met;
+        for (const auto& complaint : virtbus::take_complaints()) {
+            met.push_back(complaint.text);
+        }
+        for (const auto& leak : virtbus::leaks()) {
+            met.push_back(leak.text);
+        }
+        std::sort(met.begin(), met.end());
+        std::sort(m_Expected.begin(), m_Expected.end());
+        EXPECT_EQ(met, m_Expected) << "complaints of the bus";
+        virtbus::clear_faults();
+    }
+
+    /// Says that the code under test earns this complaint, on purpose, `count` times.
+    void ExpectComplaint(const std::string& text, size_t count = 1) {
+        m_Expected.insert(m_Expected.end(), count, text);
+    }
+
+  private:
+    std::vector<std::string> m_Expected;
+};
+
+}  // namespace test

@@ -1,0 +1,27 @@
+// Base of the tests of the statically linked plug-in: each test starts with an empty log at level
+// 5, shortened sleeps and no failing system calls.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/LogRecorder.h"
+#include "tests/support/SystemCalls.h"
+#include "tests/support/TestClock.h"
+
+namespace test {
+
+class PluginTest : public ::testing::Test {
+  protected:
+    PluginTest() {
+        LogRecorder::instance().reset();
+        TestClock::instance().reset();
+        reset_system_calls();
+    }
+    ~PluginTest() override { reset_system_calls(); }
+
+    LogRecorder& log() { return LogRecorder::instance(); }
+    TestClock& clock() { return TestClock::instance(); }
+};
+
+}  // namespace test

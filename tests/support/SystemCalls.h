@@ -1,0 +1,26 @@
+// Failures of the C library that the code under test can be made to meet.
+#pragma once
+
+#include <atomic>
+
+namespace test {
+
+/// Each member is 0 for the real call, else the error that the call answers (errno value; for
+/// malloc family any non-zero value: null). Process-wide, reset with reset_system_calls().
+struct SystemCallFailures {
+    std::atomic<int> setpriority{0};
+    std::atomic<int> pthread_create{0};
+    std::atomic<int> pthread_mutexattr_init{0};
+    std::atomic<int> calloc{0};
+    /// The next `n` timed waits answer EINTR at once.
+    std::atomic<int> interrupted_timed_waits{0};
+    // What was asked for.
+    std::atomic<int> setpriority_calls{0};
+    std::atomic<int> last_priority{0};
+    std::atomic<int> timed_wait_calls{0};
+};
+
+SystemCallFailures& system_calls();
+void reset_system_calls();
+
+}  // namespace test
