@@ -97,7 +97,6 @@ void add_record(CLI::App* command, RecordOptions* record, Typed* typed) {
     command
         ->add_option("--set", typed->changes,
                      "change a property while recording: PROPERTY=VALUE@TIME; may be repeated")
-        ->expected(1)
         ->allow_extra_args(false);
     command
         ->add_option("--queue-mib", typed->queue_mib,

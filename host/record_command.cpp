@@ -183,6 +183,9 @@ RecordingPlan RecordCommand::plan_for(const Stage& stage) const {
 
 void RecordCommand::print_silent_streams(const Stage& stage, const RecordingPlan& plan,
                                          const RecordingResult& result) {
+    if (result.end != RecordingResult::End::kComplete) {
+        return;
+    }
     StreamSet silent;
     for (const RecordedStream& stream : result.streams) {
         const Stream which = stream.figures.stream;

@@ -34,7 +34,8 @@ const std::vector<std::pair<std::string, std::string>>& presets() {
     return all;
 }
 
-/// "unplug-at-3s" pulls the cable so long after the first picture was asked for.
+/// "unplug-at-3s" pulls the cable at the frame that is due so long after the first one, so that it
+/// strikes while recording however long the start takes.
 bool unplug_preset(const std::string& name, std::string* json) {
     constexpr std::string_view kPrefix = "unplug-at-";
     std::chrono::milliseconds when{};
@@ -43,7 +44,8 @@ bool unplug_preset(const std::string& name, std::string* json) {
     }
     constexpr int64_t kFrameRate = 30;
     const int64_t frame = std::max<int64_t>(1, when.count() * kFrameRate / 1000);
-    *json = nlohmann::json{{"events", {{{"at_frame", frame}, {"do", "unplug"}}}}}.dump();
+    const nlohmann::json event{{"on", {{"frame", true}}}, {"nth", frame}, {"do", "unplug"}};
+    *json = nlohmann::json{{"events", nlohmann::json::array({event})}}.dump();
     return true;
 }
 

@@ -65,25 +65,23 @@ Session& Workbench::bring_up() {
     return *session_;
 }
 
-void Workbench::give_up(Session::BringUp result) const {
+void Workbench::give_up(Session::BringUp result) {
+    const std::string state = words_for(session_->state());
     const std::string see = "; the plug-in's log is in " + log_.string();
-    switch (result) {
-        case Session::BringUp::kInterrupted:
-            throw Failure(ExitCode::kInterrupted,
-                          "interrupted while waiting for the camera; waiting for the plug-in to "
-                          "end its search (Ctrl-C again leaves at once)");
-        case Session::BringUp::kTimedOut:
-            throw Failure(ExitCode::kNoCamera,
-                          format("the plug-in did not report within %.0f s; the camera is %s",
-                                 std::chrono::duration<double>(init_timeout_).count(),
-                                 words_for(session_->state())) +
-                              see);
-        default:
-            throw Failure(ExitCode::kNoCamera,
-                          format("the camera is not usable (Init reported false); it is %s",
-                                 words_for(session_->state())) +
-                              see);
+    // Destroying the camera object may take as long as one step of the plug-in's search.
+    if (result == Session::BringUp::kInterrupted) {
+        console_.line(
+            "interrupted; waiting for the plug-in to end its search (Ctrl-C again leaves at once)");
+        throw Failure(ExitCode::kInterrupted, "interrupted while waiting for the camera");
     }
+    if (result == Session::BringUp::kTimedOut) {
+        throw Failure(ExitCode::kNoCamera,
+                      format("the plug-in did not report within %g s; the camera is %s",
+                             std::chrono::duration<double>(init_timeout_).count(), state.c_str()) +
+                          see);
+    }
+    throw Failure(ExitCode::kNoCamera,
+                  "the camera is not usable: Init reported false, it is " + state + see);
 }
 
 void Workbench::close() {

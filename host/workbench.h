@@ -35,7 +35,7 @@ class Workbench {
     UsbTrace& trace() { return trace_; }
 
   private:
-    [[noreturn]] void give_up(Session::BringUp result) const;
+    [[noreturn]] void give_up(Session::BringUp result);
 
     WakeEvent wake_;
     InterruptWatcher interrupt_;

@@ -40,6 +40,8 @@ std::vector<std::vector<uint8_t>> encode() {
     if (WelsCreateSVCEncoder(&encoder) != 0) {
         throw std::runtime_error("no encoder");
     }
+    int quiet = WELS_LOG_QUIET;
+    encoder->SetOption(ENCODER_OPTION_TRACE_LEVEL, &quiet);
     SEncParamBase parameters{};
     parameters.iUsageType = CAMERA_VIDEO_REAL_TIME;
     parameters.iPicWidth = kWidth;

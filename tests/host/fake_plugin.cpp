@@ -4,12 +4,15 @@
 //   video-mode      a television that selects by video mode
 //   not-usable      Init reports false
 //   never-reports   Init reports nothing
+//   never-ends      neither does it, and the camera object is never destroyed
 //   no-frames       recording starts and delivers nothing
 //   start-fails     StartRecording answers false
 //   lost            the camera goes away 300 ms after the start of recording
 //   call-mode       key frames come as SPS, PPS and IDR
 //   odd-size        gray records of a size that no picture has
 //   refuses         SetProperty answers false for every property
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -36,6 +39,9 @@ class FakeCamera : public ICameraSubject {
   public:
     FakeCamera() { SetState(CAM_STATE_CONNECTING); }
     ~FakeCamera() override {
+        while (behaves("never-ends")) {
+            pause();
+        }
         end_threads();
         if (reporter_.joinable()) {
             reporter_.join();
@@ -45,7 +51,7 @@ class FakeCamera : public ICameraSubject {
     void Init(InitDoneCallback callback, int) override {
         std::printf("\x1b[31mInit\x1b[0m\n");
         callback_ = callback;
-        if (behaves("never-reports")) {
+        if (behaves("never-reports") || behaves("never-ends")) {
             return;
         }
         reporter_ = std::thread([this] {
@@ -211,7 +217,8 @@ class FakeCamera : public ICameraSubject {
     std::thread video_;
     std::mutex observers_mutex_;
     std::map<CAM_STREAM_TYPE, ICameraObserver*> observers_;
-    std::map<CAM_PROPERTY, CAM_PROP_VALUE> values_{{CAM_PROPERTY_SAMPLERATE, {16000}}};
+    std::map<CAM_PROPERTY, CAM_PROP_VALUE> values_{{CAM_PROPERTY_SAMPLERATE, {16000}},
+                                                   {CAM_PROPERTY_DIMENSION, {640 | 480 << 16}}};
     std::mutex stop_mutex_;
     std::condition_variable stopped_;
     bool stop_ = false;

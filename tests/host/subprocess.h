@@ -1,0 +1,31 @@
+// Runs camhost as its users do.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace camhost_test {
+
+struct ProcessResult {
+    int code = -1;  ///< exit status; 128 + N when signal N ended it
+    std::string out;
+    std::string err;
+};
+
+/// What to do with a running process, once its standard output contains `when`.
+struct Interaction {
+    std::string when;
+    int signal = 0;     ///< to send, or 0
+    std::string input;  ///< to write to its standard input, or empty
+};
+
+/// Runs a program to its end (at most a minute, then it is killed and `code` is 137).
+/// `environment` entries are NAME=value, added to this process's. Interactions happen in order;
+/// standard input is closed after the last. `terminal`: input and output are a pseudo-terminal.
+ProcessResult run_process(const std::vector<std::string>& command,
+                          const std::vector<std::string>& environment = {},
+                          const std::vector<Interaction>& interactions = {}, bool terminal = false);
+
+}  // namespace camhost_test
