@@ -1,0 +1,18 @@
+// The last word of the bus: leaks are complained of, and the status is written, when everything
+// that uses this library has been finished.
+#include "virtcam/bus/bus.h"
+
+namespace {
+
+[[gnu::destructor]] void report_at_exit() {
+    if (!usbsim::Bus::started()) {
+        return;
+    }
+    auto& bus = usbsim::Bus::instance();
+    for (const auto& leak : bus.leaks()) {
+        bus.complaints().raise(leak.code, leak.text);
+    }
+    bus.write_status();
+}
+
+}  // namespace

@@ -1,0 +1,285 @@
+// The simulated USB core: contexts, devices, handles and transfers of one process, and the camera.
+//
+// Locking. One mutex guards everything below. It is never held while a completion callback runs or
+// while Camera::advance() makes pictures; it may be held while the camera answers a request. Order:
+// event lock of a context, waiter lock of a context, this mutex, the camera's own lock.
+//
+// Completions are handed to the program in event handling only (event_loop.cpp), which every
+// synchronous call performs too. Two threads work behind the scene: one drives the camera, one
+// keeps the clocks of isochronous endpoints, delayed answers and timed events.
+#pragma once
+
+#include <libusb-1.0/libusb.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "virtcam/bus/complaint_log.h"
+#include "virtcam/bus/config.h"
+#include "virtcam/bus/control.h"
+#include "virtcam/bus/fixed_devices.h"
+#include "virtcam/bus/interface_table.h"
+#include "virtcam/bus/listing.h"
+#include "virtcam/bus/objects.h"
+#include "virtcam/bus/ticker.h"
+#include "virtcam/bus/trace.h"
+#include "virtcam/faults/rule_set.h"
+#include "virtcam/model/camera.h"
+
+namespace usbsim {
+
+class Bus {
+  public:
+    /// The bus of this process, made at the first use as VIRTBUS_CONFIG says. It is never
+    /// destroyed: programs may still call into it while their own static objects go.
+    static Bus& instance();
+    /// True once instance() has made it.
+    static bool started();
+
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    // --- life cycle (bus.cpp) -------------------------------------------------------------------
+    void reset(const nlohmann::json& configuration);
+    std::shared_ptr<virtcam::Camera> camera();
+    void change_presence(virtfaults::DeviceAction action);
+    void add_rules(const nlohmann::json& rules);
+    void clear_rules();
+    /// Ends the threads; the bus answers requests from then on but moves no streams.
+    void stop_threads();
+
+    // --- calls (bus.cpp) ------------------------------------------------------------------------
+    /// Counts a call and applies the scripted failures of its name.
+    virtfaults::Action begin_call(const char* name, std::optional<int> argument);
+    void end_call(const char* name, std::optional<int> argument, int result);
+
+    // --- contexts and devices (devices.cpp)
+    // -------------------------------------------------------
+    int init(libusb_context** context);
+    void exit(libusb_context* context);
+    /// The context meant by `context` (null: the default one), or null with a complaint.
+    libusb_context* resolve(libusb_context* context, const char* call);
+    ssize_t list_devices(libusb_context* context, libusb_device*** list);
+    void free_list(libusb_device** list, bool unreference);
+    libusb_device* reference(libusb_device* device);
+    void unreference(libusb_device* device);
+    /// The device's properties, or null with a complaint when `device` is not one.
+    std::shared_ptr<const DeviceInfo> info(libusb_device* device, const char* call);
+    libusb_device* parent(libusb_device* device);
+    libusb_config_descriptor* make_config(const DeviceInfo& device);
+    void free_config(libusb_config_descriptor* config);
+
+    // --- handles (handles.cpp)
+    // --------------------------------------------------------------------
+    int open(libusb_device* device, libusb_device_handle** handle);
+    libusb_device_handle* open_by_id(libusb_context* context, uint16_t vendor, uint16_t product);
+    void close(libusb_device_handle* handle);
+    libusb_device* device_of(libusb_device_handle* handle);
+    int configuration(libusb_device_handle* handle, int* value);
+    int set_configuration(libusb_device_handle* handle, int value);
+    int claim(libusb_device_handle* handle, int interface);
+    int release(libusb_device_handle* handle, int interface);
+    int set_alt_setting(libusb_device_handle* handle, int interface, int setting);
+    int clear_halt(libusb_device_handle* handle, uint8_t endpoint);
+    int reset_device(libusb_device_handle* handle);
+    int driver_active(libusb_device_handle* handle, int interface);
+    int detach_driver(libusb_device_handle* handle, int interface);
+    int attach_driver(libusb_device_handle* handle, int interface);
+    int set_auto_detach(libusb_device_handle* handle, bool enable);
+
+    // --- transfers (transfers.cpp)
+    // ------------------------------------------------------------------
+    libusb_transfer* allocate(int packets, bool internal);
+    void free(libusb_transfer* transfer);
+    int submit(libusb_transfer* transfer);
+    int cancel(libusb_transfer* transfer);
+
+    /// Parameters of libusb_control_transfer; result as documented there.
+    int control(libusb_device_handle* handle, const virtcam::Setup& setup, uint8_t* data,
+                unsigned timeout_ms);
+    /// libusb_bulk_transfer and libusb_interrupt_transfer.
+    int stream(libusb_device_handle* handle, libusb_transfer_type type, uint8_t endpoint,
+               uint8_t* data, int length, int* transferred, unsigned timeout_ms);
+
+    // --- events (event_loop.cpp)
+    // ----------------------------------------------------------------------
+    using Finished = std::function<bool()>;
+    /// One round of event handling; waits at most until `deadline`, less when `finished()` holds.
+    int handle_events(libusb_context* context, TimePoint deadline, const Finished& finished);
+    /// The same for a caller that holds the event lock.
+    int handle_events_locked(libusb_context* context, TimePoint deadline);
+    bool try_lock_events(libusb_context* context);
+    void lock_events(libusb_context* context);
+    void unlock_events(libusb_context* context);
+    bool event_handling_ok(libusb_context* context);
+    bool event_handler_active(libusb_context* context);
+    void interrupt(libusb_context* context);
+    /// Waits with the waiter lock held. Returns true when the time was over.
+    bool wait_for_event(libusb_context* context, std::optional<TimePoint> deadline);
+    /// When the next transfer of the context times out.
+    std::optional<TimePoint> next_expiry(libusb_context* context);
+
+    // --- observation and scripted streams (report.cpp, script.cpp)
+    // --------------------------------------
+    ComplaintLog& complaints() { return complaints_; }
+    std::vector<virtbus::Complaint> leaks();
+    nlohmann::json status();
+    /// Writes the status file, if one was asked for.
+    void write_status();
+    std::vector<virtbus::ControlRecord> control_log();
+    std::vector<virtbus::CallRecord> call_log();
+    std::map<std::string, uint64_t> call_counts();
+    void clear_logs();
+    size_t pending(uint8_t endpoint);
+    std::optional<unsigned> last_timeout(uint8_t endpoint);
+    bool wait_until(const std::function<bool()>& predicate, std::chrono::milliseconds limit);
+    void script_stream(bool on);
+    void push(uint8_t endpoint, Outcome outcome);
+    void hold(uint8_t endpoint);
+    void release_held(uint8_t endpoint);
+
+  private:
+    struct EndpointQueue {
+        std::deque<Urb*> urbs;         ///< in order of submission
+        std::deque<Urb*> held;         ///< ended, kept back by hold()
+        std::deque<Outcome> scripted;  ///< pushed, not yet taken
+        bool hold = false;
+        bool started = false;  ///< iso: the clock below is valid
+        TimePoint iso_due;     ///< end of the last packet delivered
+        TimePoint idle_since;  ///< when the queue became empty
+        std::optional<unsigned> last_timeout;
+    };
+    using Lock = std::unique_lock<std::mutex>;
+
+    Bus();
+
+    // bus.cpp
+    void power_on(Config config);
+    std::string start_configuration();
+    TimePoint drive_camera();
+    TimePoint keep_clocks();
+    void changed() { change_.notify_all(); }
+    void run_actions(const std::vector<virtfaults::DeviceAction>& actions);
+    /// Takes over arrivals and departures of the camera since the last look.
+    void sync_presence();
+    void depart();
+    void arrive();
+    std::chrono::milliseconds elapsed() const;
+
+    // devices.cpp
+    std::shared_ptr<DeviceInfo> describe_camera();
+    void add_device(libusb_context& context, const std::shared_ptr<const DeviceInfo>& info);
+    void drop_reference(libusb_device* device);
+    void write_listing();
+    bool known(libusb_device* device) const { return devices_.count(device) != 0; }
+    int references_of_program(const libusb_device* device) const;
+
+    // handles.cpp
+    /// True, or false with a complaint, when `handle` is open.
+    bool usable(libusb_device_handle* handle, const char* call);
+    int open_locked(libusb_device* device, libusb_device_handle** handle);
+    void close_locked(libusb_device_handle* handle);
+    void abandon_transfers(libusb_device_handle* handle);
+    void release_locked(int interface);
+    /// A standard request that the host controller driver makes by itself; false: stalled.
+    bool kernel_request(const virtcam::Setup& setup);
+    /// Selects the camera's only configuration, as the kernel does for a device that arrives.
+    void configure_camera();
+    /// Ends the transfers on an interface as usbfs does when their endpoints go.
+    void flush_interface(int interface);
+
+    // transfers.cpp
+    Urb* find(libusb_transfer* transfer);
+    int check(const libusb_transfer& transfer, const Urb& urb);
+    int check_control(const libusb_transfer& transfer);
+    int check_recipient(libusb_device_handle* handle, const virtcam::Setup& setup);
+    int check_stream(const libusb_transfer& transfer, const Urb& urb);
+    void enqueue(Urb& urb);
+    void finish(Urb& urb, Outcome outcome);
+    void publish(Urb& urb);
+    // sync.cpp
+    /// @return 0 or the libusb error that stands for the ending.
+    int run_synchronously(libusb_transfer* transfer);
+
+    // endpoints.cpp
+    void serve(uint8_t endpoint);
+    void serve_all();
+    bool advance_urb(EndpointQueue& queue, Urb& urb);
+    std::optional<Outcome> ask(EndpointQueue& queue, Urb& urb);
+    std::optional<Outcome> ask_control(Urb& urb);
+    std::optional<Outcome> ask_bulk_in(EndpointQueue& queue, const Urb& urb);
+    std::optional<Outcome> ask_iso_in(EndpointQueue& queue, const Urb& urb);
+    Outcome ask_out(const Urb& urb);
+    std::vector<virtfaults::DeviceAction> apply_transfer_faults(Urb& urb, Outcome& outcome);
+    /// When the head of the queue is due by the clock.
+    std::optional<TimePoint> next_due(const EndpointQueue& queue) const;
+
+    // event_loop.cpp
+    static bool in_callback_of(const libusb_context* context);
+    void refuse_in_callback();
+    void expire(libusb_context* context, TimePoint now);
+    void deliver(Urb& urb, Lock& lock);
+    int run_events(libusb_context* context, TimePoint deadline);
+
+    // report.cpp
+    void log_control(Urb& urb, const virtcam::Setup& setup, std::span<const uint8_t> out);
+    void log_result(const Urb& urb);
+    nlohmann::json bus_status();
+
+    std::mutex mutex_;
+    std::condition_variable change_;
+
+    Config config_;
+    std::string status_path_;
+    std::string broken_;  ///< why the configuration was refused; libusb_init fails then
+    ComplaintLog complaints_;
+    Trace trace_;
+    virtfaults::RuleSet rules_;
+    std::unique_ptr<Listing> listing_;
+    TimePoint started_;
+
+    std::shared_ptr<virtcam::Camera> camera_;
+    uint64_t attachment_ = 0;  ///< that the bus has taken over; 0: the camera is off the bus
+    uint8_t last_address_ = 0;
+    std::vector<std::shared_ptr<const DeviceInfo>> fixed_devices_;
+    std::shared_ptr<const DeviceInfo> camera_info_;    ///< null while off the bus
+    std::unique_ptr<ConfigDescriptor> camera_config_;  ///< interfaces_ points into it
+    InterfaceTable interfaces_;
+
+    libusb_context* default_context_ = nullptr;
+    std::map<libusb_context*, std::unique_ptr<libusb_context>> contexts_;
+    /// Exited while something still points to them.
+    std::vector<std::unique_ptr<libusb_context>> exited_contexts_;
+    std::map<libusb_device*, std::unique_ptr<libusb_device>> devices_;
+    std::map<libusb_device_handle*, std::unique_ptr<libusb_device_handle>> handles_;
+    std::map<libusb_device**, std::unique_ptr<libusb_device*[]>> lists_;
+    std::map<libusb_config_descriptor*, std::unique_ptr<ConfigDescriptor>> configs_;
+    std::unordered_map<libusb_transfer*, std::unique_ptr<Urb>> urbs_;
+    std::map<uint8_t, EndpointQueue> queues_;
+    bool scripted_ = false;
+
+    std::deque<virtbus::ControlRecord> control_log_;
+    uint64_t control_log_first_ = 0;  ///< number of the first entry
+    std::deque<virtbus::CallRecord> call_log_;
+    std::map<std::string, uint64_t, std::less<>> call_counts_;
+    std::map<std::pair<int, int>, uint64_t> transfer_counts_;  ///< by type and status
+
+    std::unique_ptr<Ticker> camera_ticker_;
+    std::unique_ptr<Ticker> clock_ticker_;
+};
+
+}  // namespace usbsim

@@ -1,0 +1,127 @@
+#include "virtcam/bus/control.h"
+
+#include <nlohmann/json.hpp>
+
+#include "virtcam/bus/bus.h"
+
+namespace virtbus {
+namespace {
+
+constexpr uint8_t kVideoEndpoint = 0x81;
+constexpr uint8_t kAudioEndpoint = 0x82;
+
+usbsim::Bus& bus() {
+    return usbsim::Bus::instance();
+}
+
+libusb_transfer_status to_libusb(TransferStatus status) {
+    return static_cast<libusb_transfer_status>(status);
+}
+
+}  // namespace
+
+void reset(const nlohmann::json& configuration) {
+    bus().reset(configuration);
+}
+
+virtcam::Camera& camera() {
+    return *bus().camera();
+}
+
+void unplug() {
+    bus().change_presence(virtfaults::DeviceAction::kUnplug);
+}
+
+void plug() {
+    bus().change_presence(virtfaults::DeviceAction::kPlug);
+}
+
+void power_cycle() {
+    bus().change_presence(virtfaults::DeviceAction::kPowerCycle);
+}
+
+void add_fault(const nlohmann::json& rule) {
+    bus().add_rules(rule);
+}
+
+void clear_faults() {
+    bus().clear_rules();
+}
+
+std::vector<Complaint> complaints() {
+    return bus().complaints().all();
+}
+
+std::vector<Complaint> take_complaints() {
+    return bus().complaints().take();
+}
+
+std::vector<Complaint> leaks() {
+    return bus().leaks();
+}
+
+std::vector<ControlRecord> control_log() {
+    return bus().control_log();
+}
+
+std::vector<CallRecord> call_log() {
+    return bus().call_log();
+}
+
+std::map<std::string, uint64_t> call_counts() {
+    return bus().call_counts();
+}
+
+void clear_logs() {
+    bus().clear_logs();
+}
+
+size_t pending(uint8_t endpoint) {
+    return bus().pending(endpoint);
+}
+
+std::optional<unsigned> last_timeout(uint8_t endpoint) {
+    return bus().last_timeout(endpoint);
+}
+
+nlohmann::json status_json() {
+    return bus().status();
+}
+
+bool wait_until(const std::function<bool()>& predicate, std::chrono::milliseconds limit) {
+    return bus().wait_until(predicate, limit);
+}
+
+void script_stream(bool on) {
+    bus().script_stream(on);
+}
+
+void push_bulk(TransferStatus status, std::vector<uint8_t> bytes,
+               std::optional<int> actual_length) {
+    usbsim::Outcome outcome;
+    outcome.status = to_libusb(status);
+    outcome.actual_length = actual_length.value_or(static_cast<int>(bytes.size()));
+    outcome.data = std::move(bytes);
+    bus().push(kVideoEndpoint, std::move(outcome));
+}
+
+void push_iso(std::vector<IsoPacket> packets, TransferStatus status) {
+    usbsim::Outcome outcome;
+    outcome.status = to_libusb(status);
+    for (IsoPacket& packet : packets) {
+        const unsigned length =
+            packet.actual_length.value_or(static_cast<unsigned>(packet.bytes.size()));
+        outcome.packets.push_back({to_libusb(packet.status), length, std::move(packet.bytes)});
+    }
+    bus().push(kAudioEndpoint, std::move(outcome));
+}
+
+void hold_completions(uint8_t endpoint) {
+    bus().hold(endpoint);
+}
+
+void release_completions(uint8_t endpoint) {
+    bus().release_held(endpoint);
+}
+
+}  // namespace virtbus

@@ -1,0 +1,114 @@
+// What libusb's opaque pointers point to, and the bus's own record of each transfer.
+// Unless said otherwise every member is guarded by the mutex of Bus.
+#pragma once
+
+#include <libusb-1.0/libusb.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "virtcam/bus/descriptors.h"
+#include "virtcam/faults/action.h"
+#include "virtcam/model/camera.h"
+
+namespace usbsim {
+
+using TimePoint = std::chrono::steady_clock::time_point;
+
+/// A device as it stands on the bus during one attachment; immutable.
+struct DeviceInfo {
+    enum class Kind { kRootHub, kOther, kCamera };
+
+    Kind kind = Kind::kOther;
+    uint8_t address = 0;
+    uint8_t port = 0;  ///< 0: root hub
+    std::vector<uint8_t> device_bytes;
+    std::vector<uint8_t> config_bytes;
+    std::string manufacturer;  ///< UTF-8 texts for the bus listing
+    std::string product;
+    std::string serial;
+};
+
+constexpr uint8_t kBusNumber = 1;
+
+/// How a packet of a finished isochronous transfer ended.
+struct PacketOutcome {
+    libusb_transfer_status status = LIBUSB_TRANSFER_COMPLETED;
+    unsigned actual_length = 0;
+    std::vector<uint8_t> data;
+};
+
+/// How a transfer ended, kept until event handling hands it to the program.
+struct Outcome {
+    libusb_transfer_status status = LIBUSB_TRANSFER_COMPLETED;
+    int actual_length = 0;
+    std::vector<uint8_t> data;           ///< IN data of everything but isochronous transfers
+    std::vector<PacketOutcome> packets;  ///< isochronous only
+    std::optional<int> result;           ///< code that the synchronous call reports instead
+};
+
+/// The bus's side of a libusb_transfer.
+struct Urb {
+    enum class State {
+        kIdle,     ///< the program's
+        kPending,  ///< waits on its endpoint
+        kDone,     ///< ended, waits for event handling
+    };
+
+    libusb_transfer* transfer = nullptr;  ///< allocated with calloc, owned
+    int packet_capacity = 0;
+    bool internal = false;  ///< made by a synchronous call
+    State state = State::kIdle;
+    libusb_device_handle* handle = nullptr;  ///< of the last submission; null once closed
+    uint8_t endpoint = 0;
+    std::optional<TimePoint> expires;
+    /// Answer that is known but not yet due; nothing: the device was not asked yet.
+    std::optional<Outcome> prepared;
+    TimePoint prepared_due;
+    std::vector<virtfaults::DeviceAction> afterwards;  ///< happens when it has been answered
+    bool stuck = false;                      ///< never answered: waits for time-out or cancellation
+    std::optional<uint64_t> control_record;  ///< number of its entry in the control log
+    Outcome outcome;
+
+    ~Urb();
+    Urb() = default;
+    Urb(const Urb&) = delete;
+    Urb& operator=(const Urb&) = delete;
+};
+
+}  // namespace usbsim
+
+struct libusb_device {
+    libusb_context* context = nullptr;  ///< null once the context was exited
+    std::shared_ptr<const usbsim::DeviceInfo> info;
+    int references = 0;  ///< the context's own included, while the device is attached
+    bool attached = true;
+};
+
+struct libusb_device_handle {
+    libusb_context* context = nullptr;
+    libusb_device* device = nullptr;  ///< referenced
+    bool auto_detach = false;
+    bool poisoned = false;  ///< closing it aborts libusb 1.0.26, see Bus::set_alt_setting
+};
+
+struct libusb_context {
+    int references = 1;  ///< above 1 for the default context only
+    bool is_default = false;
+    std::vector<libusb_device*> devices;  ///< attached ones, in listing order; each referenced
+    std::deque<usbsim::Urb*> completed;   ///< ready for event handling
+    std::condition_variable wake;         ///< waits with the mutex of Bus
+    bool interrupted = false;
+    bool handler_active = false;
+    int closing = 0;     ///< threads in libusb_close that want the event lock
+    std::mutex events;   ///< held by the thread that handles events; taken before Bus's mutex
+    std::mutex waiters;  ///< for `waiters_wake`; taken before Bus's mutex
+    std::condition_variable waiters_wake;
+};

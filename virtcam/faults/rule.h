@@ -1,0 +1,59 @@
+// One scripted failure: where it strikes, on which occurrences, and what it does.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "virtcam/faults/action.h"
+
+namespace virtfaults {
+
+enum class TransferKind { kBulk, kIsochronous, kInterrupt };
+
+/// A call of the host's USB library, by name and, if given, by its first number.
+struct CallSelector {
+    std::string name;
+    std::optional<int> argument;  ///< interface, endpoint or alike; see docs/virtual-bus.md
+};
+
+/// A control request; what is not given matches everything.
+struct ControlSelector {
+    std::optional<uint8_t> type;
+    std::optional<uint8_t> request;
+    std::optional<uint16_t> value;
+    std::optional<uint16_t> index;
+    std::vector<uint8_t> data_prefix;  ///< beginning of the OUT data
+};
+
+/// The end of a bulk, isochronous or interrupt transfer that carried data.
+struct TransferSelector {
+    std::optional<TransferKind> kind;
+    std::optional<uint8_t> endpoint;
+    bool end_of_frame = false;  ///< only UVC payloads whose end-of-frame bit is set
+};
+
+/// A moment, counted from the start of the bus.
+struct TimeSelector {
+    std::chrono::milliseconds at{0};
+};
+
+using Selector = std::variant<CallSelector, ControlSelector, TransferSelector, TimeSelector>;
+
+struct Rule {
+    Selector on;
+    uint64_t first = 1;                                     ///< first occurrence hit, from 1
+    uint64_t count = std::numeric_limits<uint64_t>::max();  ///< occurrences hit in a row
+    Action action;
+
+    /// Reads a rule (docs/virtual-bus.md, "Faults").
+    /// Throws std::invalid_argument with a sentence that names the member at fault.
+    static Rule from_json(const nlohmann::json& rule);
+};
+
+}  // namespace virtfaults
