@@ -30,7 +30,7 @@ class H264Encoder {
     /// every kKeyFrameInterval pictures.
     Bytes encode(const Picture& picture, bool key);
 
-    static constexpr uint32_t kKeyFrameInterval = 60;
+    static constexpr uint32_t kKeyFrameInterval = 30;
 
   private:
     struct Handle;

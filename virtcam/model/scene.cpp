@@ -24,35 +24,36 @@ constexpr int kNoiseAmplitude = 6;
 constexpr int kFaceWidth = 180;
 constexpr int kFaceHeight = 240;
 
-/// Smooth noise: random values on a lattice of `cell` pixels, interpolated, wrapping in x.
+/// Smooth noise: random values on a lattice of `kCell` pixels, interpolated, wrapping in x. The
+/// cell is a constant so that divisions by it become shifts.
+template <int kCell>
 class Lattice {
   public:
-    Lattice(int cell, std::mt19937& random)
-        : cell_(cell),
-          columns_(kTextureWidth / cell),
-          values_(static_cast<size_t>(columns_) * (kCanvasHeight / cell + 2)) {
+    explicit Lattice(std::mt19937& random)
+        : values_(static_cast<size_t>(kColumns) * (kCanvasHeight / kCell + 2)) {
         std::uniform_real_distribution<float> distribution(-1.0F, 1.0F);
         std::generate(values_.begin(), values_.end(), [&] { return distribution(random); });
     }
 
     float at(int x, int y) const {
-        const int column = x / cell_;
-        const int row = y / cell_;
-        const float fx = smooth(static_cast<float>(x % cell_) / static_cast<float>(cell_));
-        const float fy = smooth(static_cast<float>(y % cell_) / static_cast<float>(cell_));
-        const float top = std::lerp(value(column, row), value(column + 1, row), fx);
-        const float bottom = std::lerp(value(column, row + 1), value(column + 1, row + 1), fx);
-        return std::lerp(top, bottom, fy);
+        const int column = x / kCell;
+        const int row = y / kCell;
+        const float fx = smooth(static_cast<float>(x % kCell) / kCell);
+        const float fy = smooth(static_cast<float>(y % kCell) / kCell);
+        const float top = mix(value(column, row), value(column + 1, row), fx);
+        const float bottom = mix(value(column, row + 1), value(column + 1, row + 1), fx);
+        return mix(top, bottom, fy);
     }
 
   private:
+    static constexpr int kColumns = kTextureWidth / kCell;
+
+    static float mix(float a, float b, float t) { return a + (b - a) * t; }
     static float smooth(float t) { return t * t * (3.0F - 2.0F * t); }
     float value(int column, int row) const {
-        return values_[static_cast<size_t>(row) * columns_ + column % columns_];
+        return values_[static_cast<size_t>(row) * kColumns + column % kColumns];
     }
 
-    int cell_;
-    int columns_;
     std::vector<float> values_;
 };
 
@@ -62,9 +63,9 @@ uint8_t level(float value) {
 
 Picture make_texture(std::mt19937& random) {
     Picture texture(kTextureWidth, kCanvasHeight);
-    const Lattice coarse(128, random);
-    const Lattice middle(32, random);
-    const Lattice fine(8, random);
+    const Lattice<128> coarse(random);
+    const Lattice<32> middle(random);
+    const Lattice<8> fine(random);
     for (int y = 0; y < texture.height; ++y) {
         uint8_t* row = texture.row_y(y);
         for (int x = 0; x < texture.width; ++x) {
@@ -72,8 +73,8 @@ Picture make_texture(std::mt19937& random) {
                            24.0F * fine.at(x, y));
         }
     }
-    const Lattice blue(128, random);
-    const Lattice red(64, random);
+    const Lattice<128> blue(random);
+    const Lattice<64> red(random);
     for (int y = 0; y < texture.chroma_height(); ++y) {
         for (int x = 0; x < texture.chroma_width(); ++x) {
             texture.row_u(y)[x] = level(128.0F + 50.0F * blue.at(2 * x, 2 * y));
@@ -163,8 +164,11 @@ FaceRect face_at(uint64_t tick) {
             static_cast<uint16_t>(centre.y + kFaceHeight / 2)};
 }
 
-Scene::Scene(uint32_t seed) : picture_(kCanvasWidth, kCanvasHeight), seed_(seed) {
-    std::mt19937 random(seed);
+Scene::Scene(uint32_t seed) : seed_(seed) {}
+
+void Scene::prepare() {
+    std::mt19937 random(seed_);
+    picture_.resize(kCanvasWidth, kCanvasHeight);
     texture_ = make_texture(random);
     noise_.resize(kNoiseLength + kCanvasWidth);
     std::uniform_int_distribution<int> amplitude(0, 2 * kNoiseAmplitude);
@@ -177,6 +181,9 @@ Region Scene::base_view() const {
 }
 
 const Picture& Scene::at(uint64_t tick) {
+    if (texture_.width == 0) {
+        prepare();
+    }
     scroll_background(tick);
     draw_bodies(tick);
     add_noise(tick);

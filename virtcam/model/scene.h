@@ -33,6 +33,9 @@ class Scene final : public PictureSource {
     Region base_view() const override;
 
   private:
+    /// Makes texture and noise: at the first picture, since a camera that only takes firmware
+    /// never shows one.
+    void prepare();
     void scroll_background(uint64_t tick);
     void draw_bodies(uint64_t tick);
     void add_noise(uint64_t tick);
