@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <sys/resource.h>
 
+#include <mutex>
+
 extern "C" {
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attribute, void* (*start)(void*),
                           void* argument);
@@ -15,6 +17,17 @@ void* __real_calloc(size_t count, size_t size);
 }
 
 namespace test {
+
+namespace {
+struct Deadlines {
+    std::mutex mutex;
+    std::vector<timespec> list;
+};
+Deadlines& deadlines() {
+    static auto* all = new Deadlines;  // outlives every thread of the code under test
+    return *all;
+}
+}  // namespace
 
 SystemCallFailures& system_calls() {
     static SystemCallFailures failures;
@@ -28,9 +41,24 @@ void reset_system_calls() {
     failures.pthread_mutexattr_init = 0;
     failures.calloc = 0;
     failures.interrupted_timed_waits = 0;
+    failures.pthread_cond_timedwait = 0;
     failures.setpriority_calls = 0;
     failures.last_priority = 0;
+    failures.last_priority_which = -1;
+    failures.last_priority_who = -1;
     failures.timed_wait_calls = 0;
+    std::lock_guard lock(deadlines().mutex);
+    deadlines().list.clear();
+}
+
+std::vector<timespec> timed_wait_deadlines() {
+    std::lock_guard lock(deadlines().mutex);
+    return deadlines().list;
+}
+
+static void record_deadline(const timespec& deadline) {
+    std::lock_guard lock(deadlines().mutex);
+    deadlines().list.push_back(deadline);
 }
 
 }  // namespace test
@@ -38,10 +66,12 @@ void reset_system_calls() {
 extern "C" {
 
 // Never the real one: a test may not renice the machine's work, and may not depend on the right to.
-int __wrap_setpriority(int, id_t, int priority) {
+int __wrap_setpriority(int which, id_t who, int priority) {
     test::SystemCallFailures& failures = test::system_calls();
     ++failures.setpriority_calls;
     failures.last_priority = priority;
+    failures.last_priority_which = which;
+    failures.last_priority_who = static_cast<long>(who);
     if (failures.setpriority != 0) {
         errno = failures.setpriority;
         return -1;
@@ -64,9 +94,13 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                   const timespec* deadline) {
     test::SystemCallFailures& failures = test::system_calls();
     ++failures.timed_wait_calls;
+    test::record_deadline(*deadline);
     if (failures.interrupted_timed_waits > 0) {
         --failures.interrupted_timed_waits;
         return EINTR;
+    }
+    if (const int error = failures.pthread_cond_timedwait; error != 0) {
+        return error;
     }
     return __real_pthread_cond_timedwait(cond, mutex, deadline);
 }

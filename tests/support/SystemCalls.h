@@ -1,7 +1,10 @@
 // Failures of the C library that the code under test can be made to meet.
 #pragma once
 
+#include <time.h>
+
 #include <atomic>
+#include <vector>
 
 namespace test {
 
@@ -14,13 +17,19 @@ struct SystemCallFailures {
     std::atomic<int> calloc{0};
     /// The next `n` timed waits answer EINTR at once.
     std::atomic<int> interrupted_timed_waits{0};
+    /// Every further timed wait answers this at once, ETIMEDOUT included.
+    std::atomic<int> pthread_cond_timedwait{0};
     // What was asked for.
     std::atomic<int> setpriority_calls{0};
     std::atomic<int> last_priority{0};
+    std::atomic<int> last_priority_which{-1};
+    std::atomic<long> last_priority_who{-1};
     std::atomic<int> timed_wait_calls{0};
 };
 
 SystemCallFailures& system_calls();
 void reset_system_calls();
+/// Wall-clock deadlines of the timed waits since the reset, in order.
+std::vector<timespec> timed_wait_deadlines();
 
 }  // namespace test
