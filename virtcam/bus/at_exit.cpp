@@ -9,6 +9,9 @@ namespace {
         return;
     }
     auto& bus = usbsim::Bus::instance();
+    if (!bus.owned_by_this_process()) {
+        return;
+    }
     for (const auto& leak : bus.leaks()) {
         bus.complaints().raise(leak.code, leak.text);
     }

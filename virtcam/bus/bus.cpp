@@ -1,5 +1,7 @@
 #include "virtcam/bus/bus.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -37,14 +39,17 @@ Bus& Bus::instance() {
     return *bus;
 }
 
-Bus::Bus() : status_path_(environment("VIRTBUS_STATUS")), trace_(environment("VIRTBUS_TRACE")) {
+Bus::Bus()
+    : status_path_(environment("VIRTBUS_STATUS")),
+      trace_(environment("VIRTBUS_TRACE")),
+      process_(getpid()) {
     broken_ = start_configuration();
     if (!broken_.empty()) {
         std::fprintf(stderr, "virtbus: configuration: %s\n", broken_.c_str());
         Config absent;
         absent.present = false;
         absent.listing.clear();
-        power_on(std::move(absent));
+        power_on(prepare(std::move(absent)));
     }
     camera_ticker_ = std::make_unique<Ticker>([this] { return drive_camera(); });
     clock_ticker_ = std::make_unique<Ticker>([this] { return keep_clocks(); });
@@ -54,31 +59,36 @@ Bus::Bus() : status_path_(environment("VIRTBUS_STATUS")), trace_(environment("VI
 
 std::string Bus::start_configuration() {
     try {
-        power_on(Config::from_file(environment("VIRTBUS_CONFIG")));
+        power_on(prepare(Config::from_file(environment("VIRTBUS_CONFIG"))));
     } catch (const std::exception& error) {
         return error.what();
     }
     return "";
 }
 
-void Bus::power_on(Config config) {
-    virtfaults::RuleSet rules;
-    rules.add(config.rules);
-    auto camera = std::make_shared<virtcam::Camera>(config.camera);
+Bus::Start Bus::prepare(Config config) {
+    Start start;
+    start.rules.add(config.rules);
+    start.camera = std::make_shared<virtcam::Camera>(config.camera);
     if (!config.present) {
-        camera->unplug();
+        start.camera->unplug();
     }
-    camera->set_listener([this] {
+    start.camera->set_listener([this] {
         if (camera_ticker_ && clock_ticker_) {
             camera_ticker_->poke();
             clock_ticker_->poke();
         }
     });
-    rules_ = std::move(rules);
-    camera_ = std::move(camera);
-    complaints_.set_quiet(config.quiet);
-    listing_ = std::make_unique<Listing>(config.listing);
-    config_ = std::move(config);
+    start.config = std::move(config);
+    return start;
+}
+
+void Bus::power_on(Start start) {
+    config_ = std::move(start.config);
+    rules_ = std::move(start.rules);
+    camera_ = std::move(start.camera);
+    complaints_.set_quiet(config_.quiet);
+    listing_.move_to(config_.listing);
     started_ = std::chrono::steady_clock::now();
     fixed_devices_ = make_fixed_devices(config_.other_devices);
     last_address_ = static_cast<uint8_t>(fixed_devices_.size());
@@ -87,15 +97,19 @@ void Bus::power_on(Config config) {
 }
 
 void Bus::reset(const nlohmann::json& configuration) {
-    Config config = Config::from_json(configuration);
+    Start start = prepare(Config::from_json(configuration));
     std::shared_ptr<virtcam::Camera> old;  // destroyed without the lock: it may wait for a picture
     {
         const std::lock_guard lock(mutex_);
+        const auto open = std::count_if(contexts_.begin(), contexts_.end(), [&](const auto& entry) {
+            return entry.second->generation == generation_ && !entry.second->leak_reported;
+        });
+        ++generation_;
         old = camera_;
         if (attachment_ != 0) {
             depart();
         }
-        power_on(std::move(config));
+        power_on(std::move(start));
         broken_.clear();
         scripted_ = false;
         for (auto& [endpoint, queue] : queues_) {
@@ -111,9 +125,9 @@ void Bus::reset(const nlohmann::json& configuration) {
         call_log_.clear();
         call_counts_.clear();
         transfer_counts_.clear();
-        if (!contexts_.empty()) {
-            complaints_.raise("reset_with_contexts", "reset: " + std::to_string(contexts_.size()) +
-                                                         " context(s) still open");
+        if (open != 0) {
+            complaints_.raise("reset_with_contexts",
+                              "reset: contexts still open: " + std::to_string(open));
         }
     }
     old->set_listener([] {});
@@ -126,7 +140,14 @@ std::shared_ptr<virtcam::Camera> Bus::camera() {
     return camera_;
 }
 
+bool Bus::owned_by_this_process() const {
+    return getpid() == process_;
+}
+
 void Bus::stop_threads() {
+    if (!owned_by_this_process()) {
+        return;
+    }
     camera_ticker_->stop();
     clock_ticker_->stop();
 }

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <libusb-1.0/libusb.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -59,6 +60,8 @@ class Bus {
     void change_presence(virtfaults::DeviceAction action);
     void add_rules(const nlohmann::json& rules);
     void clear_rules();
+    /// False in a child that was forked from the process of the bus.
+    bool owned_by_this_process() const;
     /// Ends the threads; the bus answers requests from then on but moves no streams.
     void stop_threads();
 
@@ -163,12 +166,28 @@ class Bus {
         TimePoint idle_since;  ///< when the queue became empty
         std::optional<unsigned> last_timeout;
     };
+    /// Everything that a configuration brings; made before anything is replaced.
+    struct Start {
+        Config config;
+        virtfaults::RuleSet rules;
+        std::shared_ptr<virtcam::Camera> camera;
+    };
+    struct DeviceList {
+        std::unique_ptr<libusb_device*[]> devices;  ///< null-terminated
+        unsigned generation = 0;
+    };
+    struct ConfigCopy {
+        std::unique_ptr<ConfigDescriptor> descriptor;
+        unsigned generation = 0;
+    };
     using Lock = std::unique_lock<std::mutex>;
 
     Bus();
 
     // bus.cpp
-    void power_on(Config config);
+    /// Makes what a configuration asks for. Throws when that is not possible.
+    Start prepare(Config config);
+    void power_on(Start start);
     std::string start_configuration();
     TimePoint drive_camera();
     TimePoint keep_clocks();
@@ -238,6 +257,7 @@ class Bus {
     // report.cpp
     void log_control(Urb& urb, const virtcam::Setup& setup, std::span<const uint8_t> out);
     void log_result(const Urb& urb);
+    std::string leaked_handle_text(const libusb_device_handle& handle) const;
     nlohmann::json bus_status();
 
     std::mutex mutex_;
@@ -249,8 +269,11 @@ class Bus {
     ComplaintLog complaints_;
     Trace trace_;
     virtfaults::RuleSet rules_;
-    std::unique_ptr<Listing> listing_;
+    Listing listing_;
     TimePoint started_;
+    pid_t process_;  ///< that has the threads: a forked child has none
+    /// Counts resets. Objects of an earlier generation stay usable but are nobody's leak any more.
+    unsigned generation_ = 0;
 
     std::shared_ptr<virtcam::Camera> camera_;
     uint64_t attachment_ = 0;  ///< that the bus has taken over; 0: the camera is off the bus
@@ -266,8 +289,8 @@ class Bus {
     std::vector<std::unique_ptr<libusb_context>> exited_contexts_;
     std::map<libusb_device*, std::unique_ptr<libusb_device>> devices_;
     std::map<libusb_device_handle*, std::unique_ptr<libusb_device_handle>> handles_;
-    std::map<libusb_device**, std::unique_ptr<libusb_device*[]>> lists_;
-    std::map<libusb_config_descriptor*, std::unique_ptr<ConfigDescriptor>> configs_;
+    std::map<libusb_device**, DeviceList> lists_;
+    std::map<libusb_config_descriptor*, ConfigCopy> configs_;
     std::unordered_map<libusb_transfer*, std::unique_ptr<Urb>> urbs_;
     std::map<uint8_t, EndpointQueue> queues_;
     bool scripted_ = false;

@@ -66,9 +66,9 @@ struct IsoPacket {
 
 // --- life cycle ---------------------------------------------------------------------------------
 
-/// A fresh camera and bus: new attachment, no faults, empty logs, counters at 0. Contexts that are
-/// still open are complained of (in the fresh log) and stay open, without devices of the new bus
-/// until they list again. Not from a completion callback.
+/// A fresh camera and bus: new attachment, no faults, empty logs, counters at 0, transfers in
+/// flight end with 'no device'. What is still open stays usable and is no leak of the fresh bus;
+/// contexts that no call of leaks() has reported are complained of. Not from a completion callback.
 /// Throws std::invalid_argument when the configuration is malformed; nothing changes then.
 void reset(const nlohmann::json& configuration);
 

@@ -24,6 +24,7 @@ int Bus::init(libusb_context** context) {
         return LIBUSB_SUCCESS;
     }
     auto made = std::make_unique<libusb_context>();
+    made->generation = generation_;
     libusb_context* const result = made.get();
     for (const auto& info : fixed_devices_) {
         add_device(*result, info);
@@ -33,7 +34,6 @@ int Bus::init(libusb_context** context) {
     }
     contexts_.emplace(result, std::move(made));
     if (context == nullptr) {
-        result->is_default = true;
         default_context_ = result;
     } else {
         *context = result;
@@ -117,6 +117,7 @@ void Bus::add_device(libusb_context& context, const std::shared_ptr<const Device
     device->context = &context;
     device->info = info;
     device->references = 1;
+    device->generation = generation_;
     context.devices.push_back(device.get());
     libusb_device* const key = device.get();
     devices_.emplace(key, std::move(device));
@@ -137,7 +138,7 @@ int Bus::references_of_program(const libusb_device* device) const {
         references -= handle->device == device ? 1 : 0;
     }
     for (const auto& [key, list] : lists_) {
-        for (libusb_device** entry = list.get(); *entry != nullptr; ++entry) {
+        for (libusb_device** entry = list.devices.get(); *entry != nullptr; ++entry) {
             references -= *entry == device ? 1 : 0;
         }
     }
@@ -153,7 +154,7 @@ ssize_t Bus::list_devices(libusb_context* context, libusb_device*** list) {
         ++device->references;
     }
     *list = array.get();
-    lists_.emplace(*list, std::move(array));
+    lists_.emplace(*list, DeviceList{std::move(array), generation_});
     return static_cast<ssize_t>(devices.size());
 }
 
@@ -167,7 +168,7 @@ void Bus::free_list(libusb_device** list, bool unreference) {
         complaints_.raise("unknown_list", "libusb_free_device_list: not a list, or freed already");
         return;
     }
-    const auto array = std::move(found->second);
+    const auto array = std::move(found->second.devices);
     lists_.erase(found);
     for (libusb_device** entry = array.get(); unreference && *entry != nullptr; ++entry) {
         if (known(*entry)) {
@@ -224,7 +225,7 @@ libusb_config_descriptor* Bus::make_config(const DeviceInfo& device) {
     }
     const std::lock_guard lock(mutex_);
     libusb_config_descriptor* const key = config->get();
-    configs_.emplace(key, std::move(config));
+    configs_.emplace(key, ConfigCopy{std::move(config), generation_});
     return key;
 }
 
@@ -263,7 +264,7 @@ void Bus::write_listing() {
     if (camera_info_) {
         devices.push_back(camera_info_);
     }
-    listing_->write(devices, [this](const DeviceInfo& device, int interface) -> std::string {
+    listing_.write(devices, [this](const DeviceInfo& device, int interface) -> std::string {
         switch (device.kind) {
             case DeviceInfo::Kind::kRootHub:
                 return "hub";

@@ -125,6 +125,9 @@ bool Bus::advance_urb(EndpointQueue& queue, Urb& urb) {
         }
         urb.afterwards = apply_transfer_faults(urb, *answer);
         urb.prepared = std::move(answer);
+        if (urb.prepared_due > now) {
+            clock_ticker_->poke();
+        }
     }
     if (urb.prepared_due > now) {
         return false;

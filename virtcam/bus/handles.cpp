@@ -50,6 +50,7 @@ int Bus::open_locked(libusb_device* device, libusb_device_handle** handle) {
     auto made = std::make_unique<libusb_device_handle>();
     made->context = device->context;
     made->device = device;
+    made->generation = generation_;
     ++device->references;
     *handle = made.get();
     handles_.emplace(*handle, std::move(made));

@@ -155,25 +155,21 @@ std::string listing_text(const std::vector<std::shared_ptr<const DeviceInfo>>& d
 
 }  // namespace
 
-Listing::Listing(std::string path) : path_(std::move(path)), state_("off") {
-    std::error_code ignored;
-    if (!path_.empty() &&
-        std::filesystem::is_directory(std::filesystem::path(path_).parent_path(), ignored)) {
-        state_ = "kept";
-    }
-}
-
 void Listing::write(const std::vector<std::shared_ptr<const DeviceInfo>>& devices,
                     const DriverName& driver) {
-    if (state_ == "off") {
+    std::error_code ignored;
+    if (path_.empty() ||
+        !std::filesystem::is_directory(std::filesystem::path(path_).parent_path(), ignored)) {
+        state_ = "off";
         return;
     }
-    // The root hub's serial number counts the changes; it is what makes equal sizes differ.
-    std::string hub_serial = "virtbus." + std::to_string(++generation_);
-    std::string text = listing_text(devices, hub_serial, driver);
-    if (text.size() == last_size_) {
-        text = listing_text(devices, hub_serial + ".0", driver);
-    }
+    // The root hub's serial number counts the changes and grows with them: a reader that misses
+    // some of them still finds another size, even when the same devices are there again.
+    constexpr unsigned kLongestTail = 100;
+    ++generation_;
+    const std::string hub_serial = "virtbus." + std::to_string(generation_) + "." +
+                                   std::string(generation_ % kLongestTail, '.');
+    const std::string text = listing_text(devices, hub_serial, driver);
     const std::string temporary = path_ + ".new";
     std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
     file << text;
@@ -183,7 +179,6 @@ void Listing::write(const std::vector<std::shared_ptr<const DeviceInfo>>& device
         return;
     }
     state_ = "kept";
-    last_size_ = text.size();
 }
 
 }  // namespace usbsim

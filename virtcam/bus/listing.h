@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "virtcam/bus/objects.h"
@@ -15,12 +16,13 @@ using DriverName = std::function<std::string(const DeviceInfo&, int interface)>;
 
 class Listing {
   public:
-    /// @param path file to keep; empty, or in a folder that does not exist: none is kept.
-    explicit Listing(std::string path);
+    /// @param path file to keep from now on; empty, or in a folder that does not exist: none is
+    /// kept.
+    void move_to(std::string path) { path_ = std::move(path); }
 
     /// Replaces the file at once (readers see the old or the new text, never a mixture). Its size
-    /// always differs from that of the text before, since readers compare sizes when the
-    /// status-change time has not advanced by a second.
+    /// differs from that of the texts before, since readers compare sizes when the status-change
+    /// time has not advanced by a second.
     void write(const std::vector<std::shared_ptr<const DeviceInfo>>& devices,
                const DriverName& driver);
 
@@ -30,8 +32,7 @@ class Listing {
 
   private:
     std::string path_;
-    std::string state_;
-    size_t last_size_ = 0;
+    std::string state_ = "off";
     unsigned generation_ = 0;
 };
 

@@ -65,6 +65,7 @@ struct Urb {
     libusb_transfer* transfer = nullptr;  ///< allocated with calloc, owned
     int packet_capacity = 0;
     bool internal = false;  ///< made by a synchronous call
+    unsigned generation = 0;
     State state = State::kIdle;
     libusb_device_handle* handle = nullptr;  ///< of the last submission; null once closed
     uint8_t endpoint = 0;
@@ -90,18 +91,21 @@ struct libusb_device {
     std::shared_ptr<const usbsim::DeviceInfo> info;
     int references = 0;  ///< the context's own included, while the device is attached
     bool attached = true;
+    unsigned generation = 0;  ///< of the bus: counts its resets
 };
 
 struct libusb_device_handle {
     libusb_context* context = nullptr;
     libusb_device* device = nullptr;  ///< referenced
     bool auto_detach = false;
+    unsigned generation = 0;
     bool poisoned = false;  ///< closing it aborts libusb 1.0.26, see Bus::set_alt_setting
 };
 
 struct libusb_context {
     int references = 1;  ///< above 1 for the default context only
-    bool is_default = false;
+    unsigned generation = 0;
+    bool leak_reported = false;           ///< a caller of Bus::leaks() knows that it is open
     std::vector<libusb_device*> devices;  ///< attached ones, in listing order; each referenced
     std::deque<usbsim::Urb*> completed;   ///< ready for event handling
     std::condition_variable wake;         ///< waits with the mutex of Bus

@@ -126,31 +126,48 @@ void Bus::clear_logs() {
 std::vector<virtbus::Complaint> Bus::leaks() {
     const std::lock_guard lock(mutex_);
     std::vector<virtbus::Complaint> leaks;
-    leaks.resize(contexts_.size(), {"leaked_context", "a context was never exited"});
+    for (const auto& [key, context] : contexts_) {
+        if (context->generation == generation_) {
+            context->leak_reported = true;
+            leaks.push_back({"leaked_context", "a context was never exited"});
+        }
+    }
     for (const auto& [key, handle] : handles_) {
-        std::string text =
-            "a handle of " + device_text(*handle->device->info) + " was never closed";
-        for (const int interface : interfaces_.claims_of(handle.get())) {
-            text += ", interface " + std::to_string(interface) + " is claimed";
+        if (handle->generation == generation_) {
+            leaks.push_back({"leaked_handle", leaked_handle_text(*handle)});
         }
-        leaks.push_back({"leaked_handle", text});
     }
-    leaks.resize(leaks.size() + lists_.size(), {"leaked_list", "a device list was never freed"});
+    for (const auto& [key, list] : lists_) {
+        if (list.generation == generation_) {
+            leaks.push_back({"leaked_list", "a device list was never freed"});
+        }
+    }
     for (const auto& [key, device] : devices_) {
-        if (const int references = references_of_program(device.get()); references > 0) {
-            leaks.push_back({"leaked_device", std::to_string(references) + " reference(s) to " +
-                                                  device_text(*device->info) +
-                                                  " were never dropped"});
+        const int references = references_of_program(device.get());
+        if (device->generation == generation_ && references > 0) {
+            leaks.push_back({"leaked_device", "references to " + device_text(*device->info) +
+                                                  " never dropped: " + std::to_string(references)});
         }
     }
-    leaks.resize(leaks.size() + configs_.size(),
-                 {"leaked_descriptor", "a configuration descriptor was never freed"});
+    for (const auto& [key, config] : configs_) {
+        if (config.generation == generation_) {
+            leaks.push_back({"leaked_descriptor", "a configuration descriptor was never freed"});
+        }
+    }
     for (const auto& [key, urb] : urbs_) {
-        if (!urb->internal) {
+        if (urb->generation == generation_ && !urb->internal) {
             leaks.push_back({"leaked_transfer", "a transfer was never freed"});
         }
     }
     return leaks;
+}
+
+std::string Bus::leaked_handle_text(const libusb_device_handle& handle) const {
+    std::string text = "a handle of " + device_text(*handle.device->info) + " was never closed";
+    for (const int interface : interfaces_.claims_of(&handle)) {
+        text += ", interface " + std::to_string(interface) + " is claimed";
+    }
+    return text;
 }
 
 nlohmann::json Bus::bus_status() {
@@ -164,7 +181,7 @@ nlohmann::json Bus::bus_status() {
             {"attachment", attachment_},
             {"address", camera_info_ ? camera_info_->address : 0},
             {"configuration_error", broken_},
-            {"listing", {{"path", listing_->path()}, {"state", listing_->state()}}},
+            {"listing", {{"path", listing_.path()}, {"state", listing_.state()}}},
             {"calls", call_counts_},
             {"transfers", std::move(transfers)},
             {"complaints", to_json(complaints_.all())},

@@ -44,6 +44,7 @@ libusb_transfer* Bus::allocate(int packets, bool internal) {
     urb->internal = internal;
     libusb_transfer* const key = urb->transfer;
     const std::lock_guard lock(mutex_);
+    urb->generation = generation_;
     urbs_.emplace(key, std::move(urb));
     return key;
 }
