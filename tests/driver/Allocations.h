@@ -1,0 +1,12 @@
+// Short memory: the plug-in's allocations that report failure (operator new with std::nothrow) are
+// link-wrapped and fail when a test says so.
+#pragma once
+
+namespace test {
+
+/// The `n`-th such allocation from now, from 1, fails, once; 0: none.
+void fail_allocation(int n);
+/// Whether the failure asked for last is still to come.
+bool allocation_failure_pending();
+
+}  // namespace test

@@ -1,0 +1,118 @@
+// Base of the tests of the two streaming engines on the virtual bus.
+//
+// The engines without their threads are driven by the test itself: a payload is pushed, one event
+// round delivers it, and everything happens on the test's thread, in order.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/driver/Allocations.h"
+#include "tests/driver/LibusbCalls.h"
+#include "tests/support/BusTest.h"
+
+namespace test {
+
+/// Level and text of one log line.
+using Logged = std::pair<unsigned int, std::string>;
+
+constexpr int kVendor = 0x114D;
+constexpr int kProduct = 0x2066;
+
+/// Bytes of a control transfer and its setup packet, as a test compares them.
+struct Request {
+    int type;
+    int request;
+    int value;
+    int index;
+    std::vector<uint8_t> data;
+    unsigned int timeout = 5000;
+
+    bool operator==(const Request&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const Request& request) {
+    out << std::hex << "type " << request.type << " request " << request.request << " value "
+        << request.value << " index " << request.index << std::dec << " timeout " << request.timeout
+        << " data";
+    for (const int byte : request.data) {
+        out << " " << byte;
+    }
+    return out;
+}
+
+class EngineTest : public BusTest {
+  protected:
+    explicit EngineTest(const nlohmann::json& configuration = RunningCamera())
+        : BusTest(configuration) {
+        LibusbCalls::instance().reset();
+        fail_allocation(0);
+        virtbus::script_stream(true);
+    }
+    ~EngineTest() override {
+        fail_allocation(0);
+        LibusbCalls::instance().reset();
+    }
+
+    LibusbCalls& usb() { return LibusbCalls::instance(); }
+
+    std::vector<Logged> Log() {
+        std::vector<Logged> all;
+        for (const LogLine& line : log().lines()) {
+            all.emplace_back(line.level, line.text);
+        }
+        return all;
+    }
+    void ForgetLog() { log().reset(); }
+
+    /// Forgets what was observed so far.
+    void Forget() {
+        ForgetLog();
+        virtbus::clear_logs();
+        clock().reset();
+        LibusbCalls::instance().reset();
+    }
+
+    /// Control transfers since the logs were cleared, alternate-setting requests excluded.
+    static std::vector<Request> Requests() {
+        std::vector<Request> all;
+        for (const auto& record : virtbus::control_log()) {
+            all.push_back({record.setup.request_type, record.setup.request, record.setup.value,
+                           record.setup.index, record.data, record.timeout_ms});
+        }
+        return all;
+    }
+
+    /// Names of the calls since the logs were cleared, with the first number where there is one.
+    static std::vector<std::string> Calls() {
+        std::vector<std::string> all;
+        for (const auto& record : virtbus::call_log()) {
+            std::string text = record.name;
+            if (record.argument) {
+                text += " " + std::to_string(*record.argument);
+            }
+            all.push_back(text);
+        }
+        return all;
+    }
+    static size_t CountCalls(const std::string& name) {
+        size_t count = 0;
+        for (const auto& record : virtbus::call_log()) {
+            count += record.name == name ? 1 : 0;
+        }
+        return count;
+    }
+
+    /// Sleeps of exactly this length since the last reset of the clock.
+    size_t Sleeps(std::chrono::microseconds length) { return clock().count(length); }
+
+    static nlohmann::json FailCall(const char* call, int result, int nth = 1) {
+        return {{"on", {{"call", call}}}, {"nth", nth}, {"do", {{"return", result}}}};
+    }
+    static nlohmann::json FailCallOn(const char* call, int argument, int result) {
+        return {{"on", {{"call", call}, {"argument", argument}}}, {"do", {{"return", result}}}};
+    }
+};
+
+}  // namespace test
