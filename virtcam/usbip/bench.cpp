@@ -1,0 +1,87 @@
+#include "virtcam/usbip/bench.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace virtusbip {
+
+using virtcam::Camera;
+using virtcam::Clock;
+using virtcam::TimePoint;
+
+Bench::Bench(const usbsim::Config& config) : picture_ticker_([this] { return make_pictures(); }) {
+    reset(config);
+    picture_ticker_.start();
+}
+
+Bench::~Bench() {
+    picture_ticker_.stop();
+}
+
+void Bench::reset(const usbsim::Config& config) {
+    virtfaults::RuleSet rules;
+    rules.add(config.rules);
+    auto camera = std::make_shared<Camera>(config.camera);
+    if (!config.present) {
+        camera->unplug();
+    }
+    camera->set_listener([this] {
+        picture_ticker_.poke();
+        news_.raise();
+    });
+    rules_ = std::move(rules);
+    iso_paced_ = config.iso_paced;
+    ++generation_;
+    started_ = Clock::now();
+    {
+        const std::lock_guard lock(mutex_);
+        std::swap(camera_, camera);
+    }
+    picture_ticker_.poke();
+    news_.raise();
+}
+
+uint64_t Bench::presence() const {
+    constexpr int kGenerationShift = 32;
+    return camera_->attached() ? generation_ << kGenerationShift | camera_->attachment() : 0;
+}
+
+void Bench::run(virtfaults::DeviceAction action) {
+    switch (action) {
+        case virtfaults::DeviceAction::kUnplug:
+            camera_->unplug();
+            break;
+        case virtfaults::DeviceAction::kPlug:
+            camera_->plug();
+            break;
+        case virtfaults::DeviceAction::kPowerCycle:
+            camera_->power_cycle();
+            break;
+    }
+}
+
+TimePoint Bench::run_due(TimePoint now) {
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - started_);
+    for (const virtfaults::DeviceAction action : rules_.take_due(elapsed)) {
+        run(action);
+    }
+    const auto next = rules_.next_due();
+    return next ? started_ + *next : TimePoint::max();
+}
+
+nlohmann::json Bench::status() const {
+    return camera_->status();
+}
+
+std::shared_ptr<Camera> Bench::current() const {
+    const std::lock_guard lock(mutex_);
+    return camera_;
+}
+
+TimePoint Bench::make_pictures() {
+    const TimePoint next = current()->advance(Clock::now());
+    news_.raise();
+    return next;
+}
+
+}  // namespace virtusbip
