@@ -167,7 +167,8 @@ TEST_F(Transfers, FreedInTheCallback) {
     virtbus::push_bulk(TransferStatus::kCompleted, {1});
     handle_events(context_);
     EXPECT_EQ(transfer.completions(), 1);
-    EXPECT_TRUE(std::none_of(virtbus::leaks().begin(), virtbus::leaks().end(),
+    const auto leaks = virtbus::leaks();
+    EXPECT_TRUE(std::none_of(leaks.begin(), leaks.end(),
                              [](const auto& leak) { return leak.code == "leaked_transfer"; }));
 }
 

@@ -7,7 +7,6 @@
 
 using usbsim::bus;
 using usbsim::Call;
-using usbsim::DeviceInfo;
 
 ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list) {
     Call call("libusb_get_device_list");
