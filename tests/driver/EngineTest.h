@@ -44,8 +44,14 @@ inline std::ostream& operator<<(std::ostream& out, const Request& request) {
 
 class EngineTest : public BusTest {
   protected:
-    explicit EngineTest(const nlohmann::json& configuration = RunningCamera())
-        : BusTest(configuration) {
+    /// The bus does not print its complaints: the tests read them.
+    static nlohmann::json QuietCamera() {
+        nlohmann::json configuration = RunningCamera();
+        configuration["bus"]["quiet"] = true;
+        return configuration;
+    }
+
+    EngineTest() : BusTest(QuietCamera()) {
         LibusbCalls::instance().reset();
         fail_allocation(0);
         virtbus::script_stream(true);

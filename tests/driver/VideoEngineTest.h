@@ -48,9 +48,8 @@ inline Bytes Pattern(size_t count, uint8_t seed = 1) {
 
 class VideoEngineTest : public EngineTest {
   protected:
-    explicit VideoEngineTest(const nlohmann::json& configuration = RunningCamera())
-        : EngineTest(configuration) {}
     ~VideoEngineTest() override {
+        clock().on_sleep(nullptr);  // what it refers to is gone
         if (m_Engine != nullptr) {
             m_Engine->UVC_DisableVideoStream();
         }

@@ -1,0 +1,97 @@
+// The audio engine without its thread, on scripted isochronous transfers.
+#pragma once
+
+#include <errno.h>
+
+#include <memory>
+
+#include "CLibusb_UacCtrl.h"
+#include "tests/driver/EngineTest.h"
+
+namespace test {
+
+class AudioEngine : public CLibUSB_UacCtrl {
+  public:
+    using CLibUSB_UacCtrl::FillAudioData;
+    using UsbStreamEngine::IsStreaming;
+    using UsbStreamEngine::m_bDeviceGone;
+    using UsbStreamEngine::m_ctx;
+    using UsbStreamEngine::m_pDevH;
+    using UsbStreamEngine::m_TransferMtx;
+    using UsbStreamEngine::Queue;
+};
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr int kPackets = 10;
+/// Rate that the camera offers.
+constexpr int kRate = 16000;
+
+class AudioEngineTest : public EngineTest {
+  protected:
+    ~AudioEngineTest() override {
+        // A stop that a test made fail leaves its transfers to the destructor.
+        clock().on_sleep(nullptr);  // what it refers to is gone
+        if (m_Engine != nullptr) {
+            m_Engine->UAC_DisableAudioStream();
+        }
+        Close();
+    }
+
+    void Open() {
+        m_Engine = std::make_unique<AudioEngine>();
+        ASSERT_EQ(m_Engine->Init(kVendor, kProduct), 0);
+        ExpectUnusualRelease();
+        Forget();
+    }
+    void Stream() {
+        Open();
+        ASSERT_EQ(m_Engine->UAC_EnableAudioStream(kRate), 0);
+        m_PacketSize = usb().submits().at(0).packet_lengths.at(0);
+        Forget();
+    }
+    void Close() { m_Engine.reset(); }
+
+    /// The engine releases an interface that it never claimed and leaves its own two to the close.
+    void ExpectUnusualRelease() {
+        ExpectComplaint("libusb_release_interface: interface 1 was not claimed");
+        ExpectComplaint("libusb_close: claimed and not released: interface 2, 3");
+    }
+
+    /// The camera ends one transfer with these packets, and the engine meets it.
+    void Deliver(std::vector<virtbus::IsoPacket> packets,
+                 virtbus::TransferStatus status = virtbus::TransferStatus::kCompleted) {
+        virtbus::push_iso(std::move(packets), status);
+        m_Engine->handle_libusb_event();
+    }
+    void DeliverBytes(const Bytes& bytes) {
+        Deliver({{virtbus::TransferStatus::kCompleted, bytes, std::nullopt}});
+    }
+
+    uint32_t Queued() { return m_Engine->Queue()->GetCnt(); }
+    Bytes Take() {
+        unsigned char* data = nullptr;
+        unsigned int length = 0;
+        if (Queued() == 0 || m_Engine->DequeFrameBuf(&data, &length) == 0) {
+            return {};
+        }
+        Bytes frame(data, data + length);
+        m_Engine->QueueFrameBuf();
+        return frame;
+    }
+    static size_t InFlight() { return virtbus::pending(0x82); }
+    static void ExpireWaits() { system_calls().pthread_cond_timedwait = ETIMEDOUT; }
+
+    unsigned int m_PacketSize = 0;
+    std::unique_ptr<AudioEngine> m_Engine;
+};
+
+inline Bytes Pattern(size_t count, uint8_t seed = 1) {
+    Bytes bytes(count);
+    for (size_t i = 0; i < count; ++i) {
+        bytes[i] = static_cast<uint8_t>(seed + i * 7);
+    }
+    return bytes;
+}
+
+}  // namespace test

@@ -1,0 +1,518 @@
+// Start and stop of an audio stream, rate and volume.
+#include <future>
+
+#include "tests/driver/AudioEngineTest.h"
+
+namespace test {
+namespace {
+
+using namespace std::chrono_literals;
+
+class UacStream : public AudioEngineTest {
+  protected:
+    UacStream() { Open(); }
+
+    int Start(int rate = kRate) { return m_Engine->UAC_EnableAudioStream(rate); }
+
+    /// The device's volume range, in bytes as they travel.
+    static void Range(const char* max, const char* min) {
+        virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", {{"reply", max}}}});
+        virtbus::add_fault({{"on", {{"control", {{"request", 0x82}}}}}, {"do", {{"reply", min}}}});
+    }
+    static nlohmann::json OnRequest(int type, int request, const nlohmann::json& action) {
+        return {{"on", {{"control", {{"type", type}, {"request", request}}}}}, {"do", action}};
+    }
+    void ExpectIdle() {
+        EXPECT_FALSE(m_Engine->IsStreaming);
+        EXPECT_EQ(m_Engine->Queue(), nullptr);
+        EXPECT_EQ(InFlight(), 0u);
+    }
+};
+
+const Logged kStartLine{4, "CLibUSB_UacCtrl::UAC_EnableAudioStream  16000 Hz\r\n"};
+const Logged kVolumeLine{4, "UAC SetVolume Min=-4096, Max=0, Vol=-1\r\n"};
+
+TEST_F(UacStream, SetsAndReadsTheRateReadsTheRangeAndAppliesTheVolume) {
+    ASSERT_EQ(Start(), 0);
+    EXPECT_EQ(Requests(), (std::vector<Request>{{0x22, 0x01, 0x0100, 0x0082, {0x80, 0x3E, 0x00}},
+                                                {0xA2, 0x81, 0x0100, 0x0082, {0x80, 0x3E, 0x00}},
+                                                {0xA1, 0x83, 0x0200, 0x0503, {0x00, 0x00}},
+                                                {0xA1, 0x82, 0x0200, 0x0503, {0x00, 0xF0}},
+                                                {0x21, 0x01, 0x0200, 0x0503, {0xFF, 0xFF}}}));
+    EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine, kVolumeLine}));
+    EXPECT_TRUE(m_Engine->IsStreaming);
+    EXPECT_EQ(m_Engine->UAC_GetMaxVolume(), 0);
+    EXPECT_EQ(m_Engine->UAC_GetMinVolume(), -4096);
+    EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -1);
+}
+
+TEST_F(UacStream, RateTravelsAsThreeBytes) {
+    virtbus::add_fault(OnRequest(0x22, 0x01, {{"actual_length", 3}}));
+    for (const int rate : {24000, 0x123456, 0x7F123456}) {
+        Forget();
+        Start(rate);
+        ASSERT_FALSE(Requests().empty());
+        EXPECT_EQ(Requests()[0].data,
+                  (Bytes{static_cast<uint8_t>(rate), static_cast<uint8_t>(rate >> 8),
+                         static_cast<uint8_t>(rate >> 16)}));
+        EXPECT_LOG(4,
+                   "CLibUSB_UacCtrl::UAC_EnableAudioStream  " + std::to_string(rate) + " Hz\r\n");
+        m_Engine->UAC_DisableAudioStream();
+    }
+}
+
+TEST_F(UacStream, OrderOfTheStartOnTheBus) {
+    ASSERT_EQ(Start(), 0);
+    EXPECT_EQ(Calls(), (std::vector<std::string>{
+                           "libusb_control_transfer 1", "libusb_control_transfer 129",
+                           "libusb_control_transfer 131", "libusb_control_transfer 130",
+                           "libusb_set_interface_alt_setting 3", "libusb_alloc_transfer 10",
+                           "libusb_alloc_transfer 10", "libusb_get_max_iso_packet_size 130",
+                           "libusb_submit_transfer 130", "libusb_submit_transfer 130",
+                           "libusb_control_transfer 1"}));
+    EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 1}}));
+}
+
+TEST_F(UacStream, SubmitsTwoTransfersOfTenPackets) {
+    virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", 64));
+    ASSERT_EQ(Start(), 0);
+    const auto submits = usb().submits();
+    ASSERT_EQ(submits.size(), 2u);
+    for (int i = 0; i < 2; ++i) {
+        const auto& call = submits[static_cast<size_t>(i)];
+        EXPECT_EQ(call.contents.endpoint, 0x82);
+        EXPECT_EQ(call.contents.type, LIBUSB_TRANSFER_TYPE_ISOCHRONOUS);
+        EXPECT_EQ(call.contents.timeout, 1000u);
+        EXPECT_EQ(call.contents.length, 640);
+        EXPECT_EQ(call.contents.num_iso_packets, 10);
+        EXPECT_EQ(call.packet_lengths, (std::vector<unsigned int>(10, 64)));
+        EXPECT_EQ(call.contents.callback, &AudioEngine::callback);
+        EXPECT_EQ(call.contents.dev_handle, m_Engine->m_pDevH);
+        const auto* param = static_cast<AudioEngine::TransferCbParam*>(call.contents.user_data);
+        EXPECT_EQ(param->pThis, m_Engine.get());
+        EXPECT_EQ(param->transfer_id, i);
+        EXPECT_EQ(param->transfer_buf, call.contents.buffer);
+        call.contents.buffer[10240 - 1] = 1;  // at least so many bytes, however small the packets
+    }
+    ASSERT_NE(m_Engine->Queue(), nullptr);
+    EXPECT_EQ(m_Engine->Queue()->GetEmptyCnt(), 4u);
+    EXPECT_EQ(virtbus::last_timeout(0x82), 1000u);
+}
+
+TEST_F(UacStream, WithoutADeviceNothingIsSent) {
+    AudioEngine engine;
+    Forget();
+    EXPECT_EQ(engine.UAC_EnableAudioStream(kRate), -1);
+    EXPECT_EQ(engine.UAC_DisableAudioStream(), -1);
+    EXPECT_EQ(engine.UAC_SetSamplingRate(kRate), -1);
+    EXPECT_EQ(engine.UAC_SetCurVolume(0), -1);
+    EXPECT_TRUE(Log().empty());
+    EXPECT_TRUE(Calls().empty());
+}
+
+TEST_F(UacStream, RateThatCannotBeSetFailsTheStart) {
+    struct Case {
+        nlohmann::json action;
+        int code;
+    };
+    for (const Case& test : {Case{"stall", -9}, Case{{{"actual_length", 2}}, 2}}) {
+        Forget();
+        virtbus::clear_faults();
+        virtbus::add_fault(OnRequest(0x22, 0x01, test.action));
+        EXPECT_EQ(Start(), -1);
+        EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
+                                              {4, "Failed to SET sampling rate: (" +
+                                                      std::to_string(test.code) + ")\n"}}));
+        EXPECT_EQ(Requests().size(), 1u);
+        EXPECT_TRUE(usb().alternate_settings().empty());
+        ExpectIdle();
+    }
+}
+
+TEST_F(UacStream, RateThatCannotBeReadBackFailsTheStart) {
+    struct Case {
+        nlohmann::json action;
+        int code;
+    };
+    for (const Case& test : {Case{"stall", -9}, Case{{{"short", 2}}, 2}}) {
+        Forget();
+        virtbus::clear_faults();
+        virtbus::add_fault(OnRequest(0xA2, 0x81, test.action));
+        EXPECT_EQ(Start(), -1);
+        EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
+                                              {4, "Failed to GET sampling rate: (" +
+                                                      std::to_string(test.code) + ")\n"}}));
+        EXPECT_EQ(Requests().size(), 2u);
+        ExpectIdle();
+    }
+}
+
+TEST_F(UacStream, VolumeLimitThatCannotBeReadFailsTheStart) {
+    for (const int request : {0x83, 0x82}) {
+        for (const auto& [action, code] :
+             {std::pair<nlohmann::json, int>{"stall", -9}, {{{"short", 1}}, 1}}) {
+            Forget();
+            virtbus::clear_faults();
+            virtbus::add_fault(OnRequest(0xA1, request, action));
+            EXPECT_EQ(Start(), -1);
+            EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
+                                                  {4, "libusb_control_transfer: Error: (" +
+                                                          std::to_string(code) + ")\n"}}));
+            EXPECT_EQ(Requests().size(), request == 0x83 ? 3u : 4u);
+            ExpectIdle();
+        }
+    }
+}
+
+TEST_F(UacStream, StreamingSettingThatIsRefusedFailsTheStart) {
+    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
+    EXPECT_EQ(Start(), -1);
+    EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
+                                          {4, "UAC_EnableAudioStream Error: IF = 3, Alt = 1"}}));
+    EXPECT_EQ(CountCalls("libusb_alloc_transfer"), 0u);
+    ExpectIdle();
+}
+
+TEST_F(UacStream, PacketSizeMustBePositive) {
+    for (const int answer : {0, int{LIBUSB_ERROR_NOT_FOUND}}) {
+        Forget();
+        virtbus::clear_faults();
+        virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", answer));
+        EXPECT_EQ(Start(), -1);
+        EXPECT_EQ(Log(),
+                  (std::vector<Logged>{kStartLine, {4, "libusb_get_max_iso_packet_size Fail"}}));
+        EXPECT_TRUE(usb().submits().empty());
+        EXPECT_FALSE(m_Engine->IsStreaming);
+        EXPECT_EQ(m_Engine->Queue(), nullptr);
+    }
+    virtbus::clear_faults();
+    virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", 1));
+    EXPECT_EQ(Start(), 0);
+    EXPECT_EQ(usb().submits().at(0).contents.length, 10);
+}
+
+TEST_F(UacStream, FirstRefusedSubmitLeavesTheRestForTheNextStop) {
+    virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 1));
+    EXPECT_EQ(Start(), -1);
+    EXPECT_EQ(Log(),
+              (std::vector<Logged>{kStartLine, {4, "libusb_fill_iso_transfer error: Audio 0\n"}}));
+    EXPECT_TRUE(m_Engine->IsStreaming);
+    EXPECT_NE(m_Engine->Queue(), nullptr);
+    EXPECT_EQ(usb().submits().size(), 1u);
+    EXPECT_EQ(CountCalls("libusb_free_transfer"), 1u);
+    EXPECT_EQ(Requests().size(), 4u);  // the volume is not applied
+    EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
+    EXPECT_EQ(CountCalls("libusb_free_transfer"), 2u);
+    ExpectIdle();
+}
+
+TEST_F(UacStream, SecondRefusedSubmitLeavesTheFirstInFlight) {
+    virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 2));
+    EXPECT_EQ(Start(), -1);
+    EXPECT_EQ(log().texts().back(), "libusb_fill_iso_transfer error: Audio 1\n");
+    EXPECT_TRUE(m_Engine->IsStreaming);
+    EXPECT_EQ(InFlight(), 1u);
+    Forget();
+    // The next start runs a full stop first.
+    EXPECT_EQ(Start(), 0);
+    EXPECT_EQ(CountCalls("libusb_cancel_transfer"), 1u);
+    EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 0}, {3, 1}}));
+    EXPECT_EQ(Sleeps(400ms), 1u);
+    EXPECT_EQ(InFlight(), 2u);
+}
+
+TEST_F(UacStream, TransferThatLibusbDoesNotGiveFailsTheStart) {
+    for (int nth = 1; nth <= 2; ++nth) {
+        Forget();
+        virtbus::clear_faults();
+        virtbus::add_fault(
+            {{"on", {{"call", "libusb_alloc_transfer"}}}, {"nth", nth}, {"do", "null"}});
+        EXPECT_EQ(Start(), -1);
+        EXPECT_TRUE(usb().submits().empty());
+        EXPECT_EQ(CountCalls("libusb_free_transfer"), static_cast<size_t>(nth - 1));
+        ExpectIdle();
+    }
+}
+
+TEST_F(UacStream, ShortMemoryReleasesEverythingAndFailsTheStart) {
+    int failures = 0;
+    for (int nth = 1;; ++nth) {
+        Forget();
+        fail_allocation(nth);
+        const int result = Start();
+        if (allocation_failure_pending()) {
+            EXPECT_EQ(result, 0);
+            break;
+        }
+        ++failures;
+        EXPECT_EQ(result, -1) << nth;
+        EXPECT_TRUE(usb().submits().empty()) << nth;
+        EXPECT_EQ(CountCalls("libusb_free_transfer"), 2u);
+        ExpectIdle();
+        fail_allocation(0);
+    }
+    // 2 parameter objects (object and storage), 4 buffers (likewise), the queue.
+    EXPECT_EQ(failures, 2 * 2 + 4 * 2 + 1);
+}
+
+TEST_F(UacStream, StartAfterAFailedStartTearsDownWhatItLeft) {
+    virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", 0));
+    EXPECT_EQ(Start(), -1);
+    Forget();
+    EXPECT_EQ(Start(), 0);
+    EXPECT_EQ(CountCalls("libusb_free_transfer"), 2u);
+    EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine, kVolumeLine}));
+}
+
+TEST_F(UacStream, StartWhileStreamingStopsFirst) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    ASSERT_EQ(Start(24000), 0);
+    EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 0}, {3, 1}}));
+    EXPECT_EQ(InFlight(), 2u);
+}
+
+// --- volume --------------------------------------------------------------------------------------
+
+struct VolumeCase {
+    const char* max;
+    const char* min;
+    int chosen;
+};
+
+TEST_F(UacStream, InitialVolumeIsKeptInsideTheRangeElse30PercentAboveTheMinimum) {
+    for (const VolumeCase& test :
+         {VolumeCase{"0000", "00f0", -1},     // -4096 to 0 contains -1
+          VolumeCase{"6400", "0000", 30},     // 0 to 100
+          VolumeCase{"ffff", "00f0", -1},     // -4096 to -1
+          VolumeCase{"feff", "00f0", -2868},  // -4096 to -2
+          VolumeCase{"0a00", "ffff", -1},     // -1 to 10
+          VolumeCase{"0a00", "0000", 3},      // 0 to 10
+          VolumeCase{"0300", "0000", 0},      // truncated
+          VolumeCase{"ff7f", "0100", 9830}, VolumeCase{"0500", "0500", 5}}) {
+        virtbus::clear_faults();
+        Range(test.max, test.min);
+        Close();
+        Open();
+        ASSERT_EQ(Start(), 0);
+        EXPECT_EQ(m_Engine->UAC_GetCurVolume(), test.chosen) << test.max << " " << test.min;
+        EXPECT_EQ(Requests().back().data, (Bytes{static_cast<uint8_t>(test.chosen),
+                                                 static_cast<uint8_t>(test.chosen >> 8)}));
+        m_Engine->UAC_DisableAudioStream();
+    }
+}
+
+TEST_F(UacStream, RangeTurnedRoundIsSurvived) {
+    Range("00f0", "0000");  // maximum below the minimum: no volume is inside
+    ASSERT_EQ(Start(), 0);
+    EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -1228);
+    EXPECT_EQ(Requests().size(), 4u);  // refused, not sent
+}
+
+TEST_F(UacStream, VolumeSurvivesARestart) {
+    ASSERT_EQ(Start(), 0);
+    EXPECT_EQ(m_Engine->UAC_SetCurVolume(-1000), 0);
+    EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
+    Forget();
+    ASSERT_EQ(Start(), 0);
+    EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -1000);
+    EXPECT_EQ(Requests().back(), (Request{0x21, 0x01, 0x0200, 0x0503, {0x18, 0xFC}}));
+}
+
+TEST_F(UacStream, VolumeIsSetWithinTheRangeOnly) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    EXPECT_EQ(m_Engine->UAC_SetCurVolume(1), -1);
+    EXPECT_EQ(m_Engine->UAC_SetCurVolume(-4097), -1);
+    EXPECT_TRUE(Log().empty());
+    EXPECT_TRUE(Requests().empty());
+    EXPECT_EQ(m_Engine->UAC_SetCurVolume(0), 0);
+    EXPECT_EQ(m_Engine->UAC_GetCurVolume(), 0);
+    EXPECT_EQ(m_Engine->UAC_SetCurVolume(-4096), 0);
+    EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -4096);
+    EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0200, 0x0503, {0x00, 0x00}},
+                                                {0x21, 0x01, 0x0200, 0x0503, {0x00, 0xF0}}}));
+    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC SetVolume Min=-4096, Max=0, Vol=0\r\n"},
+                                          {4, "UAC SetVolume Min=-4096, Max=0, Vol=-4096\r\n"}}));
+}
+
+TEST_F(UacStream, FailedVolumeIsLoggedAndNotRemembered) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    virtbus::add_fault(OnRequest(0x21, 0x01, "stall"));
+    EXPECT_EQ(m_Engine->UAC_SetCurVolume(-5), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC SetVolume Min=-4096, Max=0, Vol=-5\r\n"},
+                                          {4, "UAC_SetCurVolume: Error: (-9)\n"}}));
+    EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -1);
+    virtbus::clear_faults();
+    virtbus::add_fault(OnRequest(0x21, 0x01, {{"actual_length", 0}}));
+    EXPECT_EQ(m_Engine->UAC_SetCurVolume(-5), 0);  // only a negative result is a failure
+    EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -5);
+}
+
+TEST_F(UacStream, VolumeThatIsRefusedDoesNotFailTheStart) {
+    virtbus::add_fault(OnRequest(0x21, 0x01, "stall"));
+    EXPECT_EQ(Start(), 0);
+    EXPECT_LOG(4, "UAC_SetCurVolume: Error: (-9)\n");
+}
+
+TEST_F(UacStream, SamplingRateIsSetByItself) {
+    EXPECT_EQ(m_Engine->UAC_SetSamplingRate(24000), 3);
+    EXPECT_EQ(Requests(), (std::vector<Request>{{0x22, 0x01, 0x0100, 0x0082, {0xC0, 0x5D, 0x00}}}));
+    EXPECT_TRUE(Log().empty());
+    virtbus::add_fault(OnRequest(0x22, 0x01, "stall"));
+    EXPECT_EQ(m_Engine->UAC_SetSamplingRate(24000), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC_SetSamplingRate: Error: (-9)\n"}}));
+}
+
+// --- stop ----------------------------------------------------------------------------------------
+
+TEST_F(UacStream, StopCancelsSelectsIdleSleepsAndFrees) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    size_t selected = 0;
+    size_t freed = 99;
+    bool lockFree = false;
+    clock().on_sleep([&](const SleepCall& call) {
+        if (call.duration != 400ms) {
+            return;
+        }
+        selected = CountCalls("libusb_set_interface_alt_setting");
+        freed = CountCalls("libusb_free_transfer");
+        lockFree = std::async(std::launch::async, [&] {
+                       const bool taken = pthread_mutex_trylock(m_Engine->m_TransferMtx.Get()) == 0;
+                       if (taken) {
+                           m_Engine->m_TransferMtx.Release();
+                       }
+                       return taken;
+                   }).get();
+    });
+    EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
+    EXPECT_EQ(Calls(),
+              (std::vector<std::string>{"libusb_cancel_transfer 130", "libusb_cancel_transfer 130",
+                                        "libusb_set_interface_alt_setting 3",
+                                        "libusb_free_transfer", "libusb_free_transfer"}));
+    EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 0}}));
+    EXPECT_EQ(Sleeps(400ms), 1u);
+    EXPECT_EQ(selected, 1u);
+    EXPECT_EQ(freed, 0u);
+    EXPECT_TRUE(lockFree);
+    ExpectIdle();
+}
+
+TEST_F(UacStream, CancelledCompletionsAreLoggedWhileTheQueueExists) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    m_Engine->UAC_DisableAudioStream();
+    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "LIBUSB_TRANSFER_CANCELLED!\n"},
+                                          {4, "LIBUSB_TRANSFER_CANCELLED!\n"}}));
+}
+
+TEST_F(UacStream, RefusedIdleSettingEndsTheStopWithoutFreeing) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
+    EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), -1);
+    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!"}}));
+    EXPECT_FALSE(m_Engine->IsStreaming);
+    EXPECT_NE(m_Engine->Queue(), nullptr);
+    EXPECT_EQ(CountCalls("libusb_free_transfer"), 0u);
+    EXPECT_EQ(Sleeps(400ms), 0u);
+    // The next start tears it down silently and streams.
+    Forget();
+    EXPECT_EQ(Start(), 0);
+    EXPECT_EQ(CountCalls("libusb_free_transfer"), 2u);
+    EXPECT_EQ(InFlight(), 2u);
+}
+
+TEST_F(UacStream, StopWithoutAStreamSelectsIdle) {
+    EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
+    EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 0}}));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(UacStream, StopWakesABlockedConsumer) {
+    ASSERT_EQ(Start(), 0);
+    auto consumer = std::async(std::launch::async, [&] {
+        uint8_t byte;
+        return m_Engine->ReadFrame(&byte, 1);
+    });
+    while (m_Engine->Queue()->GetNumWaiters() == 0) {
+        std::this_thread::yield();
+    }
+    m_Engine->UAC_DisableAudioStream();
+    EXPECT_EQ(consumer.wait_for(0ms), std::future_status::ready);
+    EXPECT_EQ(consumer.get(), 0u);
+}
+
+TEST_F(UacStream, CompletionsAfterTheStopBeganAreNotResubmitted) {
+    ASSERT_EQ(Start(), 0);
+    virtbus::push_iso({{virtbus::TransferStatus::kCompleted, Pattern(8), std::nullopt}});
+    Forget();
+    m_Engine->UAC_DisableAudioStream();
+    EXPECT_TRUE(usb().submits().empty());
+    EXPECT_LOG_COUNT(4, "Stop submit audio transfer.\r\n", 1);
+    EXPECT_LOG_COUNT(4, "LIBUSB_TRANSFER_CANCELLED!\n", 1);
+}
+
+TEST_F(UacStream, TransferThatIsNeverReapedIsLeaked) {
+    ASSERT_EQ(Start(), 0);
+    virtbus::hold_completions(0x82);
+    Forget();
+    EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
+    EXPECT_EQ(log().texts(1), (std::vector<std::string>{
+                                  "Transfer 0 was never given back, it is left to libusb.\r\n",
+                                  "Transfer 1 was never given back, it is left to libusb.\r\n"}));
+    Forget();
+    virtbus::release_completions(0x82);
+    m_Engine->handle_libusb_event();
+    EXPECT_TRUE(Log().empty());
+    ExpectComplaint("a transfer was never freed", 2);
+}
+
+TEST_F(UacStream, StartAndStopManyTimes) {
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_EQ(Start(), 0);
+        DeliverBytes(Pattern(8));
+        EXPECT_EQ(Take(), Pattern(8));
+        ASSERT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
+        ExpectIdle();
+    }
+}
+
+TEST_F(UacStream, EventRoundsLast33MillisecondsAndPauseOnlyWhenIdle) {
+    Forget();
+    m_Engine->handle_libusb_event();
+    EXPECT_EQ(usb().event_timeouts(), (std::vector<long>{33000}));
+    EXPECT_EQ(Sleeps(500us), 1u);
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    DeliverBytes(Pattern(4));
+    EXPECT_EQ(usb().event_timeouts(), (std::vector<long>{33000}));
+    EXPECT_TRUE(clock().sleeps().empty());
+}
+
+// --- device gone ---------------------------------------------------------------------------------
+
+class UacGone : public AudioEngineTest {};
+
+TEST_F(UacGone, NoSettingIsSelectedTheStopFailsAndTheHandleIsClosed) {
+    m_Engine = std::make_unique<AudioEngine>();
+    ASSERT_EQ(m_Engine->Init(kVendor, kProduct), 0);
+    ASSERT_EQ(m_Engine->UAC_EnableAudioStream(kRate), 0);
+    virtbus::unplug();
+    Forget();
+    m_Engine->handle_libusb_event();
+    EXPECT_LOG_COUNT(4, "LIBUSB_TRANSFER_NO_DEVICE \r\n", 2);
+    EXPECT_TRUE(m_Engine->m_bDeviceGone);
+    Forget();
+    EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), -1);
+    EXPECT_TRUE(usb().alternate_settings().empty());
+    EXPECT_EQ(log().texts().back(), "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!");
+    Close();
+    EXPECT_TRUE(log().texts(1).empty());
+    EXPECT_EQ(CountCalls("libusb_close"), 1u);
+}
+
+}  // namespace
+}  // namespace test
