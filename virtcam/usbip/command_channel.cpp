@@ -38,6 +38,8 @@ std::string execute(std::string_view name, std::string_view rest, Bench& bench, 
         bench.rules().clear();
     } else if (name == "mute") {
         link.mute();
+    } else if (name == "late-unlinks") {
+        link.answer_before_unlink();
     } else if (name == "freeze") {
         link.freeze(parse_milliseconds(rest));
     } else {

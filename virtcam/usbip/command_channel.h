@@ -15,6 +15,8 @@ class LinkControl {
     virtual ~LinkControl() = default;
     /// Requests get no answer any more; giving one up does.
     virtual void mute() = 0;
+    /// Requests that are given up are answered just before.
+    virtual void answer_before_unlink() = 0;
     /// Nothing is read or answered for so long; then the connection is closed.
     virtual void freeze(std::chrono::milliseconds time) = 0;
 };

@@ -67,6 +67,12 @@ void Server::mute() {
     }
 }
 
+void Server::answer_before_unlink() {
+    if (link_) {
+        link_->urbs.answer_before_unlink();
+    }
+}
+
 void Server::freeze(milliseconds time) {
     if (link_) {
         link_->frozen_until = Clock::now() + time;

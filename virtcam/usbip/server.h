@@ -64,6 +64,7 @@ class Server : private LinkControl {
     };
 
     void mute() override;
+    void answer_before_unlink() override;
     void freeze(std::chrono::milliseconds time) override;
 
     virtcam::TimePoint work(virtcam::TimePoint now);

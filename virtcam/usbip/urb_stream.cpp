@@ -74,6 +74,12 @@ void UrbStream::unlink(const Unlink& unlink, Bytes& wire) {
         const auto victim = std::find_if(requests.begin(), requests.end(), [&](const auto& each) {
             return each.submit.seqnum == unlink.victim;
         });
+        if (victim != requests.end() && answers_before_unlink_) {
+            append_reply(victim->submit, Result{}, frame_number(virtcam::Clock::now()), wire);
+            requests.erase(victim);
+            --waiting_;
+            break;
+        }
         if (victim != requests.end()) {
             // Must never be answered from here on: the kernel would drop the connection.
             requests.erase(victim);

@@ -41,6 +41,9 @@ class UrbStream {
 
     /// From now on requests get no answer, until they are given up.
     void mute() { muted_ = true; }
+    /// From now on a request that is given up has been answered just before: the race that a busy
+    /// device wins now and then.
+    void answer_before_unlink() { answers_before_unlink_ = true; }
     size_t waiting() const { return waiting_; }
 
   private:
@@ -72,6 +75,7 @@ class UrbStream {
     std::map<uint8_t, Endpoint> endpoints_;  ///< by address; control under 0
     size_t waiting_ = 0;
     bool muted_ = false;
+    bool answers_before_unlink_ = false;
     virtcam::TimePoint started_ = virtcam::Clock::now();
 };
 

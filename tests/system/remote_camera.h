@@ -1,0 +1,31 @@
+// The virtual camera outside of the guest, told what to do.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace systemtest {
+
+/// Sends commands to `virtcam serve --commands`; where it listens stands in the environment
+/// variable VIRTCAM_COMMANDS (ADDRESS:PORT, numeric). One connection, one thread.
+class RemoteCamera {
+  public:
+    /// Throws std::runtime_error when nobody listens.
+    RemoteCamera();
+    ~RemoteCamera();
+    RemoteCamera(const RemoteCamera&) = delete;
+    RemoteCamera& operator=(const RemoteCamera&) = delete;
+
+    /// The answer to one command line. Throws std::runtime_error when it is an error.
+    std::string command(const std::string& line);
+    /// A new camera, switched on just now.
+    void reset(const nlohmann::json& configuration) { command("reset " + configuration.dump()); }
+    nlohmann::json status() { return nlohmann::json::parse(command("status")); }
+    /// Vendor requests of this code that have reached the camera.
+    size_t count_vendor_requests(uint8_t request);
+
+  private:
+    int socket_;
+};
+
+}  // namespace systemtest

@@ -1,0 +1,201 @@
+// The kernel's own drivers and the tools of others look at the camera.
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <sndfile.hh>
+
+#include "tests/recording_check/tone.h"
+#include "tests/system/luma.h"
+#include "tests/system/plugin_camera.h"
+#include "tests/system/program.h"
+#include "tests/system/system_test.h"
+#include "tests/system/usb_tree.h"
+
+namespace systemtest {
+namespace {
+
+using std::chrono::seconds;
+
+class Witness : public SystemTest {
+  protected:
+    /// Output of a program that must succeed; kept with the results as NAME.txt.
+    static std::string output_of(const std::string& command, const std::string& name) {
+        const ProgramResult run = run_program(command, 90);
+        std::ofstream(results_folder() + "/" + name + ".txt") << run.output;
+        EXPECT_EQ(run.exit_code, 0) << run.output;
+        return run.output;
+    }
+};
+
+TEST_F(Witness, LsusbReadsEveryDescriptor) {
+    // What lsusb prints where a descriptor is not what it should be.
+    const std::regex complaint(
+        "UNRECOGNIZED|Warning|INVALID|junk at|truncated|Couldn't|bDescriptorType invalid",
+        std::regex::icase);
+    for (const bool running : {false, true}) {
+        running ? power_on_running() : power_on({{"boot_code", "newer"}});
+        const std::string text =
+            output_of(running ? "lsusb -v -d 114d:2066" : "lsusb -v -d 114d:2065",
+                      running ? "lsusb-running" : "lsusb-boot-code");
+        EXPECT_NE(text.find("Device Descriptor:"), std::string::npos);
+        EXPECT_NE(text.find("bInterfaceNumber"), std::string::npos);
+        std::smatch match;
+        EXPECT_FALSE(std::regex_search(text, match, complaint)) << match.str();
+    }
+}
+
+/// Names before the first '|' of each line that is no comment.
+std::set<std::string> expected_failures() {
+    std::ifstream file(results_folder() + "/v4l2-compliance.expected");
+    EXPECT_TRUE(file) << "the list of expected failures is missing";
+    std::set<std::string> names;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && line[0] != '#') {
+            names.insert(std::regex_replace(line, std::regex(R"(\s*\|.*)"), ""));
+        }
+    }
+    return names;
+}
+
+TEST_F(Witness, V4l2ComplianceFailsOnlyWhereExpected) {
+    power_on_running();
+    // Failures make its exit status 1, so the list decides.
+    const ProgramResult run = run_program("v4l2-compliance -d " + video_node(), 90);
+    std::ofstream(results_folder() + "/v4l2-compliance.txt") << run.output;
+    std::set<std::string> failed;
+    const std::regex line(R"(\n\s*test ([^\n]*): FAIL)");
+    for (std::sregex_iterator it(run.output.begin(), run.output.end(), line), end; it != end;
+         ++it) {
+        failed.insert((*it)[1]);
+    }
+    EXPECT_NE(run.output.find("Total for uvcvideo device"), std::string::npos) << run.output;
+    EXPECT_EQ(failed, expected_failures());
+}
+
+TEST_F(Witness, V4l2CtlStreams) {
+    power_on_running();
+    for (const char* format : {"YUYV", "MJPG"}) {
+        const std::string text =
+            output_of("v4l2-ctl -d " + video_node() +
+                          " --set-fmt-video=width=640,height=480,pixelformat=" + format +
+                          " --stream-mmap --stream-count=30 --verbose",
+                      std::string("v4l2-ctl-") + format);
+        EXPECT_EQ(text.find("error"), std::string::npos) << text;
+    }
+}
+
+TEST_F(Witness, ArecordHearsTheTone) {
+    power_on_running({{"tone_hz", 1000}});
+    const std::string path = results_folder() + "/tone.wav";
+    output_of("arecord -q -D hw:0,0 -f S16_LE -r 16000 -c 2 -d 3 " + path, "arecord");
+    SndfileHandle file(path);
+    ASSERT_EQ(file.channels(), 2);
+    std::vector<float> samples(static_cast<size_t>(file.frames()) * 2);
+    ASSERT_EQ(file.readf(samples.data(), file.frames()), file.frames());
+    std::vector<float> left;
+    for (size_t i = 0; i < samples.size(); i += 2) {
+        left.push_back(samples[i]);
+    }
+    const auto tone = recording_check::measure_tone(left, 16000, 1000);
+    EXPECT_NEAR(tone.seconds, 3, 0.01);
+    EXPECT_GT(tone.share, 0.9);
+    EXPECT_LT(recording_check::measure_tone(left, 16000, 1300).share, 0.1);
+}
+
+/// A control under its three names, and the value that the plug-in is given.
+struct ControlCase {
+    const char* status_name;
+    const char* v4l2_name;
+    CAM_PROPERTY property;
+    int value;
+};
+
+constexpr ControlCase kControls[] = {
+    {"brightness", "brightness", CAM_PROPERTY_BRIGHTNESS, 60},
+    {"contrast", "contrast", CAM_PROPERTY_CONTRAST, 40},
+    {"zoom", "zoom_absolute", CAM_PROPERTY_ZOOM, 5},
+    {"pan", "pan_absolute", CAM_PROPERTY_PAN, 5},
+    {"tilt", "tilt_absolute", CAM_PROPERTY_TILT, -5},
+};
+
+struct Setting {
+    int raw = 0;  ///< in the device's units
+    double luma = 0;
+};
+
+class Controls : public Witness {
+  protected:
+    int raw_value(const ControlCase& control) {
+        return remote_.status().at("controls").at(control.status_name).get<int>();
+    }
+
+    /// Sets the controls one after the other through the plug-in; zoom stays for pan and tilt.
+    void set_through_plugin(std::vector<Setting>& settings) {
+        PluginCamera camera;
+        ASSERT_TRUE(camera.init());
+        ASSERT_TRUE(camera->GetCapability(CAM_CAPABILITY_SIGNAL_TYPE)
+                        ? camera.set(CAM_PROPERTY_SIGNAL_TYPE, CAM_SIGNAL_H264_YUYV)
+                        : camera.set(CAM_PROPERTY_VIDEO_MODE, CAM_VIDEO_H264_YUV));
+        ASSERT_TRUE(camera.start());
+        for (const ControlCase& control : kControls) {
+            SCOPED_TRACE(control.status_name);
+            camera.set(control.property, control.value);
+            // The first ones may have been under way before.
+            ASSERT_TRUE(camera.wait_for_records(CAM_STREAM_YUYV, 4));
+            const auto picture = camera.records(CAM_STREAM_YUYV).newest();
+            ASSERT_EQ(picture.size(), kYuyvBytes);
+            settings.push_back({raw_value(control), mean_luma(picture)});
+        }
+        EXPECT_TRUE(camera.stop());
+    }
+
+    static double luma_through_v4l2() {
+        const std::string path = "/tmp/picture.yuyv";
+        std::filesystem::remove(path);
+        const ProgramResult run =
+            run_program("v4l2-ctl -d " + video_node() +
+                            " --set-fmt-video=width=640,height=480,pixelformat=YUYV --stream-mmap"
+                            " --stream-skip=3 --stream-count=1 --stream-to=" +
+                            path,
+                        30);
+        EXPECT_EQ(run.exit_code, 0) << run.output;
+        std::ifstream file(path, std::ios::binary);
+        const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+        EXPECT_EQ(bytes.size(), kYuyvBytes);
+        return mean_luma({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+    }
+};
+
+TEST_F(Controls, GiveTheSamePictureThroughV4l2AsThroughThePlugin) {
+    constexpr double kMostDifference = 2;
+    power_on_running();
+    const double untouched = luma_through_v4l2();
+    std::vector<Setting> through_plugin;
+    set_through_plugin(through_plugin);
+    ASSERT_EQ(through_plugin.size(), std::size(kControls));
+
+    power_on_running();  // all controls are back at their defaults
+    for (size_t i = 0; i < std::size(kControls); ++i) {
+        const ControlCase& control = kControls[i];
+        SCOPED_TRACE(control.status_name);
+        const ProgramResult set =
+            run_program("v4l2-ctl -d " + video_node() + " --set-ctrl=" + control.v4l2_name + "=" +
+                            std::to_string(through_plugin[i].raw),
+                        10);
+        EXPECT_EQ(set.exit_code, 0) << set.output;
+        EXPECT_EQ(raw_value(control), through_plugin[i].raw);
+        const double luma = luma_through_v4l2();
+        report(std::string("mean luma with ") + control.status_name + " " +
+               std::to_string(through_plugin[i].raw) + ": plug-in " +
+               std::to_string(through_plugin[i].luma) + ", V4L2 " + std::to_string(luma));
+        EXPECT_NEAR(luma, through_plugin[i].luma, kMostDifference);
+        EXPECT_NE(through_plugin[i].raw, 0);
+    }
+    EXPECT_GT(std::abs(through_plugin[0].luma - untouched), 5) << "brightness changes nothing";
+}
+
+}  // namespace
+}  // namespace systemtest
