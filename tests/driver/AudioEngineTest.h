@@ -21,8 +21,6 @@ class AudioEngine : public CLibUSB_UacCtrl {
     using UsbStreamEngine::Queue;
 };
 
-using Bytes = std::vector<uint8_t>;
-
 constexpr int kPackets = 10;
 /// Rate that the camera offers.
 constexpr int kRate = 16000;
@@ -85,13 +83,5 @@ class AudioEngineTest : public EngineTest {
     unsigned int m_PacketSize = 0;
     std::unique_ptr<AudioEngine> m_Engine;
 };
-
-inline Bytes Pattern(size_t count, uint8_t seed = 1) {
-    Bytes bytes(count);
-    for (size_t i = 0; i < count; ++i) {
-        bytes[i] = static_cast<uint8_t>(seed + i * 7);
-    }
-    return bytes;
-}
 
 }  // namespace test

@@ -17,6 +17,32 @@ namespace test {
 /// Level and text of one log line.
 using Logged = std::pair<unsigned int, std::string>;
 
+using Bytes = std::vector<uint8_t>;
+
+/// `count` bytes that differ from their neighbours and from those of another seed.
+inline Bytes Pattern(size_t count, uint8_t seed = 1) {
+    Bytes bytes(count);
+    for (size_t i = 0; i < count; ++i) {
+        bytes[i] = static_cast<uint8_t>(seed + i * 7);
+    }
+    return bytes;
+}
+
+/// Flags of a payload header (UVC 1.00, 2.4.3.3).
+constexpr uint8_t kFid = 0x01;
+constexpr uint8_t kEof = 0x02;
+constexpr uint8_t kErr = 0x40;
+
+/// A payload with a header of 12 bytes.
+inline Bytes Payload(uint8_t flags, const Bytes& data = {}, uint8_t headerLength = 12) {
+    constexpr size_t kHeader = 12;
+    Bytes bytes(kHeader + data.size());
+    bytes[0] = headerLength;
+    bytes[1] = flags;
+    std::copy(data.begin(), data.end(), bytes.begin() + kHeader);
+    return bytes;
+}
+
 constexpr int kVendor = 0x114D;
 constexpr int kProduct = 0x2066;
 

@@ -23,29 +23,6 @@ class VideoEngine : public CLibUSB_UvcCtrl {
     using UsbStreamEngine::Queue;
 };
 
-/// Flags of a payload header (UVC 1.00, 2.4.3.3).
-constexpr uint8_t kFid = 0x01;
-constexpr uint8_t kEof = 0x02;
-constexpr uint8_t kErr = 0x40;
-
-using Bytes = std::vector<uint8_t>;
-
-/// A payload with a header of 12 bytes.
-inline Bytes Payload(uint8_t flags, const Bytes& data = {}, uint8_t headerLength = 12) {
-    Bytes bytes = {headerLength, flags, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    return bytes;
-}
-
-/// `count` bytes that differ from their neighbours and from those of another seed.
-inline Bytes Pattern(size_t count, uint8_t seed = 1) {
-    Bytes bytes(count);
-    for (size_t i = 0; i < count; ++i) {
-        bytes[i] = static_cast<uint8_t>(seed + i * 7);
-    }
-    return bytes;
-}
-
 class VideoEngineTest : public EngineTest {
   protected:
     ~VideoEngineTest() override {
