@@ -87,6 +87,18 @@ class CheckRecording(unittest.TestCase):
         (self.folder / "jpeg-0003.jpg").unlink()
         self.assert_bad("FAILED")
 
+    def test_stills_out_of_a_stream_may_skip_counters(self):
+        source = self.film("source.y4m", [10, 25, 40])
+        ffmpeg("-i", source, self.folder / "jpeg-%04d.jpg")
+        source.unlink()
+        self.assert_bad("counter 25 after 10")
+        self.folder = self.folder.rename(self.folder.parent / "h264-mjpeg")
+        report = self.folder.parent / "report.json"
+        report.write_text(json.dumps({"selector": "signal-type", "recordings": []}))
+        self.assert_good("--report", report)
+        report.write_text(json.dumps({"selector": "video-mode", "recordings": []}))
+        self.assert_bad("counter 25 after 10", "--report", report)
+
     def test_another_tone(self):
         ffmpeg("-f", "lavfi", "-i", "sine=frequency=700:sample_rate=16000:duration=1",
                self.folder / "audio.wav")

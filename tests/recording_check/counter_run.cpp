@@ -9,9 +9,7 @@ void CounterRun::add(std::optional<uint32_t> counter) {
         fault(picture + ": no readable counter");
         return;
     }
-    // 0 is never shown: the wrap goes from the highest number to 1.
-    const auto expected = [&] { return *last_ == UINT32_MAX ? 1 : *last_ + 1; };
-    if (last_ && *counter != expected()) {
+    if (last_ && !may_follow(*counter)) {
         fault(picture + ": counter " + std::to_string(*counter) + " after " +
               std::to_string(*last_));
     }
@@ -19,6 +17,14 @@ void CounterRun::add(std::optional<uint32_t> counter) {
         first_ = counter;
     }
     last_ = counter;
+}
+
+bool CounterRun::may_follow(uint32_t counter) const {
+    if (order_ == Order::kGrowing) {
+        return counter > *last_;
+    }
+    // 0 is never shown: the wrap goes from the highest number to 1.
+    return counter == (*last_ == UINT32_MAX ? 1 : *last_ + 1);
 }
 
 void CounterRun::fault(const std::string& sentence) {

@@ -1,4 +1,4 @@
-// Whether the counters that the virtual camera drew into a run of pictures are consecutive.
+// Whether the counters that the virtual camera drew into a run of pictures are in order.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,13 @@ namespace recording_check {
 /// Takes the pictures of one stream in their order.
 class CounterRun {
   public:
+    enum class Order {
+        kConsecutive,  ///< each counter is the one after the last
+        kGrowing,      ///< pictures may have been left out, none is repeated or comes late
+    };
+
+    explicit CounterRun(Order order = Order::kConsecutive) : order_(order) {}
+
     /// `counter`: what the next picture shows, or nothing when it is unreadable.
     void add(std::optional<uint32_t> counter);
 
@@ -25,8 +32,10 @@ class CounterRun {
     static constexpr size_t kMaxFaults = 20;
 
   private:
+    bool may_follow(uint32_t counter) const;
     void fault(const std::string& sentence);
 
+    Order order_;
     uint64_t pictures_ = 0;
     std::optional<uint32_t> first_;
     std::optional<uint32_t> last_;

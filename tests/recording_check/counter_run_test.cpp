@@ -51,6 +51,15 @@ TEST(CounterRun, WrapSkipsZero) {
                                                               "4294967295"));
 }
 
+TEST(CounterRun, GrowingOrderAllowsGapsOnly) {
+    CounterRun run(CounterRun::Order::kGrowing);
+    for (const uint32_t counter : {3u, 10u, 10u, 9u, 11u}) {
+        run.add(counter);
+    }
+    EXPECT_THAT(run.faults(),
+                ElementsAre("picture 3: counter 10 after 10", "picture 4: counter 9 after 10"));
+}
+
 TEST(CounterRun, ListOfFaultsIsBounded) {
     CounterRun run;
     for (int i = 0; i < 1000; ++i) {

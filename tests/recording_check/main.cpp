@@ -22,9 +22,9 @@ constexpr double kLeastShare = 0.9;
 constexpr double kLeastLevel = 0.001;  // -60 dB of full scale
 
 /// Reads gray pictures of width × height bytes from standard input up to its end.
-int check_counters(int width, int height) {
+int check_counters(int width, int height, CounterRun::Order order) {
     std::vector<uint8_t> picture(static_cast<size_t>(width) * static_cast<size_t>(height));
-    CounterRun run;
+    CounterRun run(order);
     size_t got = 0;
     while ((got = std::fread(picture.data(), 1, picture.size(), stdin)) == picture.size()) {
         run.add(virtcam::read_counter(picture.data(), width, height, width));
@@ -79,11 +79,17 @@ int main(int argc, char** argv) {
         "counters", "gray pictures on standard input: are their counters consecutive?");
     counters->add_option("--width", width)->required()->check(CLI::Range(1, 8192));
     counters->add_option("--height", height)->required()->check(CLI::Range(1, 8192));
+    bool gaps = false;
+    counters->add_flag("--gaps", gaps, "pictures may have been left out");
     std::string path;
     double tone_hz = 1000;
     auto* tone = app.add_subcommand("tone", "does the sound file hold the tone?");
     tone->add_option("file", path)->required();
     tone->add_option("--hz", tone_hz, "default 1000");
     CLI11_PARSE(app, argc, argv);
-    return counters->parsed() ? check_counters(width, height) : check_tone(path, tone_hz);
+    if (tone->parsed()) {
+        return check_tone(path, tone_hz);
+    }
+    return check_counters(width, height,
+                          gaps ? CounterRun::Order::kGrowing : CounterRun::Order::kConsecutive);
 }
