@@ -99,6 +99,25 @@ TEST_F(UacStream, SubmitsTwoTransfersOfTenPackets) {
     EXPECT_EQ(virtbus::last_timeout(0x82), 1000u);
 }
 
+TEST_F(UacStream, BuffersHaveTheSizeOfTheTransferAndAtLeast10240Bytes) {
+    struct Case {
+        int packet;
+        size_t transfer;
+    };
+    for (const Case& test :
+         {Case{64, 10240}, Case{1024, 10240}, Case{1025, 10250}, Case{3072, 30720}}) {
+        m_Engine->UAC_DisableAudioStream();
+        virtbus::clear_faults();
+        virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", test.packet));
+        take_array_sizes();
+        ASSERT_EQ(Start(), 0);
+        std::vector<size_t> expected(2, test.transfer);
+        expected.insert(expected.end(), 4,
+                        static_cast<size_t>(10 * test.packet) + CFrameBuf::kSpareBytes);
+        EXPECT_EQ(take_array_sizes(), expected);
+    }
+}
+
 TEST_F(UacStream, WithoutADeviceNothingIsSent) {
     AudioEngine engine;
     Forget();

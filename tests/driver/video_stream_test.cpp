@@ -1,4 +1,5 @@
 // Negotiation, start and stop of a video stream.
+#include <array>
 #include <future>
 
 #include "tests/driver/VideoEngineTest.h"
@@ -129,6 +130,20 @@ TEST_F(UvcStream, BuffersAndQueueExistWithTheFirstBufferTaken) {
     ASSERT_NE(m_Engine->Queue(), nullptr);
     EXPECT_EQ(m_Engine->Queue()->GetCnt(), 0u);
     EXPECT_EQ(m_Engine->Queue()->GetEmptyCnt(), 5u);
+}
+
+TEST_F(UvcStream, AllMemoryIsAllocatedAtTheStart) {
+    take_array_sizes();
+    ASSERT_EQ(Start(), 0);
+    std::vector<size_t> expected(5, 0x200000 + CFrameBuf::kSpareBytes);
+    expected.insert(expected.end(), 3, 8192 + 512);
+    EXPECT_EQ(take_array_sizes(), expected);
+    for (int i = 0; i < 10; ++i) {
+        Deliver(Payload(0, Pattern(8)));
+        DeliverEnd(0);
+        Take();
+    }
+    EXPECT_TRUE(take_array_sizes().empty());
 }
 
 TEST_F(UvcStream, OrderOfTheStartOnTheBus) {
@@ -352,6 +367,9 @@ TEST_F(UvcStream, StopLogsItsStepsAndFreesEverything) {
     Forget();
     EXPECT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
     EXPECT_EQ(Log(), kStopLog);
+    // No event thread runs here: the stop reaps by itself, in short rounds with pauses.
+    EXPECT_EQ(usb().event_timeouts(), (std::vector<long>{1000}));
+    EXPECT_EQ(Sleeps(1ms), 1u);
     EXPECT_FALSE(m_Engine->IsStreaming);
     EXPECT_EQ(m_Engine->Queue(), nullptr);
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 3u);
@@ -484,7 +502,7 @@ TEST_F(UvcStream, TransferThatIsNeverReapedIsLeakedAndItsCompletionIgnored) {
     EXPECT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, 1900ms);
-    EXPECT_LT(waited, 10s);
+    EXPECT_LT(waited, 2950ms);
     EXPECT_EQ(log().texts(1), (std::vector<std::string>{
                                   "Transfer 0 was never given back, it is left to libusb.\r\n",
                                   "Transfer 1 was never given back, it is left to libusb.\r\n",
@@ -621,13 +639,17 @@ TEST_F(UvcStream, HandleBrokenByTheSettingIsLeaked) {
 }
 
 TEST_F(UvcStream, NewerLibusbClosesTheHandleThatMetTheLossInTheSetting) {
-    usb().set_version(1, 0, 27);
-    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
-    m_Engine->UVC_DisableVideoStream();
-    virtbus::clear_logs();
-    m_Engine.reset();
-    EXPECT_EQ(CountCalls("libusb_close"), 1u);
-    EXPECT_TRUE(log().texts(1).empty());
+    for (const auto& [major, minor, micro] : {std::array<int, 3>{1, 0, 27}, {1, 1, 0}, {2, 0, 0}}) {
+        Open();
+        usb().set_version(major, minor, micro);
+        virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
+        m_Engine->UVC_DisableVideoStream();
+        virtbus::clear_logs();
+        virtbus::clear_faults();
+        m_Engine.reset();
+        EXPECT_EQ(CountCalls("libusb_close"), 1u);
+        EXPECT_TRUE(log().texts(1).empty());
+    }
 }
 
 TEST_F(UvcStream, SettingsAfterTheFirstMissAreNotAttempted) {
