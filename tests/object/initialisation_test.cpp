@@ -1,0 +1,177 @@
+// Init and the hand-over: answers, states, adapters.
+#include "tests/object/CameraTest.h"
+
+namespace test {
+namespace {
+
+class Initialisation : public CameraTest {
+  protected:
+    static size_t Calls(const std::string& name) { return virtbus::call_counts()[name]; }
+};
+
+TEST_F(Initialisation, BringsACameraWithoutFirmwareUp) {
+    virtbus::reset(BootCodeCamera());
+    WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", ImageOf(3000));
+    clock().shorten(20ms);
+    Create();
+    log().reset();
+    EXPECT_TRUE(Init());
+    ExpectUnusualRelease();
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
+    EXPECT_LOG(4, "Create Video, Audio capture class.\r\n");
+    EXPECT_LOG(1, "Skipped audio_capturer ConfigureDev furnc in initialization.\r\n");
+    const auto address = static_cast<unsigned>(reinterpret_cast<uintptr_t>(&InitAnswers::Callback));
+    char line[64];
+    snprintf(line, sizeof line, "CAitOrixCamera::Init 0x%X, 0x7 \r\n", address);
+    EXPECT_LOG(4, line);
+    const auto flash = virtbus::camera().flash();
+    EXPECT_EQ(std::string(flash.begin(), flash.end()), ImageOf(3000));
+}
+
+TEST_F(Initialisation, AReadyCameraRefusesAnother) {
+    Ready();
+    camera_->Init(InitAnswers::Callback, 0);
+    EXPECT_LOG_COUNT(1, "Already Initialization started.. \n", 1);
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
+    EXPECT_EQ(InitAnswers::instance().All().size(), 1u);
+}
+
+TEST_F(Initialisation, AMissingCameraAnswersFalse) {
+    virtbus::unplug();
+    Create();
+    EXPECT_FALSE(Init());
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+    EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), 0u);
+}
+
+TEST_F(Initialisation, CanBeRepeatedAfterAFailure) {
+    virtbus::unplug();
+    Create();
+    EXPECT_FALSE(Init());
+    virtbus::plug();
+    EXPECT_TRUE(Init());
+    ExpectUnusualRelease();
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
+}
+
+TEST_F(Initialisation, VideoThatCannotBeOpenedAnswersFalse) {
+    virtbus::add_fault({{"on", {{"call", "libusb_claim_interface"}, {"argument", 1}}},
+                        {"do", {{"return", "LIBUSB_ERROR_BUSY"}}}});
+    Create();
+    EXPECT_FALSE(Init());
+    ExpectUnusualRelease();
+    EXPECT_LOG_COUNT(1, "AitUvcCapture:: Device not exist.\r\n", 1);
+    EXPECT_NO_LOG(1, "CAudioCapture:: Device not exist.\r\n");
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+}
+
+TEST_F(Initialisation, AnAdapterThatIsNotReadyStaysSo) {
+    virtbus::add_fault({{"on", {{"call", "libusb_claim_interface"}, {"argument", 3}}},
+                        {"do", {{"return", "LIBUSB_ERROR_BUSY"}}}});
+    Create();
+    EXPECT_FALSE(Init());
+    EXPECT_LOG_COUNT(1, "CAudioCapture:: Device not exist.\r\n", 1);
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+    virtbus::clear_faults();
+    virtbus::power_cycle();
+    const size_t opens = Calls("libusb_open_device_with_vid_pid");
+    EXPECT_FALSE(Init());  // both adapters are kept
+    EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), opens);
+    // The video adapter's handle is of a camera that has gone, and the alternate setting at the
+    // stop is the first call that notices: this libusb could not close it.
+    log().reset();
+    Destroy();
+    EXPECT_LOG_COUNT(1, "The lost device's handle is left open, this libusb cannot close it.\r\n",
+                     1);
+    ExpectComplaint("libusb_exit: 1 device handle still open");
+    ExpectComplaint("a handle of 114d:2066 was never closed");
+}
+
+TEST_F(Initialisation, ASecondInitOnAnUnchangedListingFails) {
+    Create();
+    ASSERT_TRUE(Init());
+    ExpectUnusualRelease();
+    Destroy();
+    InitAnswers::instance().Clear();
+    Create();
+    log().reset();
+    EXPECT_FALSE(Init());
+    EXPECT_LOG(1, "Camera reboot failed. \r\n");
+    virtbus::power_cycle();
+    EXPECT_TRUE(Init());
+    ExpectUnusualRelease();
+}
+
+TEST_F(Initialisation, TwiceBeforeTheFirstHasFinished) {
+    virtbus::unplug();
+    Create();
+    camera_->Init(InitAnswers::Callback, 0);
+    camera_->Init(InitAnswers::Callback, 0);
+    ASSERT_TRUE(InitAnswers::instance().Wait(1));
+    const auto answers = InitAnswers::instance().All();
+    EXPECT_LE(answers.size(), 2u);
+    EXPECT_FALSE(answers[0]);
+}
+
+TEST_F(Initialisation, DestructionDuringTheSearchDoesNotCallBack) {
+    virtbus::unplug();
+    Create();
+    camera_->Init(InitAnswers::Callback, 0);
+    Destroy();
+    EXPECT_TRUE(InitAnswers::instance().All().empty());
+}
+
+TEST_F(Initialisation, DestructionDuringTheHandOverDoesNotCallBack) {
+    Create();
+    std::atomic<bool> reached{false};
+    std::atomic<bool> destroying{false};
+    clock().on_sleep([&](const SleepCall&) {
+        if (log().has(4, "Create Video, Audio capture class.\r\n") && !reached.exchange(true)) {
+            virtbus::wait_until([&] { return destroying.load(); }, kLimit);
+        }
+    });
+    camera_->Init(InitAnswers::Callback, 0);
+    ASSERT_TRUE(virtbus::wait_until([&] { return reached.load(); }, kLimit));
+    std::thread destroyer([&] { Destroy(); });
+    ASSERT_TRUE(log().wait_for(4, "CAitOrixCamera::~CAitOrixCamera() destruction+.\r\n", kLimit));
+    destroying = true;
+    destroyer.join();
+    clock().on_sleep(nullptr);
+    ExpectUnusualRelease();
+    EXPECT_TRUE(InitAnswers::instance().All().empty());
+}
+
+TEST_F(Initialisation, AReportAfterTheStartOfDestructionTouchesNothing) {
+    Create();
+    Destroy();  // the flag stays set until the next construction
+    CAitOrixCamera::CamInitDoneCallback(CAMERA_STATUS_OK, nullptr);
+    EXPECT_TRUE(InitAnswers::instance().All().empty());
+}
+
+TEST_F(Initialisation, UnpluggedWhileIdle) {
+    Ready(false);
+    virtbus::unplug();
+    ASSERT_TRUE(InitAnswers::instance().Wait(2)) << log_listing();
+    EXPECT_EQ(InitAnswers::instance().All(), (std::vector<bool>{true, false}));
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+    EXPECT_LOG(1, "Abnormal StopRecording.\r\n");
+    virtbus::plug();
+    EXPECT_TRUE(camera_->StartRecording());  // refused, as in every state but ready
+    EXPECT_LOG(1, "StartRecording twice\r\n");
+}
+
+TEST_F(Initialisation, UnpluggedWhileRecording) {
+    Playing(false);
+    RecordingObserver gray(CAM_STREAM_GRAY);
+    camera_->RegisterObserver(&gray);
+    ASSERT_TRUE(gray.WaitFor(2));
+    virtbus::unplug();
+    ASSERT_TRUE(InitAnswers::instance().Wait(2)) << log_listing();
+    EXPECT_EQ(InitAnswers::instance().All(), (std::vector<bool>{true, false}));
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+    EXPECT_EQ(gray.size_, 0u);  // the terminating record was the last
+    camera_->RemoveObserver(&gray);
+}
+
+}  // namespace
+}  // namespace test
