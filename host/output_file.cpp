@@ -19,7 +19,7 @@ void OutputFile::fail() const {
 }
 
 void OutputFile::write(std::span<const uint8_t> bytes) {
-    if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) {
+    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) {
         fail();
     }
     size_ += bytes.size();
