@@ -20,6 +20,7 @@ class PowerOn : public SystemTest {
                             " --log " + folder + ".plugin.log",
                         kRecordSeconds);
         EXPECT_EQ(run.exit_code, 0) << run.output;
+        std::ofstream(folder + ".status.json") << remote_.status().dump(1);
         EXPECT_EQ(product_id(), kProductRunTime);
         std::ifstream h264(folder + "/main.h264", std::ios::ate);
         EXPECT_GT(h264.tellg(), 10'000) << "no pictures";

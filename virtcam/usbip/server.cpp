@@ -141,6 +141,13 @@ void Server::close_link(const char* why) {
 void Server::read_link() {
     Bytes received;
     const bool open = receive(link_->fd.get(), received);
+    take_commands(received);
+    if (!open) {
+        close_link("the host has let go of it");
+    }
+}
+
+void Server::take_commands(ByteView received) {
     try {
         link_->reader.feed(received);
         while (const auto command = link_->reader.next()) {
@@ -152,10 +159,6 @@ void Server::read_link() {
         }
     } catch (const ProtocolError& error) {
         close_link(error.what());
-        return;
-    }
-    if (!open) {
-        close_link("the host has let go of it");
     }
 }
 
@@ -276,7 +279,7 @@ void Server::answer_host(Peer& peer) {
     }
     adopt(std::move(peer.fd));
     link_->out = std::move(peer.out);
-    link_->reader.feed(peer.received);
+    take_commands(peer.received);
 }
 
 void Server::answer_lines(Peer& peer) {

@@ -72,6 +72,7 @@ class Server : private LinkControl {
     virtcam::TimePoint offer_to_kernel(virtcam::TimePoint now);
     void close_link(const char* why);
     void read_link();
+    void take_commands(ByteView received);
     short link_events() const;
 
     void wait(int stop_fd, virtcam::TimePoint until);

@@ -1,0 +1,55 @@
+// What a host sends after it has imported the camera: commands cut apart, queued, given up and
+// answered. The answers must be ones that a kernel takes.
+#include <cstddef>
+#include <cstdint>
+
+#include "virtcam/usbip/pdu_reader.h"
+#include "virtcam/usbip/urb_stream.h"
+
+namespace {
+
+virtcam::CameraConfig running_camera() {
+    virtcam::CameraConfig config;
+    config.identity = virtcam::CameraConfig::Identity::kRunTime;
+    return config;
+}
+
+/// Counts of the first reply agree with each other and with the bytes that are there.
+size_t check_reply(virtusbip::ByteView wire) {
+    if (wire.size() < virtusbip::kHeaderBytes) {
+        __builtin_trap();
+    }
+    return virtusbip::kHeaderBytes;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static virtcam::Camera camera(running_camera());
+    static virtfaults::RuleSet rules;
+    virtusbip::UrbStream stream({camera, rules, [](virtfaults::DeviceAction) {}, false});
+    virtusbip::PduReader reader;
+    // The first byte says how the rest is cut.
+    const size_t step = size > 0 ? 1 + data[0] : 1;
+    virtusbip::Bytes wire;
+    try {
+        for (size_t at = 1; at < size; at += step) {
+            reader.feed({data + at, std::min(step, size - at)});
+            while (const auto command = reader.next()) {
+                if (const auto* unlink = std::get_if<virtusbip::Unlink>(&*command)) {
+                    stream.unlink(*unlink, wire);
+                } else {
+                    stream.submit(std::get<virtusbip::Submit>(*command));
+                }
+                stream.serve(virtcam::Clock::now(), wire);
+                if (!wire.empty()) {
+                    check_reply(wire);
+                    wire.clear();
+                }
+            }
+        }
+    } catch (const virtusbip::ProtocolError&) {
+        // the connection would be closed
+    }
+    return 0;
+}
