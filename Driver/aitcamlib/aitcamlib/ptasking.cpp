@@ -151,7 +151,15 @@ pThread::~pThread() {
     if (Running) {
         pThread::Stop();
     }
-    if (m_pbObjectGone != nullptr && pthread_equal(thread_id, pthread_self())) {
+    if (!IsOwnThread()) {
+        JoinOnce();
+        return;
+    }
+    // Destroyed inside its own Run, which nobody can wait for any more.
+    if (!Detached && m_bCreated.exchange(false)) {
+        pthread_detach(thread_id);
+    }
+    if (m_pbObjectGone != nullptr) {
         *m_pbObjectGone = true;
     }
 }
@@ -217,22 +225,22 @@ void pThread::Stop() {
         if (Running && m_bCreated.exchange(false) && !m_bRunEnded) {
             pthread_cancel(thread_id);
         }
-    } else {
+    } else if (!IsOwnThread()) {
         JoinOnce();
     }
     Running = false;
 }
 
+bool pThread::IsOwnThread() const {
+    return pthread_equal(thread_id, pthread_self()) != 0;
+}
+
 void pThread::JoinOnce() {
-    if (!m_bCreated.exchange(false) || Detached) {
+    if (Detached || !m_bCreated.exchange(false)) {
         return;
     }
-    if (pthread_equal(thread_id, pthread_self())) {
-        pthread_detach(thread_id);
-    } else {
-        pthread_join(thread_id, nullptr);
-        thread_id = 0;  // ids are reused: the destructor must not take another thread for ours
-    }
+    pthread_join(thread_id, nullptr);
+    thread_id = 0;  // ids are reused: the destructor must not take another thread for ours
 }
 
 void pThread::Sleep(unsigned int ms) {

@@ -95,8 +95,9 @@ class pThread {
 
     virtual void Run() = 0;
     virtual ~pThread();
-    /// Safe when called twice, on a thread that was never created, and from inside Run (the thread
-    /// is detached then instead of joined).
+    /// Safe when called twice, on a thread that was never created, and from inside Run: that only
+    /// asks, and the wait is left to the owner's own Stop. An object that is destroyed inside its
+    /// Run is not waited for.
     virtual void Stop();
 
     /// Raises the caller's priority, as the new thread inherits it, and creates the thread. `name`
@@ -118,6 +119,7 @@ class pThread {
     const int StackSize;
 
   private:
+    bool IsOwnThread() const;
     void JoinOnce();
 
     std::atomic<bool> m_bCreated{false};   // a thread exists that nobody has joined
