@@ -17,6 +17,7 @@ constexpr uint32_t kNv12 = 0x3231564E;
 
 class VideoThreadEngine : public CAIT_CAM_LIB {
   public:
+    ~VideoThreadEngine() override { Stop(); }
     using pThread::Running;
     using pThread::Shutdown;
     using UsbStreamEngine::IsStreaming;
@@ -391,6 +392,7 @@ TEST_F(VideoCapture, DestructionStopsARunningStream) {
 
 class AudioThreadEngine : public CAIT_AUDIO_LIB {
   public:
+    ~AudioThreadEngine() override { Stop(); }
     using pThread::Running;
     using UsbStreamEngine::IsStreaming;
 };
