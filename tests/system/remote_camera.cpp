@@ -59,7 +59,8 @@ size_t RemoteCamera::count_vendor_requests(uint8_t request) {
     constexpr unsigned kTypeMask = 0x60;
     constexpr unsigned kVendor = 0x40;
     size_t count = 0;
-    for (const auto& entry : status().at("commands")) {
+    const nlohmann::json report = status();
+    for (const auto& entry : report.at("commands")) {
         const unsigned type = entry.at("request_type").get<unsigned>() & kTypeMask;
         count += type == kVendor && entry.at("request") == request ? 1 : 0;
     }

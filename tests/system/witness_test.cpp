@@ -1,11 +1,17 @@
 // The kernel's own drivers and the tools of others look at the camera.
+#include <sys/types.h>
+
 #include <cmath>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
 #include <set>
 #include <sndfile.hh>
+#include <string>
+#include <vector>
 
 #include "tests/recording_check/tone.h"
 #include "tests/system/luma.h"
@@ -105,6 +111,33 @@ TEST_F(Witness, ArecordHearsTheTone) {
     EXPECT_NEAR(tone.seconds, 3, 0.01);
     EXPECT_GT(tone.share, 0.9);
     EXPECT_LT(recording_check::measure_tone(left, 16000, 1300).share, 0.1);
+}
+
+/// Holds the guest's own attaching program still, so that another one gets the camera.
+class AttachingPaused {
+  public:
+    AttachingPaused() : process_(std::stoi(std::getenv("ATTACH_PROCESS"))) {
+        ::kill(process_, SIGSTOP);
+    }
+    ~AttachingPaused() { ::kill(process_, SIGCONT); }
+    AttachingPaused(const AttachingPaused&) = delete;
+    AttachingPaused& operator=(const AttachingPaused&) = delete;
+
+  private:
+    pid_t process_;
+};
+
+TEST_F(Witness, UsbipToolListsAndAttaches) {
+    const AttachingPaused paused;
+    const std::string usbip = "usbip --tcp-port $CAMERA_PORT ";
+    remote_.reset({{"camera", {{"identity", "run-time"}}}});
+    const std::string list = output_of(usbip + "list -r 10.0.2.2", "usbip-list");
+    EXPECT_NE(list.find("114d:2066"), std::string::npos) << list;
+    output_of(usbip + "attach -r 10.0.2.2 -b 1-1", "usbip-attach");
+    EXPECT_TRUE(wait_until(kernel_uses_camera, seconds(15)));
+    output_of("usbip detach -p 0", "usbip-detach");
+    EXPECT_TRUE(wait_until([] { return product_id() == -1; }, seconds(10)));
+    remote_.command("unplug");
 }
 
 /// A control under its three names, and the value that the plug-in is given.
