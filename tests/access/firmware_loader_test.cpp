@@ -252,26 +252,30 @@ TEST_F(FirmwareLoader, ACameraThatComesBackButCannotBeOpened) {
 }
 
 TEST_F(FirmwareLoader, AStopDuringThePauseEndsItWithoutAReport) {
-    virtbus::unplug();
-    std::atomic<int> pauses{0};
-    std::thread stopper;
-    clock().on_sleep([&](const SleepCall& call) {
-        if (call.duration == 1s && ++pauses == 3) {
-            stopper = std::thread([&] { Stop(); });
-            // The stop has been asked for before the pause ends.
-            std::this_thread::sleep_for(50ms);
+    struct Loader : CCameraFwLoader {
+        using CCameraFwLoader::CCameraFwLoader;
+        using pThread::Shutdown;
+    };
+    for (const bool plugged : {false, true}) {
+        Reset(Camera({{"returns", false}}));
+        if (!plugged) {
+            virtbus::unplug();
         }
-    });
-    Start();
-    EXPECT_TRUE(virtbus::wait_until([&] { return pauses >= 3; }, kLimit));
-    loader_->Stop();
-    while (!stopper.joinable()) {
-        std::this_thread::yield();
+        Loader loader(kBootCodeProductId, kCameraVendorId, 2, &subject_);
+        loader.SetInitDoneCallback(Reports::Callback, &reports_);
+        std::atomic<int> pauses{0};
+        clock().on_sleep([&](const SleepCall& call) {
+            if (call.duration == 1s && ++pauses == 3) {
+                loader.Shutdown = true;
+            }
+        });
+        loader.Start(nullptr);
+        EXPECT_TRUE(virtbus::wait_until([&] { return pauses >= 3; }, kLimit));
+        loader.Stop();
+        EXPECT_EQ(pauses, 3);
+        EXPECT_TRUE(reports_.All().empty());
+        clock().on_sleep(nullptr);
     }
-    stopper.join();
-    EXPECT_EQ(pauses, 3);
-    EXPECT_TRUE(reports_.All().empty());
-    clock().on_sleep(nullptr);
 }
 
 TEST_F(FirmwareLoader, WhileTheCameraObjectGoesNothingIsReported) {

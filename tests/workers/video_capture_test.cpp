@@ -445,20 +445,19 @@ TEST_F(VideoCapture, AStopDuringADeliveryEndsTheTurn) {
         .Add(kJpeg, Bytes(40))
         .Add(kGray, Bytes(40));
     Next().Add(kMain, H264(0x41), 2);
-    std::thread stopper;
+    struct Thread : CVideoCaptureThread {
+        using CVideoCaptureThread::CVideoCaptureThread;
+        using pThread::Shutdown;
+    };
+    Thread thread(&capture_, &subject_);
     during_delivery_ = [&](const CCameraData* data) {
         if (data->m_type == CAM_STREAM_H264_SUB) {
-            stopper = std::thread([&] { thread_->Stop(); });
-            // Until the request has been made; the stop itself waits for this delivery.
-            std::this_thread::sleep_for(50ms);
+            thread.Shutdown = true;
         }
     };
-    ticks_ = {{1, 0}};
-    clock().set_wall_clock(ticks_);
-    thread_ = std::make_unique<CVideoCaptureThread>(&capture_, &subject_);
-    thread_->Start("video");
+    thread.Start("video");
     ASSERT_TRUE(log().wait_for(4, "Exit VideoCapture thread.\r\n", 20s));
-    stopper.join();
+    thread.Stop();
     EXPECT_EQ(deliveries_.size(), 2u);
     EXPECT_EQ(returned_, 0);  // the frame stays with the adapter, which is about to be stopped
 }

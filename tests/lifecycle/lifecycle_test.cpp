@@ -1,0 +1,125 @@
+// Start and stop, create and destroy, load and unload, many times: every round delivers frames, the
+// strict bus has nothing to say but what the plug-in does on purpose, and nothing is left behind.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+namespace {
+
+std::string Environment(const char* name) {
+    const char* value = getenv(name);
+    return value != nullptr ? value : "";
+}
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+size_t Count(const std::string& text, const std::string& piece) {
+    size_t count = 0;
+    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+struct Rounds {
+    int loads;
+    int creates;
+    int starts;
+};
+
+class Lifecycle : public ::testing::Test {
+  protected:
+    /// Runs the host on the virtual bus; `shortened`: sleeps last a tenth.
+    void Run(const Rounds& rounds, bool shortened) {
+        const std::string folder = "/tmp/lifecycle." + std::to_string(getpid());
+        ASSERT_EQ(system(("mkdir -p " + folder).c_str()), 0);
+        const std::string status = folder + "/status.json", errors = folder + "/errors";
+        std::ofstream(folder + "/bus.json")
+            << R"({"camera": {"identity": "boot-code", "departure_ms": 20, "reenumerate_ms": 40}})";
+        std::string preload;
+        if (shortened) {
+            preload = "LD_PRELOAD=" + SanitizerFirst() + Environment("SHORT_TIME") + " ";
+        }
+        const std::string command =
+            "exec env VIRTBUS_CONFIG=" + folder + "/bus.json VIRTBUS_STATUS=" + status +
+            " LD_LIBRARY_PATH=" + Environment("VIRTUAL_BUS") + " " + preload +
+            Environment("PLUGIN_HOST") + " " + Environment("PLUGIN") + " " +
+            std::to_string(rounds.loads) + " " + std::to_string(rounds.creates) + " " +
+            std::to_string(rounds.starts) + " 3 >" + folder + "/out 2>" + errors;
+        const int result = system(command.c_str());
+        const std::string said = ReadAll(errors);
+        EXPECT_TRUE(WIFEXITED(result) && WEXITSTATUS(result) == 0) << said;
+        EXPECT_NE(said.find("plugin_host: done"), std::string::npos) << said;
+        ExpectCleanBus(status, static_cast<size_t>(rounds.loads * rounds.creates));
+        EXPECT_EQ(said.find("ERROR: LeakSanitizer"), std::string::npos) << said;
+        EXPECT_EQ(system(("rm -r " + folder).c_str()), 0);
+    }
+
+  private:
+    /// A sanitizer's run-time library wants to be the first one.
+    static std::string SanitizerFirst() {
+        const std::string kind = Environment("SANITIZE");
+        if (kind.empty()) {
+            return "";
+        }
+        const char* name = kind == "thread" ? "libtsan" : "libasan";
+        std::string found;
+        std::stringstream listing;
+        FILE* pipe = popen(("ldd " + Environment("PLUGIN_HOST")).c_str(), "r");
+        char line[512];
+        while (pipe != nullptr && fgets(line, sizeof line, pipe) != nullptr) {
+            std::istringstream words(line);
+            std::string library, arrow, path;
+            words >> library >> arrow >> path;
+            if (library.rfind(name, 0) == 0) {
+                found = path + ":";
+            }
+        }
+        if (pipe != nullptr) {
+            pclose(pipe);
+        }
+        return found;
+    }
+
+    /// Each camera object releases its audio interfaces in its own way; nothing else is remarkable.
+    static void ExpectCleanBus(const std::string& path, size_t cameras) {
+        const auto status = nlohmann::json::parse(ReadAll(path), nullptr, false);
+        ASSERT_FALSE(status.is_discarded()) << path;
+        const std::string complaints = status["bus"]["complaints"].dump();
+        EXPECT_EQ(status["bus"]["complaints"].size(), 2 * cameras) << complaints;
+        EXPECT_EQ(Count(complaints, "libusb_release_interface: interface 1 was not claimed"),
+                  cameras);
+        EXPECT_EQ(Count(complaints, "libusb_close: claimed and not released: interface 2, 3"),
+                  cameras);
+        EXPECT_TRUE(status["bus"]["leaks"].empty()) << status["bus"]["leaks"].dump();
+    }
+};
+
+TEST_F(Lifecycle, FiftyStartsAndStops) {
+    Run({1, 1, 50}, true);
+}
+
+TEST_F(Lifecycle, TwentyCamerasWithThePowerCycledBetween) {
+    Run({1, 20, 1}, true);
+}
+
+TEST_F(Lifecycle, TwentyLoadsAndUnloads) {
+    Run({20, 1, 1}, true);
+}
+
+TEST_F(Lifecycle, ThreeRoundsInRealTime) {
+    Run({1, 1, 3}, false);
+}
+
+}  // namespace
