@@ -44,17 +44,18 @@ def kernel_package():
     return match[1]
 
 
-def candidate(package):
-    match = re.search(r"Candidate: (\S+)", run(["apt-cache", "policy", package]))
-    if not match or match[1] == "(none)":
-        raise GuestError(f"apt knows no package {package}; run apt-get update")
-    return match[1]
+def candidates(packages):
+    """Version that the archive has of each package."""
+    listing = run(["apt-cache", "policy", *packages])
+    versions = dict(re.findall(r"^(\S+):\n.*\n +Candidate: (\S+)", listing, re.MULTILINE))
+    for package in packages:
+        if versions.get(package, "(none)") == "(none)":
+            raise GuestError(f"apt knows no package {package}; run apt-get update")
+    return versions
 
 
-def fetch(package, cache):
-    """Folder with the unpacked package. One that is there already is used when the archive cannot
-    be asked."""
-    version = candidate(package)
+def fetch(package, version, cache):
+    """Folder with the unpacked package, fetched when it is not there yet."""
     folder = cache / "packages" / f"{package}_{version.replace(':', '%3a')}"
     if folder.is_dir():
         return folder
@@ -118,13 +119,17 @@ def module_order(kernel, release, kmod, cache):
 
 
 def add_modules(root, kernel, release, kmod, cache):
-    folder = root / "modules"
-    folder.mkdir()
-    names = []
-    for source in module_order(kernel, release, kmod, cache):
-        run(["strip", "--strip-debug", "-o", str(folder / source.name), str(source)])
-        names.append(source.name)
-    (folder / "order").write_text("\n".join(names) + "\n")
+    """Copies the modules without their debugging information; the copies are kept."""
+    order = module_order(kernel, release, kmod, cache)
+    stripped = cache / f"modules-{release}"
+    stripped.mkdir(exist_ok=True)
+    for source in order:
+        if not (stripped / source.name).is_file():
+            unfinished = stripped / "unfinished"
+            run(["strip", "--strip-debug", "-o", str(unfinished), str(source)])
+            unfinished.rename(stripped / source.name)
+    shutil.copytree(stripped, root / "modules")
+    (root / "modules/order").write_text("".join(f"{source.name}\n" for source in order))
 
 
 def add_programs(root, packages, own_programs, own_libraries):
@@ -141,7 +146,6 @@ def add_programs(root, packages, own_programs, own_libraries):
     libraries = set(own_libraries)
     for program in [*programs, *own_programs, *own_libraries]:
         libraries.update(needed_libraries(program, folders))
-    # alsa opens it by name.
     for library in libraries:
         place = root / "lib64" if library.name.startswith("ld-linux") else library_folder
         copy_program(library.resolve(), place / library.name)
@@ -169,8 +173,9 @@ def build_guest(cache, build, scripts):
     """
     cache.mkdir(parents=True, exist_ok=True)
     kernel_name = kernel_package()
-    kernel = fetch(kernel_name, cache)
-    packages = {name: fetch(name, cache) for name in PACKAGES}
+    versions = candidates([kernel_name, *PACKAGES])
+    kernel = fetch(kernel_name, versions[kernel_name], cache)
+    packages = {name: fetch(name, versions[name], cache) for name in PACKAGES}
     release = kernel_name.removeprefix("linux-image-").removesuffix("-unsigned")
 
     root = cache / "root"
