@@ -140,9 +140,8 @@ void add_serve(CLI::App& app, Options& options) {
     serve->add_option("--status", options.status, "write the camera's state here at the end");
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+/// Returns the exit status; throws std::exception with a sentence.
+int run(int argc, char** argv) {
     Options options;
     CLI::App app("The virtual camera as a USB device of a real kernel.", "virtcam");
     app.require_subcommand(1);
@@ -153,17 +152,23 @@ int main(int argc, char** argv) {
     attach_command->add_option("--port", options.port,
                                "port of the virtual host controller (default 0)");
     CLI11_PARSE(app, argc, argv);
+    if (attach_command->parsed()) {
+        attach(options);
+    } else if (options.usbip || options.vhci) {
+        serve(options);
+    } else {
+        throw std::invalid_argument("serve wants --usbip, --vhci or both");
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        if (attach_command->parsed()) {
-            attach(options);
-        } else if (options.usbip || options.vhci) {
-            serve(options);
-        } else {
-            throw std::invalid_argument("serve wants --usbip, --vhci or both");
-        }
+        return run(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "virtcam: %s\n", error.what());
         return 1;
     }
-    return 0;
 }
