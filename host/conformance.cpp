@@ -74,7 +74,7 @@ void judge_arrived(const RecordedStream& stream, Findings* findings) {
                          label + ": all records are in files", stream.error});
     if (row.time_stamped) {
         findings->push_back(
-            {stream.figures.restarts == 0, label + ": time stamps never go back", ""});
+            {stream.figures.steps_back == 0, label + ": time stamps never go back", ""});
     }
     if (stream.written.files.empty()) {
         return;

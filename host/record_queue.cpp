@@ -13,7 +13,8 @@ bool RecordQueue::push(Stream stream, const void* data, size_t size, uint32_t ti
     record.end_of_stream = bytes == nullptr || size == 0;
     {
         const std::lock_guard lock(mutex_);
-        if (closed_ || queue_.size() >= limits_.records || queued_bytes_ + size > limits_.bytes) {
+        const bool full = queue_.size() >= limits_.records || queued_bytes_ + size > limits_.bytes;
+        if (closed_ || (full && !record.end_of_stream)) {
             ++dropped_[static_cast<size_t>(stream)];
             return false;
         }

@@ -13,8 +13,9 @@
 namespace camhost {
 
 /// Bounded queue of records with a pool of their buffers. The plug-in's capture threads push and
-/// must never wait for the disk: a record that finds the queue full is dropped and counted. Once
-/// the pool has grown to the working set, pushing allocates nothing.
+/// must never wait for the disk: a record that finds the queue full is dropped and counted. The
+/// empty record that ends a stream is always taken. Once the pool has grown to the working set,
+/// pushing allocates nothing.
 class RecordQueue {
   public:
     struct Limits {

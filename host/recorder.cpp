@@ -10,12 +10,22 @@
 
 namespace camhost {
 
+namespace {
+// When recording stops, whoever asked for it, the plug-in sends an empty NV12 record after the last
+// one of every stream. The time stamps do not tell: they may jump and wrap.
+constexpr Stream kEndTeller = Stream::kNv12;
+}  // namespace
+
 Recorder::Recorder(const StreamSet& streams, const std::filesystem::path& folder, int sample_rate,
                    const RecordQueue::Limits& limits)
     : folder_(folder), sample_rate_(sample_rate), queue_(limits) {
     for (const Stream stream : streams) {
         auto& channel = channels_[static_cast<size_t>(stream)].emplace(stream);
         channel.observer = std::make_unique<StreamObserver>(stream, queue_);
+    }
+    if (streams.count(kEndTeller) == 0) {
+        end_observer_ = std::make_unique<StreamObserver>(kEndTeller, queue_,
+                                                         StreamObserver::Takes::kEndOfStream);
     }
     writer_thread_ = std::thread([this] { write_records(); });
 }
@@ -28,12 +38,23 @@ Recorder::~Recorder() {
     }
 }
 
-void Recorder::attach(ICameraSubject& camera) {
-    camera_ = &camera;
+std::vector<ICameraObserver*> Recorder::observers() const {
+    std::vector<ICameraObserver*> all;
     for (const auto& channel : channels_) {
         if (channel) {
-            camera.RegisterObserver(channel->observer.get());
+            all.push_back(channel->observer.get());
         }
+    }
+    if (end_observer_ != nullptr) {
+        all.push_back(end_observer_.get());
+    }
+    return all;
+}
+
+void Recorder::attach(ICameraSubject& camera) {
+    camera_ = &camera;
+    for (ICameraObserver* observer : observers()) {
+        camera.RegisterObserver(observer);
     }
 }
 
@@ -41,10 +62,8 @@ void Recorder::detach() {
     if (camera_ == nullptr) {
         return;
     }
-    for (const auto& channel : channels_) {
-        if (channel) {
-            camera_->RemoveObserver(channel->observer.get());
-        }
+    for (ICameraObserver* observer : observers()) {
+        camera_->RemoveObserver(observer);
     }
     camera_ = nullptr;
 }
@@ -52,24 +71,42 @@ void Recorder::detach() {
 void Recorder::write_records() {
     Record record;
     while (queue_.pop(&record)) {
-        write_record(*channels_[static_cast<size_t>(record.stream)], record);
-        if (!record.end_of_stream) {
+        auto& channel = channels_[static_cast<size_t>(record.stream)];
+        if (channel) {
+            write_record(*channel, record);
+        }
+        if (record.end_of_stream && record.stream == kEndTeller) {
+            note_end_of_recording();
+        } else if (!record.end_of_stream) {
             records_.fetch_add(1);
+        }
+    }
+}
+
+void Recorder::note_end_of_recording() {
+    for (auto& channel : channels_) {
+        if (channel) {
+            channel->restarts = channel->statistics.records() > 0;
         }
     }
 }
 
 void Recorder::write_record(Channel& channel, const Record& record) {
     const bool h264 = record.stream == Stream::kH264Main || record.stream == Stream::kH264Sub;
-    channel.statistics.add(record, h264 ? parts_of(record.data).slices : 1);
-    if (record.end_of_stream || !channel.error.empty()) {
+    const bool restarted = channel.restarts && !record.end_of_stream;
+    channel.statistics.add(record, h264 ? parts_of(record.data).slices : 1, restarted);
+    if (record.end_of_stream) {
+        return;
+    }
+    channel.restarts = false;
+    if (!channel.error.empty()) {
         return;
     }
     try {
         if (channel.writer == nullptr) {
             channel.writer = make_writer(record.stream);
         }
-        channel.writer->write(record, channel.statistics.restarted());
+        channel.writer->write(record, restarted);
     } catch (const Failure& failure) {
         channel.error = failure.what();
     }

@@ -49,15 +49,19 @@ class Recorder {
     std::vector<RecordedStream> finish();
 
   private:
+    std::vector<ICameraObserver*> observers() const;
+
     struct Channel {
         explicit Channel(Stream stream) : statistics(stream) {}
         std::unique_ptr<StreamObserver> observer;
         StreamStatistics statistics;
         std::unique_ptr<StreamWriter> writer;
         std::string error;
+        bool restarts = false;  ///< the next record is the first after a restart of recording
     };
 
     void write_records();
+    void note_end_of_recording();
     void write_record(Channel& channel, const Record& record);
     std::unique_ptr<StreamWriter> make_writer(Stream stream) const;
     RecordedStream finish_channel(Stream stream, Channel& channel) const;
@@ -67,6 +71,8 @@ class Recorder {
     std::atomic<uint64_t> records_{0};
     RecordQueue queue_;
     std::array<std::optional<Channel>, kStreamCount> channels_;
+    /// Where NV12 is not chosen: takes only the end of it, which tells where recording ended.
+    std::unique_ptr<StreamObserver> end_observer_;
     ICameraSubject* camera_ = nullptr;
     std::thread writer_thread_;
 };

@@ -38,6 +38,15 @@ void print_remarks(Console& console, const RecordedStream& stream) {
         remark(format("recording was restarted %llu time(s) meanwhile",
                       static_cast<ull>(stream.figures.restarts)));
     }
+    if (stream.figures.steps_back > 0) {
+        remark(format("%llu time stamp(s) go back", static_cast<ull>(stream.figures.steps_back)));
+    }
+    if (stream.figures.clock_jumps > 0) {
+        remark(
+            format("the time stamps jumped %llu time(s) by 4295 s: the plug-in takes two equal "
+                   "clock readings for a wrap; left out above",
+                   static_cast<ull>(stream.figures.clock_jumps)));
+    }
     if (stream.figures.dropped > 0) {
         remark(format("%llu record(s) DROPPED by camhost: the disk did not keep up",
                       static_cast<ull>(stream.figures.dropped)));
@@ -66,6 +75,8 @@ nlohmann::json stream_json(const RecordedStream& stream) {
                         {"arrival", intervals_json(figures.arrival)},
                         {"end_markers", figures.end_markers},
                         {"restarts", figures.restarts},
+                        {"steps_back", figures.steps_back},
+                        {"clock_jumps", figures.clock_jumps},
                         {"dropped", figures.dropped},
                         {"notes", stream.written.notes}};
     json["files"] = nlohmann::json::array();

@@ -38,7 +38,7 @@ double StreamSummary::kilobits_per_second() const {
     return seconds > 0 && records > 1 ? static_cast<double>(bytes) * 8 / 1000 / seconds : 0;
 }
 
-void StreamStatistics::add(const Record& record, uint64_t pictures) {
+void StreamStatistics::add(const Record& record, uint64_t pictures, bool restarted) {
     if (record.end_of_stream) {
         ++totals_.end_markers;
         return;
@@ -48,7 +48,7 @@ void StreamStatistics::add(const Record& record, uint64_t pictures) {
         last_delivery_ = record.arrival;
         last_time_stamp_ = record.time_stamp;
     } else {
-        add_interval(record);
+        add_interval(record, restarted);
     }
     last_arrival_ = record.arrival;
     ++totals_.records;
@@ -56,24 +56,30 @@ void StreamStatistics::add(const Record& record, uint64_t pictures) {
     totals_.bytes += record.data.size();
 }
 
-void StreamStatistics::add_interval(const Record& record) {
-    restarted_ = false;
+void StreamStatistics::add_interval(const Record& record, bool restarted) {
+    totals_.restarts += restarted ? 1 : 0;
     if (info(stream_).time_stamped) {
-        // The difference wraps with the 32-bit clock; a step back is a restart of recording.
+        // Modular, as the 32-bit clock is.
         const auto ticks = static_cast<int32_t>(record.time_stamp - last_time_stamp_);
-        if (ticks == 0) {
+        if (ticks == 0 && !restarted) {
             return;  // Another part of the same delivery: parameter sets, blocks of one transfer.
         }
         last_time_stamp_ = record.time_stamp;
-        restarted_ = ticks < 0;
-        if (restarted_) {
-            ++totals_.restarts;
-        } else {
-            time_stamps_.add(ticks / kTicksPerMillisecond);
+        if (!restarted) {
+            add_time_stamp_interval(ticks);
         }
     }
     arrivals_.add(milliseconds(record.arrival - last_delivery_));
     last_delivery_ = record.arrival;
+}
+
+void StreamStatistics::add_time_stamp_interval(int32_t ticks) {
+    if (ticks < 0) {
+        ++totals_.steps_back;
+        return;
+    }
+    totals_.clock_jumps += static_cast<uint64_t>(ticks / kClockJumpTicks);
+    time_stamps_.add(ticks % kClockJumpTicks / kTicksPerMillisecond);
 }
 
 StreamSummary StreamStatistics::summary() const {

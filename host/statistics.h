@@ -34,9 +34,11 @@ struct StreamSummary {
     uint64_t pictures = 0;  ///< H.264: access units; elsewhere the same as records
     uint64_t bytes = 0;
     uint64_t end_markers = 0;
-    uint64_t dropped = 0;   ///< records that camhost itself could not take, see RecordQueue
-    uint64_t restarts = 0;  ///< times the time stamps began anew: recording was restarted
-    double seconds = 0;     ///< from the first arrival to the last
+    uint64_t dropped = 0;      ///< records that camhost itself could not take, see RecordQueue
+    uint64_t restarts = 0;     ///< times that recording was restarted
+    uint64_t steps_back = 0;   ///< time stamps before the one that they follow, restarts apart
+    uint64_t clock_jumps = 0;  ///< see StreamStatistics::kClockJumpTicks
+    double seconds = 0;        ///< from the first arrival to the last
     IntervalTracker::Summary arrival;
     std::optional<IntervalTracker::Summary> time_stamps;
 
@@ -47,20 +49,25 @@ struct StreamSummary {
 /// Gathers one stream's figures, record by record. One thread.
 class StreamStatistics {
   public:
+    /// The plug-in takes two equal readings of its microsecond clock for a wrap of 32 bits, and its
+    /// time stamps then jump by 2^32 - 1 us (4295 s). Such jumps are counted and taken out of the
+    /// intervals, which would show nothing else.
+    static constexpr int32_t kClockJumpTicks = 386'547'056;
+
     explicit StreamStatistics(Stream stream) : stream_(stream) {}
 
-    /// `pictures` is the number of pictures that the record completes.
-    void add(const Record& record, uint64_t pictures);
+    /// `pictures` is the number of pictures that the record completes; `restarted` tells that it is
+    /// the first after a restart of recording, so that its time stamp begins anew.
+    void add(const Record& record, uint64_t pictures, bool restarted);
     StreamSummary summary() const;
-    /// True when the record just added began a new time line.
-    bool restarted() const { return restarted_; }
+    uint64_t records() const { return totals_.records; }
 
   private:
-    void add_interval(const Record& record);
+    void add_interval(const Record& record, bool restarted);
+    void add_time_stamp_interval(int32_t ticks);
 
     Stream stream_;
     StreamSummary totals_;
-    bool restarted_ = false;
     Clock::time_point first_arrival_;
     Clock::time_point last_arrival_;
     Clock::time_point last_delivery_;

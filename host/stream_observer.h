@@ -10,14 +10,20 @@ namespace camhost {
 /// lock meanwhile. It calls nothing of the camera, which would deadlock against a stop.
 class StreamObserver : public ICameraObserver {
   public:
+    enum class Takes { kEverything, kEndOfStream };
+
     /// `queue` is borrowed and outlives the observer.
-    StreamObserver(Stream stream, RecordQueue& queue) : stream_(stream), queue_(queue) {
+    StreamObserver(Stream stream, RecordQueue& queue, Takes takes = Takes::kEverything)
+        : stream_(stream), queue_(queue), takes_(takes) {
         SetStreamType(info(stream).type);
     }
 
     bool Update(const CCameraData* data) override {
         if (data == nullptr) {
             return false;
+        }
+        if (takes_ == Takes::kEndOfStream && data->m_size > 0) {
+            return true;
         }
         return queue_.push(stream_, data->m_pData, data->m_size,
                            static_cast<uint32_t>(data->m_cts));
@@ -26,6 +32,7 @@ class StreamObserver : public ICameraObserver {
   private:
     Stream stream_;
     RecordQueue& queue_;
+    Takes takes_;
 };
 
 }  // namespace camhost

@@ -28,7 +28,8 @@ class StreamWriter {
     StreamWriter(const StreamWriter&) = delete;
     StreamWriter& operator=(const StreamWriter&) = delete;
 
-    /// Appends a record that is not empty. `restarted`: the stream's time stamps began anew.
+    /// Appends a record that is not empty. `restarted`: it is the first
+    /// after a restart of recording.
     virtual void write(const Record& record, bool restarted) = 0;
     /// Completes the files. Called once, after the last write().
     virtual WrittenStream finish() = 0;

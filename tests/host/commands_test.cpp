@@ -163,7 +163,11 @@ TEST_F(Camhost, RefusedChangeIsToldAndCounts) {
 }
 
 TEST_F(Camhost, NewSampleRateBeginsANewWavFile) {
-    EXPECT_EQ(record({"--duration", "900ms", "--set", "sample-rate=24000@400ms"}).code, kOk);
+    EXPECT_EQ(record({"--duration", "900ms", "--streams", "pcm", "--set", "sample-rate=24000@400ms",
+                      "--json", report_path()})
+                  .code,
+              kOk);
+    EXPECT_EQ(report()["recordings"][0]["streams"]["pcm"]["restarts"], 1);
     EXPECT_TRUE(has("audio.wav"));
     EXPECT_TRUE(has("audio-2.wav"));
 }

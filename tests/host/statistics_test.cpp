@@ -34,7 +34,7 @@ TEST(Intervals, GapIsWellAboveTheMedian) {
 TEST(Statistics, CountsRatesFromTheFirstToTheLastArrival) {
     StreamStatistics statistics(Stream::kGray);
     for (int i = 0; i <= 10; ++i) {
-        statistics.add(record(Stream::kGray, milliseconds(100 * i), 0), 1);
+        statistics.add(record(Stream::kGray, milliseconds(100 * i), 0), 1, false);
     }
     const StreamSummary summary = statistics.summary();
     EXPECT_EQ(summary.records, 11U);
@@ -46,7 +46,7 @@ TEST(Statistics, CountsRatesFromTheFirstToTheLastArrival) {
 
 TEST(Statistics, OneRecordHasNoRate) {
     StreamStatistics statistics(Stream::kJpeg);
-    statistics.add(record(Stream::kJpeg, milliseconds(5), 0), 1);
+    statistics.add(record(Stream::kJpeg, milliseconds(5), 0), 1, false);
     EXPECT_EQ(statistics.summary().records_per_second(), 0);
     EXPECT_EQ(statistics.summary().kilobits_per_second(), 0);
 }
@@ -55,7 +55,7 @@ TEST(Statistics, PartsOfOneDeliveryMakeNoInterval) {
     StreamStatistics statistics(Stream::kPcm);
     for (int i = 0; i < 20; ++i) {
         const auto stamp = static_cast<uint32_t>(2700 * (i / 2));
-        statistics.add(record(Stream::kPcm, milliseconds(30 * (i / 2)), stamp), 1);
+        statistics.add(record(Stream::kPcm, milliseconds(30 * (i / 2)), stamp), 1, false);
     }
     const StreamSummary summary = statistics.summary();
     EXPECT_EQ(summary.records, 20U);
@@ -68,29 +68,49 @@ TEST(Statistics, LostPictureIsAGapOfArrivalAndOfTimeStamps) {
     StreamStatistics statistics(Stream::kH264Main);
     for (const int i : {0, 1, 2, 3, 4, 6, 7, 8, 9}) {
         statistics.add(
-            record(Stream::kH264Main, milliseconds(33 * i), static_cast<uint32_t>(2970 * i)), 1);
+            record(Stream::kH264Main, milliseconds(33 * i), static_cast<uint32_t>(2970 * i)), 1,
+            false);
     }
     EXPECT_EQ(statistics.summary().arrival.gaps, 1U);
     EXPECT_EQ(statistics.summary().time_stamps->gaps, 1U);
     EXPECT_NEAR(statistics.summary().time_stamps->longest_ms, 66, 0.01);
 }
 
-TEST(Statistics, TimeStampsThatBeginAnewAreARestart) {
+TEST(Statistics, RestartBeginsTheTimeStampsAnew) {
     StreamStatistics statistics(Stream::kH264Main);
-    statistics.add(record(Stream::kH264Main, milliseconds(0), 90'000), 1);
-    EXPECT_FALSE(statistics.restarted());
-    statistics.add(record(Stream::kH264Main, milliseconds(500), 100), 1);
-    EXPECT_TRUE(statistics.restarted());
-    statistics.add(record(Stream::kH264Main, milliseconds(533), 3070), 1);
-    EXPECT_FALSE(statistics.restarted());
+    statistics.add(record(Stream::kH264Main, milliseconds(0), 90'000), 1, false);
+    statistics.add(record(Stream::kH264Main, milliseconds(500), 100), 1, true);
+    statistics.add(record(Stream::kH264Main, milliseconds(533), 3070), 1, false);
     EXPECT_EQ(statistics.summary().restarts, 1U);
+    EXPECT_EQ(statistics.summary().steps_back, 0U);
     EXPECT_NEAR(statistics.summary().time_stamps->longest_ms, 33, 0.01);
+    EXPECT_NEAR(statistics.summary().arrival.longest_ms, 500, 0.01);
+}
+
+TEST(Statistics, StepBackIsCounted) {
+    StreamStatistics statistics(Stream::kH264Main);
+    statistics.add(record(Stream::kH264Main, milliseconds(0), 3000), 1, false);
+    statistics.add(record(Stream::kH264Main, milliseconds(33), 2999), 1, false);
+    EXPECT_EQ(statistics.summary().steps_back, 1U);
+    EXPECT_EQ(statistics.summary().restarts, 0U);
+}
+
+TEST(Statistics, JumpsOfThePluginsClockAreTakenOut) {
+    StreamStatistics statistics(Stream::kPcm);
+    uint32_t stamp = 0;
+    for (int i = 0; i < 40; ++i) {
+        statistics.add(record(Stream::kPcm, milliseconds(15 * i), stamp), 1, false);
+        stamp += 1350 + (i % 3 == 0 ? 386'547'056U : 0U);  // also past 32 bits
+    }
+    EXPECT_EQ(statistics.summary().clock_jumps, 13U);
+    EXPECT_EQ(statistics.summary().steps_back, 0U);
+    EXPECT_NEAR(statistics.summary().time_stamps->longest_ms, 15, 0.02);
 }
 
 TEST(Statistics, WrapOfTheClockIsNoRestart) {
     StreamStatistics statistics(Stream::kPcm);
-    statistics.add(record(Stream::kPcm, milliseconds(0), 0xFFFFFF00), 1);
-    statistics.add(record(Stream::kPcm, milliseconds(15), 0x00000446), 1);
+    statistics.add(record(Stream::kPcm, milliseconds(0), 0xFFFFFF00), 1, false);
+    statistics.add(record(Stream::kPcm, milliseconds(15), 0x00000446), 1, false);
     EXPECT_EQ(statistics.summary().restarts, 0U);
     EXPECT_NEAR(statistics.summary().time_stamps->longest_ms, 15, 0.01);
 }
@@ -99,7 +119,7 @@ TEST(Statistics, EmptyRecordsAreEndMarkers) {
     StreamStatistics statistics(Stream::kGray);
     Record end = record(Stream::kGray, milliseconds(0), 0, 0);
     end.end_of_stream = true;
-    statistics.add(end, 1);
+    statistics.add(end, 1, false);
     EXPECT_EQ(statistics.summary().records, 0U);
     EXPECT_EQ(statistics.summary().end_markers, 1U);
 }
@@ -133,6 +153,7 @@ TEST(RecordQueue, FullQueueDropsAndCounts) {
     EXPECT_FALSE(by_count.push(Stream::kGray, bytes, 1, 0));
     EXPECT_EQ(by_count.dropped(Stream::kGray), 1U);
     EXPECT_EQ(by_count.dropped(Stream::kPcm), 0U);
+    EXPECT_TRUE(by_count.push(Stream::kGray, nullptr, 0, 0)) << "the end of a stream";
     EXPECT_TRUE(by_bytes.push(Stream::kPcm, bytes, 8, 0));
     EXPECT_FALSE(by_bytes.push(Stream::kPcm, bytes, 8, 0));
     Record record;
