@@ -84,7 +84,8 @@ void draw_counter(uint8_t* luma, int width, int height, int stride, uint32_t cou
         uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * stride;
         for (int column = 0; column < kColumns; ++column) {
             const Span span = block_columns(column, width);
-            const bool white = blocks[static_cast<size_t>(y / rows * kColumns + column)];
+            const int block = y / rows * kColumns + column;
+            const bool white = blocks[static_cast<size_t>(block)];
             std::memset(row + span.from, white ? kWhite : kBlack,
                         static_cast<size_t>(span.to - span.from));
         }

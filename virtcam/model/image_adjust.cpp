@@ -43,9 +43,9 @@ void ImageAdjust::build_luma(const UvcControls& controls, const StreamSettings& 
     const auto identity = luma_;
     for (int i = 0; i < 256; ++i) {
         uint8_t value = clip(static_cast<int>(std::lround(luma_curve(i, controls))));
-        if (settings.image_effect == kNegative) {
-            value = static_cast<uint8_t>(255 - value);
-        } else if (settings.image_effect == kSolarised && value > 128) {
+        const bool inverted = settings.image_effect == kNegative ||
+                              (settings.image_effect == kSolarised && value > 128);
+        if (inverted) {
             value = static_cast<uint8_t>(255 - value);
         }
         luma_[static_cast<size_t>(i)] = value;

@@ -26,11 +26,10 @@ Bytes pack_yuy2(const Picture& picture) {
         const uint8_t* u = picture.row_u(row / 2);
         const uint8_t* v = picture.row_v(row / 2);
         for (int x = 0; x < picture.chroma_width(); ++x) {
-            out[0] = y[2 * x];
-            out[1] = u[x];
-            out[2] = y[2 * x + 1];
-            out[3] = v[x];
-            out += 4;
+            *out++ = *y++;
+            *out++ = u[x];
+            *out++ = *y++;
+            *out++ = v[x];
         }
     }
     return bytes;

@@ -9,7 +9,7 @@ namespace virtcam {
 namespace {
 
 // Leaves room for the largest key frame and the raw pictures in a frame of 2 MiB.
-constexpr size_t kJpegLimit = 700 * 1000;
+constexpr size_t kJpegLimit = 700000;
 
 std::unique_ptr<PictureSource> make_source(const CameraConfig& config) {
     if (config.source.empty()) {
