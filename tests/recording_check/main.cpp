@@ -2,6 +2,7 @@
 // exit status 0 when the recording is as it should be, 1 when not, 2 when it cannot be read.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -70,7 +71,7 @@ int check_tone(const std::string& path, double tone_hz) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     CLI::App app("Reads back the virtual camera's counters and its tone.", "recording_check");
     app.require_subcommand(1);
     int width = 0;
@@ -92,4 +93,7 @@ int main(int argc, char** argv) {
     }
     return check_counters(width, height,
                           gaps ? CounterRun::Order::kGrowing : CounterRun::Order::kConsecutive);
+} catch (const std::exception& error) {
+    std::cerr << error.what() << '\n';
+    return kUnreadable;
 }

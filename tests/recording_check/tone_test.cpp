@@ -22,7 +22,7 @@ std::vector<float> tone(double hz, double amplitude, size_t samples) {
 }
 
 TEST(Tone, PureToneHasAllThePower) {
-    const ToneReport report = measure_tone(tone(1000, 0.5, 2 * kRate), kRate, 1000);
+    const ToneReport report = measure_tone(tone(1000, 0.5, size_t{2} * kRate), kRate, 1000);
     EXPECT_DOUBLE_EQ(report.seconds, 2);
     EXPECT_NEAR(report.share, 1, 0.001);
     EXPECT_NEAR(report.level, 0.5 / std::numbers::sqrt2, 0.001);
@@ -44,7 +44,7 @@ TEST(Tone, NoiseHasLittle) {
 }
 
 TEST(Tone, ClickOnceASecondDoesNotMatter) {
-    auto samples = tone(1000, 0.3, 3 * kRate);
+    auto samples = tone(1000, 0.3, size_t{3} * kRate);
     for (size_t second = 0; second < 3; ++second) {
         std::fill_n(samples.begin() + static_cast<std::ptrdiff_t>(second * kRate), kRate / 250, 1);
     }
