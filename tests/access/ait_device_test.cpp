@@ -2,6 +2,7 @@
 #include "AitDevice.h"
 
 #include "CameraIdentity.h"
+#include "tests/access/UsbCalls.h"
 #include "tests/support/BusTest.h"
 
 namespace test {
@@ -177,6 +178,87 @@ TEST_F(AitDeviceTest, PresenceTestOpensNothing) {
     EXPECT_EQ(lines[3], (Lines::value_type{1, "No AIT device has been detected.\r\n"}));
     EXPECT_EQ(lines[4], (Lines::value_type{1, "free device list\r\n"}));
     EXPECT_EQ(lines[5], (Lines::value_type{1, "libusb_exit\r\n"}));
+}
+
+/// The library's calls in order, with their interface where they have one.
+std::vector<std::pair<std::string, int>> CallOrder() {
+    std::vector<std::pair<std::string, int>> order;
+    for (const auto& call : virtbus::call_log()) {
+        order.emplace_back(call.name, call.argument.value_or(-1));
+    }
+    return order;
+}
+
+TEST_F(AitDeviceTest, OpensAndClosesInOrder) {
+    virtbus::clear_logs();
+    CloseAitDevice(OpenAitDevice(kVendor, kProduct, 1));
+    auto order = CallOrder();
+    std::erase_if(order, [](const auto& call) {
+        return call.first == "libusb_get_device_descriptor" ||
+               call.first == "libusb_free_device_list";
+    });
+    EXPECT_EQ(order, (std::vector<std::pair<std::string, int>>{{"libusb_init", -1},
+                                                               {"libusb_get_device_list", -1},
+                                                               {"libusb_open", -1},
+                                                               {"libusb_detach_kernel_driver", 1},
+                                                               {"libusb_claim_interface", 1},
+                                                               {"libusb_release_interface", 1},
+                                                               {"libusb_close", -1},
+                                                               {"libusb_exit", -1}}));
+}
+
+TEST_F(AitDeviceTest, TheResultOfTheDetachIsIgnored) {
+    virtbus::add_fault(
+        FailCall("libusb_detach_kernel_driver", {{"return", "LIBUSB_ERROR_NOT_SUPPORTED"}}));
+    AitDevHandle* device = OpenAitDevice(kVendor, kProduct, 1);
+    ASSERT_NE(device, nullptr);
+    EXPECT_EQ(device->interface_num, 1);
+    CloseAitDevice(device);
+}
+
+TEST_F(AitDeviceTest, EnumeratesAndOpensUnderItsLock) {
+    watch_usb_calls();
+    AitDevHandle* device = OpenAitDevice(kVendor, kProduct, 0);
+    for (const UsbCall& call : take_usb_calls()) {
+        EXPECT_TRUE(call.enumeration_lock_held) << call.name;
+        EXPECT_FALSE(call.control_lock_held) << call.name;
+    }
+    watch_usb_calls();
+    EXPECT_TRUE(CheckDeviceExist(kVendor, kProduct));
+    const auto calls = take_usb_calls();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].name, "get_device_list");
+    EXPECT_TRUE(calls[0].enumeration_lock_held);
+    EXPECT_EQ(calls[1].name, "exit");
+    EXPECT_TRUE(calls[1].enumeration_lock_held);  // to the return
+    // The lock is free again afterwards.
+    watch_usb_calls();
+    CloseAitDevice(device);
+    for (const UsbCall& call : take_usb_calls()) {
+        EXPECT_FALSE(call.enumeration_lock_held) << call.name;
+    }
+}
+
+TEST_F(AitDeviceTest, ADescriptorThatFailsBeforeTheCameraEndsTheSearch) {
+    // The camera is not the first of the list.
+    virtbus::reset({{"camera", {{"identity", "run-time"}}},
+                    {"bus",
+                     {{"listing", ""},
+                      {"other_devices",
+                       nlohmann::json::array({{{"vendor", 0x1234}, {"product", 0x5678}}})}}}});
+    virtbus::add_fault({{"on", {{"call", "libusb_get_device_descriptor"}}},
+                        {"nth", 2},
+                        {"do", {{"return", "LIBUSB_ERROR_IO"}}}});
+    EXPECT_EQ(OpenAitDevice(kVendor, kProduct, kNoInterface), nullptr);
+    EXPECT_EQ(Log(), (Lines{{4, "libusb initialized. \r\n"},
+                            {4, "get device list.\r\n"},
+                            {1, "failed to get device descriptor"},
+                            {1, "No AIT device has been detected.\r\n"}}));
+    EXPECT_EQ(Calls("libusb_get_device_descriptor"), 2u);
+    log().reset();
+    AitDevHandle* device = OpenAitDevice(kVendor, kProduct, kNoInterface);
+    EXPECT_NE(device, nullptr);
+    CloseAitDevice(device);
 }
 
 TEST_F(AitDeviceTest, FindWalksTheListInOrder) {

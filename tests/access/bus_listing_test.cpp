@@ -68,6 +68,11 @@ TEST_F(BusListing, MarksTwoProducts) {
 TEST_F(BusListing, FindsTheCameraBehindAnotherDevice) {
     EXPECT_EQ(Search(Block("00", "046d", "c31c") + "\n" + Block("03", "114d", "2066") + "\n"),
               0x2066);
+    const auto lines = log().lines();
+    ASSERT_EQ(lines.size(), 5u) << log_listing();  // the copy was made and opened, too
+    EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(lines[0].text.rfind("Access Time (Sec.) : ", 0), 0u);
+    EXPECT_EQ(lines[1].text, "/proc/bus/usb/devices is changed!");
     EXPECT_LOG(4, "found usb device vid[0x46d], pid[0xc31c], port number[0]\n");
     EXPECT_LOG(4, "found usb device vid[0x114d], pid[0x2066], port number[3]\n");
     EXPECT_EQ(log().count_containing("TV camera found"), 1u);
@@ -149,6 +154,63 @@ TEST_F(BusListing, AChangeOfSizeOrTimeIsReported) {
                       size + "\t(Current/Previous)");
 }
 
+TEST_F(BusListing, AChangeOfTimeAloneIsReported) {
+    // A file of the same size as one whose status changed long ago.
+    const std::filesystem::path old = "/usr/bin/true";
+    struct stat was;
+    ASSERT_EQ(stat(old.c_str(), &was), 0);
+    WriteFile("/dtv/fresh", std::string(std::filesystem::file_size(old), 'x'));
+    std::filesystem::create_symlink("/dtv/fresh", kListing);
+    EXPECT_TRUE(IsProcDeviceChanged());
+    EXPECT_FALSE(IsProcDeviceChanged());
+    struct stat fresh;
+    ASSERT_EQ(stat(kListing, &fresh), 0);
+    std::filesystem::remove(kListing);
+    std::filesystem::create_symlink(old, kListing);
+    log().reset();
+    EXPECT_TRUE(IsProcDeviceChanged());
+    const std::string size = std::to_string(was.st_size);
+    EXPECT_EQ(log().texts(4),
+              (std::vector<std::string>{"Access Time (Sec.) : " + std::to_string(was.st_ctime) +
+                                            "/" + std::to_string(fresh.st_ctime) + "\t LogSize : " +
+                                            size + "/" + size + "\t(Current/Previous)",
+                                        "/proc/bus/usb/devices is changed!"}));
+    EXPECT_FALSE(IsProcDeviceChanged());  // both were stored
+}
+
+TEST_F(BusListing, WhatCannotBeSeenLeavesAMarkInPlaceOfNoSize) {
+    const auto previousSize = [&] {
+        std::filesystem::remove(kListing);
+        List("a");
+        log().reset();
+        EXPECT_TRUE(IsProcDeviceChanged());
+        const std::string line = log().texts(4).at(0);
+        const size_t slash = line.rfind('/', line.rfind('('));
+        return line.substr(slash + 1, line.rfind('\t') - slash - 1);
+    };
+    EXPECT_FALSE(IsProcDeviceChanged());                   // no listing: no size
+    std::filesystem::create_symlink("devices", kListing);  // a loop: ELOOP
+    EXPECT_TRUE(IsProcDeviceChanged());
+    EXPECT_EQ(previousSize(), "-1");
+    const std::string size = std::to_string(std::filesystem::file_size(kListing));
+    std::filesystem::remove(kListing);
+    std::filesystem::create_symlink("devices", kListing);
+    EXPECT_TRUE(IsProcDeviceChanged());
+    EXPECT_EQ(previousSize(), size);  // a size that is known stays
+}
+
+TEST_F(BusListing, LinesAreReadInPiecesOf255Characters) {
+    const auto withTopologyLineOf = [](size_t length) {
+        std::string line = "T:  Bus=01 Port=01 ";
+        line.resize(length, '.');
+        return line + "\nP:  Vendor=114d ProdID=2066 Rev= 1.00\n";
+    };
+    EXPECT_EQ(Search(withTopologyLineOf(254)), 0x2066);
+    // Its line end comes alone, as a blank line between blocks would.
+    EXPECT_EQ(Search(withTopologyLineOf(255)), 0);
+    EXPECT_EQ(Search(withTopologyLineOf(256)), 0x2066);
+}
+
 TEST_F(BusListing, AMissingListingIsNoChangeAndForgetsTheSize) {
     List("a");
     EXPECT_TRUE(IsProcDeviceChanged());
@@ -170,8 +232,9 @@ TEST_F(BusListing, AListingThatCannotBeSeenCountsAsChanged) {
     EXPECT_TRUE(IsProcDeviceChanged());
     log().reset();
     EXPECT_EQ(t_SearchAITUsbCamera(), 0);
-    EXPECT_LOG(1, "cannot open /dtv/ait_usb_devices file\n");
-    EXPECT_LOG(1, "cannot open /proc/bus/usb/devices file\n");
+    EXPECT_EQ(log().texts(1),
+              (std::vector<std::string>{"cannot open /dtv/ait_usb_devices file\n",
+                                        "cannot open /proc/bus/usb/devices file\n"}));
 }
 
 TEST_F(BusListing, ReadsTheListingItselfWhenTheCopyCannotBeMade) {

@@ -1,9 +1,12 @@
 // The firmware loader: start-up by both boot codes, every way to end, and the monitor.
 #include "CameraFwLoader.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 #include "AitOrixCamera_DestroyFlag.h"
 #include "CameraIdentity.h"
@@ -26,9 +29,16 @@ class Reports {
   public:
     static void Callback(unsigned status, void* data) {
         auto* self = static_cast<Reports*>(data);
+        const size_t pauses = TestClock::instance().count(1s);
         std::lock_guard lock(self->mutex_);
         self->statuses_.push_back(status);
+        self->pauses_.push_back(pauses);
         self->changed_.notify_all();
+    }
+    /// Pauses of a second that went before a report.
+    size_t PausesBefore(size_t index) {
+        std::lock_guard lock(mutex_);
+        return pauses_.at(index);
     }
     std::vector<unsigned> All() {
         std::lock_guard lock(mutex_);
@@ -43,6 +53,7 @@ class Reports {
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<unsigned> statuses_;
+    std::vector<size_t> pauses_;
 };
 
 std::string VersionFile(const std::string& version) {
@@ -114,6 +125,93 @@ TEST_F(FirmwareLoader, PathsAreTheTelevisions) {
     EXPECT_STREQ(exe_fw_path_name, "/mtd_exe/lumo/Tarlo_Ext_FW.bin");
     EXPECT_STREQ(boot_path_name, "/mtd_rwcommon/lumo/bin/VespinPlus_BC.bin");
     EXPECT_STREQ(exe_boot_path_name, "/mtd_exe/lumo/VespinPlus_BC.bin");
+}
+
+TEST_F(FirmwareLoader, StatusNumbersAreTheHosts) {
+    EXPECT_EQ(int{CAMERA_STATUS_OK}, 0);
+    EXPECT_EQ(int{CAMERA_CANT_FOUND_DEVICE}, 1);
+    EXPECT_EQ(int{CAMERA_LOAD_FW_FAILED}, 2);
+    EXPECT_EQ(int{CAMERA_STATUS_ERROR}, 3);
+}
+
+TEST_F(FirmwareLoader, BootCodeVersionIsBigEndian) {
+    virtbus::add_fault({{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}},
+                        {"nth", 1},
+                        {"do", {{"reply", "000012345678AABB"}}}});
+    EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    EXPECT_LOG_COUNT(1, "BootCode version is 0x12345678\r\n", 1);
+}
+
+TEST_F(FirmwareLoader, ABootCodeWithoutAVersionIsLoadedAllTheSame) {
+    virtbus::add_fault({{"on", {{"control", {{"type", 0x20}, {"value", 0x0100}}}}},
+                        {"nth", 1},
+                        {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
+    EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    EXPECT_EQ(log().count_containing("BootCode version"), 0u);
+}
+
+TEST_F(FirmwareLoader, LaterOpensTakeTheOlderInterface) {
+    // The newer interface is refused once and the older one twice.
+    virtbus::add_fault({{"on", {{"call", "libusb_open"}}},
+                        {"count", 3},
+                        {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    EXPECT_EQ(log().count_containing("OpenAitDevice claim interface. interface=2 "), 0u);
+    EXPECT_LOG_COUNT(4, "OpenAitDevice claim interface. interface=0 hr=0\r\n", 1);
+    EXPECT_LOG_COUNT(4, "Current boot code is using UVC interface.\r\n", 1);
+    EXPECT_LOG(4, "use_pcsync is 0\n");
+    Stop();
+    ExpectLeavingsOfFailedClaim();
+}
+
+TEST_F(FirmwareLoader, EveryLineOfAStartByTheExtensionUnitPath) {
+    virtbus::add_fault({{"on", {{"call", "libusb_open"}}},
+                        {"count", 1},
+                        {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    std::filesystem::remove("/mtd_rwcommon/lumo/bin/opxCamera.xml");
+    clock().on_sleep([](const SleepCall&) {
+        // The camera is back before the first look at the listing.
+        virtbus::wait_until([] { return virtbus::camera().attached(); }, kLimit);
+    });
+    ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    std::vector<std::pair<unsigned, std::string>> lines;
+    for (const LogLine& line : log().lines()) {
+        const bool ofTheListing = line.function == "IsProcDeviceChanged" ||
+                                  line.function == "FindCamera" ||
+                                  line.function == "LogFoundCamera";
+        if (line.level != 5 && !ofTheListing && line.function != "OpenAitDevice") {
+            lines.emplace_back(line.level, line.text);
+        }
+    }
+    const std::pair<unsigned, std::string> noDownload[] = {
+        {1, "no version file in /mtd_rwcommon/lumo/bin/opxCamera.xml, start update\n"},
+        {1, "use /mtd_exe/lumo/\n"}};
+    EXPECT_EQ(
+        lines,
+        (std::vector<std::pair<unsigned, std::string>>{
+            {4, "CCameraFwLoader::Run()\r\n"},
+            {4, "CCameraFwLoader::Run() Open device VID=0x114D, PID=0x2065, Interface=2 \r\n"},
+            {4, "Current boot code is using UVC interface.\r\n"},
+            {4, "Exit OpenAitDevice. \r\n"},
+            {1, "BootCode version is 0x100\r\n"},
+            {4, "use_pcsync is 0\n"},
+            noDownload[0],
+            noDownload[1],
+            {1, "FW file[/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin] does not exist\n"},
+            {4, "FW file is [/mtd_exe/lumo/Tarlo_Ext_FW.bin]\n"},
+            {4, "Enter UpdateFirmwareUvcPath. \r\n"},
+            {4, "binary size=2000 bytes\r\n"},
+            {4, "UVC path fw update init.\r\n"},
+            {4, "UVC path fw data transfer.\r\n"},
+            {4, "Start burning.\r\n"},
+            {1, "Update flash successfully.\r\n"},
+            {4, "Exit UpdateFirmwareUvcPath. \r\n"},
+            {1, "Camera-Version:1.45.102"},
+            noDownload[0],
+            noDownload[1],
+            {4, "Camera firmware ready. change status to CAMERA_STATUS_OK.\r\n"}}));
+    Stop();
+    ExpectLeavingsOfFailedClaim();
 }
 
 TEST_F(FirmwareLoader, LoadsByTheBulkPathAndReportsReady) {
@@ -198,6 +296,7 @@ TEST_F(FirmwareLoader, AFailedLoadEndsWithOneReport) {
     EXPECT_LOG(1, "CCameraFwLoader :Failed to load firmware, exit. \r\n");
     EXPECT_EQ(reports_.All().size(), 1u);
     EXPECT_EQ(Pauses(), 0u);
+    EXPECT_TRUE(virtbus::leaks().empty());  // closed by the thread itself
 }
 
 TEST_F(FirmwareLoader, AFailedLoadDuringDestructionIsNotReported) {
@@ -251,6 +350,23 @@ TEST_F(FirmwareLoader, ACameraThatComesBackButCannotBeOpened) {
     ExpectLeavingsOfFailedClaim();
 }
 
+TEST_F(FirmwareLoader, ACameraThatCannotBeOpenedDuringDestructionLeavesAnIdleMonitor) {
+    virtbus::add_fault({{"on", {{"call", "libusb_open"}}},
+                        {"from", 2},
+                        {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    SetCamDestroy(true);
+    Start();
+    ASSERT_TRUE(log().wait_for(1, "Camera-Version:0.45.00", kLimit)) << log_listing();
+    const size_t before = Pauses();
+    ASSERT_TRUE(virtbus::wait_until([&] { return Pauses() >= before + 3; }, kLimit));
+    Stop();
+    EXPECT_TRUE(reports_.All().empty());
+    EXPECT_EQ(log().count_containing("AIT Camera Checking"), 0u);
+    EXPECT_NO_LOG(1, "CCameraFwLoader: Failed to open camera device. exit \r\n");
+    EXPECT_LOG(4, "Exit device mointer trhead.\r\n");
+    ExpectLeavingsOfFailedClaim();
+}
+
 TEST_F(FirmwareLoader, AStopDuringThePauseEndsItWithoutAReport) {
     struct Loader : CCameraFwLoader {
         using CCameraFwLoader::CCameraFwLoader;
@@ -298,7 +414,11 @@ TEST_F(FirmwareLoader, MonitorAsksOnceASecond) {
     for (const Request& request : Requests()) {
         EXPECT_EQ(request, Read(0xA0, 0x81, 0x0200, 0x0600, 8, 5000));
     }
-    EXPECT_LOG(5, "CCameraFwLoader ****** : AIT Camera Checking hr=0\r\n");
+    const size_t checks = log().count(5, "CCameraFwLoader ****** : AIT Camera Checking hr=0\r\n");
+    EXPECT_GE(checks, 3u);
+    EXPECT_EQ(Pauses(), reports_.PausesBefore(0) + checks);
+    EXPECT_LOG(4, "Exit device mointer trhead.\r\n");
+    EXPECT_TRUE(virtbus::leaks().empty());  // closed by the thread itself
 }
 
 TEST_F(FirmwareLoader, AnUnpluggedCameraIsReportedOnce) {
@@ -306,6 +426,9 @@ TEST_F(FirmwareLoader, AnUnpluggedCameraIsReportedOnce) {
     std::atomic<int> stops{0};
     ON_CALL(subject_, StopRecording).WillByDefault([&] {
         EXPECT_EQ(reports_.All().size(), 1u);  // before the report
+        EXPECT_EQ(clock().count(300ms), 1u);   // after the camera had time to settle
+        EXPECT_LOG(4, "CloseAitDevice -\r\n");
+        EXPECT_TRUE(virtbus::leaks().empty());  // and after it was closed
         ++stops;
         return true;
     });
@@ -316,9 +439,31 @@ TEST_F(FirmwareLoader, AnUnpluggedCameraIsReportedOnce) {
     EXPECT_EQ(stops, 1);
     EXPECT_EQ(clock().count(300ms), 1u);
     EXPECT_LOG(1, "!!!  AIT Camera Checking :: Camera is disconnected. , hr=-4 !!!\r\n");
-    EXPECT_LOG(4, "CloseAitDevice +\r\n");
-    EXPECT_LOG(4, "CloseAitDevice -\r\n");
-    EXPECT_LOG(4, "Exit device mointer trhead.\r\n");
+    const auto texts = log().texts(4);
+    ASSERT_GE(texts.size(), 3u);
+    EXPECT_EQ(std::vector<std::string>(texts.end() - 3, texts.end()),
+              (std::vector<std::string>{"CloseAitDevice +\r\n", "CloseAitDevice -\r\n",
+                                        "Exit device mointer trhead.\r\n"}));
+}
+
+TEST_F(FirmwareLoader, TheCameraMayGoWhileItsVersionIsAsked) {
+    ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    std::atomic<bool> over{false};
+    std::atomic<int> asked{0};
+    std::thread host([&] {
+        while (!over) {
+            loader_->GetCamVersion();
+            ++asked;
+        }
+    });
+    EXPECT_TRUE(virtbus::wait_until([&] { return asked >= 3; }, kLimit));
+    virtbus::unplug();
+    EXPECT_TRUE(reports_.Wait(2));
+    const int then = asked;
+    EXPECT_TRUE(virtbus::wait_until([&] { return asked >= then + 2; }, kLimit));
+    over = true;
+    host.join();
+    EXPECT_FALSE(loader_->GetCamVersion());
 }
 
 TEST_F(FirmwareLoader, SixTimeoutsAreForgivenInAllTheSeventhIsNot) {
@@ -344,14 +489,10 @@ TEST_F(FirmwareLoader, ForgivenTimeoutsDoNotPause) {
         {{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}}, {"do", {{"timeout", "now"}}}});
     ASSERT_TRUE(reports_.Wait(2));
     Stop();
-    const auto lines = log().lines();
-    std::vector<std::string> checks;
-    for (const LogLine& line : lines) {
-        if (line.level == 5 && line.text.find("Checking hr=-7") != std::string::npos) {
-            checks.push_back(line.text);
-        }
-    }
-    EXPECT_EQ(checks.size(), 7u);
+    EXPECT_LOG_COUNT(5, "CCameraFwLoader ****** : AIT Camera Checking hr=-7\r\n", 7);
+    EXPECT_EQ(Pauses(),
+              reports_.PausesBefore(0) +
+                  log().count(5, "CCameraFwLoader ****** : AIT Camera Checking hr=0\r\n"));
 }
 
 TEST_F(FirmwareLoader, ADisconnectionDuringDestructionIsNotReported) {
@@ -498,8 +639,38 @@ INSTANTIATE_TEST_SUITE_P(
                "<Version>7</Version>", true, Compared(20, "7.5", "7", true)},
         Choice{"closing tag before position 8", "</Version>3", "<Version>7</Version>", false,
                Compared(20, "n>3", "7", false)},
+        Choice{"opening tag behind the closing one", "</Version><Version>5", "<Version>4</Version>",
+               true, Compared(20, "5", "4", true)},
+        Choice{"opening tag at the very end", "</Version><Version>", "<Version>-1</Version>", true,
+               Compared(21, "", "-1", true)},
         Choice{"no numbers", "<Version>abc</Version>", "<Version>def</Version>", false,
                Compared(22, "abc", "def", false)}));
+
+class FirmwareChoiceWithoutSizes : public PluginTest {};
+
+TEST_F(FirmwareChoiceWithoutSizes, TakesTheDownloadedFiles) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const std::string unsized = "/proc/self/fd/" + std::to_string(ends[0]);
+    const char* const files[] = {"/mtd_exe/lumo/opxCamera.xml",
+                                 "/mtd_rwcommon/lumo/bin/opxCamera.xml"};
+    for (const char* unsizedFile : files) {
+        RemoveTvFiles();
+        log().reset();
+        for (const char* file : files) {
+            WriteFile(file, VersionFile(file == files[0] ? "9" : "1"));
+        }
+        std::filesystem::remove(unsizedFile);
+        std::filesystem::create_symlink(unsized, unsizedFile);
+        CCameraFwLoader loader(0x2065, 0x114D, 2, nullptr);
+        EXPECT_FALSE(loader.UseDefaultVersion());
+        ASSERT_EQ(log().lines().size(), 1u) << log_listing();
+        EXPECT_LOG(1, "fail to parse opxCamera.xml, use /mtd_down/lumo/bin\n");
+    }
+    close(ends[0]);
+    close(ends[1]);
+    RemoveTvFiles();
+}
 
 // --- boot code
 // -----------------------------------------------------------------------------------------
@@ -534,7 +705,13 @@ TEST_F(BootCodeUpdate, WithoutMark) {
     WriteFile(path_, ImageOf(0x2035));
     log().reset();
     EXPECT_EQ(Update(0), AIT_ERR_DEVICE);
-    EXPECT_LOG(4, "FwVerCode=0x0\r\n");
+    EXPECT_EQ(log().texts(4),
+              (std::vector<std::string>{"FwVerCode=0x0\r\n",
+                                        "Boot code binary incorrect. skip update procedure.\r\n"}));
+    WriteBootCode(0xFAC00007, 0x2036);  // just long enough
+    log().reset();
+    EXPECT_EQ(Update(7), 0);
+    EXPECT_LOG(4, "FwVerCode=0xFAC00007\r\n");
 }
 
 TEST_F(BootCodeUpdate, OnlyANewerOneIsWritten) {
@@ -552,12 +729,28 @@ TEST_F(BootCodeUpdate, OnlyANewerOneIsWritten) {
 TEST_F(BootCodeUpdate, WritesByTheExtensionUnitPathOnItsOwnDevice) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     WriteBootCode(0xFACABCDE);
-    virtbus::clear_logs();
+    log().reset();
     EXPECT_EQ(Update(0xABCDD), 0);
-    EXPECT_LOG(4, "Start to update bootcode. New version is 0xABCDE.\r\n");
-    EXPECT_LOG(4, "Boot code update done.\r\n");
+    std::vector<std::pair<unsigned, std::string>> lines;
+    for (const LogLine& line : log().lines()) {
+        if (line.thread == std::this_thread::get_id()) {
+            lines.emplace_back(line.level, line.text);
+        }
+    }
+    EXPECT_EQ(lines, (std::vector<std::pair<unsigned, std::string>>{
+                         {4, "FwVerCode=0xFACABCDE\r\n"},
+                         {4, "Bootcode file path is: /dtv/boot.bin\r\n"},
+                         {4,
+                          "Found a new bootcode binary. binary version is 0xABCDE, device "
+                          "version is 0xABCDD\r\n"},
+                         {4, "Start to update bootcode. New version is 0xABCDE.\r\n"},
+                         {4, "binary size=12288 bytes\r\n"},
+                         {4, "UVC path fw update init.\r\n"},
+                         {4, "UVC path fw data transfer.\r\n"},
+                         {4, "Start burning.\r\n"},
+                         {1, "Update flash successfully.\r\n"},
+                         {4, "Boot code update done.\r\n"}}));
     EXPECT_EQ(clock().count(3s), 1u);
-    EXPECT_LOG(4, "UVC path fw update init.\r\n");
     const auto flash = virtbus::camera().flash();
     EXPECT_EQ(std::string(flash.begin(), flash.end()), ReadFile(path_));
 }

@@ -1,10 +1,15 @@
 // Flashing: both download paths, compared with the camera's flash, and every way to fail.
 #include "AitFirmware.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
 #include <numeric>
 
 #include "AitXu.h"
 #include "LibusbWrap.h"
+#include "tests/access/UsbCalls.h"
 #include "tests/support/BusTest.h"
 #include "tests/support/ControlSequence.h"
 #include "tests/support/TvFiles.h"
@@ -330,6 +335,109 @@ TEST_F(FirmwareUpdate, MissingMemory) {
     EXPECT_EQ(UpdateAitFirmwareWithCheckSum(device_, Path(), 0), AIT_ERR_DEVICE);
     EXPECT_EQ(Log(), (Lines{{4, "binary size=100 bytes\r\n"}, {1, kFailed}}));
     EXPECT_TRUE(Requests().empty());
+}
+
+/// What each update function does to `path`, by name.
+std::vector<std::pair<std::string, std::function<int(AitDevHandle*, char*)>>> Paths() {
+    return {{"uvc", [](auto* d, char* path) { return UpdateFirmwareUvcPath(d, path, 4); }},
+            {"pcsync", [](auto* d, char* path) { return UpdateFirmwarePcsyncPath(d, path, 4); }},
+            {"bulk", [](auto* d, char* path) { return UpdateFirmware(d, path, 4); }},
+            {"checksum",
+             [](auto* d, char* path) { return UpdateAitFirmwareWithCheckSum(d, path, 0); }}};
+}
+
+TEST_F(FirmwareUpdate, AFileWithoutASizeIsRefused) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    char path[64];
+    snprintf(path, sizeof path, "/proc/self/fd/%d", ends[0]);
+    for (const auto& [name, update] : Paths()) {
+        SCOPED_TRACE(name);
+        log().reset();
+        EXPECT_EQ(update(device_, path), AIT_ERR_DEVICE);
+        const unsigned level = name == "uvc" ? 1 : 4;
+        EXPECT_EQ(Log(),
+                  (Lines{{level, "file " + std::string(path) + " size is incorrect. \r\n"}}));
+    }
+    EXPECT_TRUE(Requests().empty());
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(FirmwareUpdate, AnImageBeyondTheSizeFieldIsRefused) {
+    WriteFile(kPath, "");
+    ASSERT_EQ(truncate(kPath, 0x80000000L), 0);  // sparse
+    for (const auto& [name, update] : Paths()) {
+        SCOPED_TRACE(name);
+        log().reset();
+        EXPECT_EQ(update(device_, Path()), AIT_ERR_DEVICE);
+        EXPECT_LOG(1, kFailed);
+    }
+    EXPECT_TRUE(Requests().empty());
+    std::filesystem::remove(kPath);
+}
+
+TEST_F(FirmwareUpdate, AFileThatEndsBeforeItsSizeIsPaddedWithZeros) {
+    char path[] = "/sys/kernel/profiling";  // says 4096 bytes and holds two
+    if (access(path, R_OK) != 0 || std::filesystem::file_size(path) != 4096) {
+        GTEST_SKIP() << path << " is not what this test needs";
+    }
+    std::string image = ReadFile(path);
+    ASSERT_LT(image.size(), 4096u);
+    EXPECT_EQ(UpdateFirmware(device_, path, 0), 0);
+    EXPECT_EQ(log().texts(3), (std::vector<std::string>{"file " + std::string(path) + ": " +
+                                                        std::to_string(image.size()) +
+                                                        " of 4096 bytes read.\r\n"}));
+    image.resize(4096);
+    EXPECT_EQ(Flash(), image);
+}
+
+TEST_F(FirmwareUpdate, PiecesAndTimeoutsOfEachPath) {
+    struct Case {
+        const char* path;
+        size_t size;
+        std::vector<int> pieces;
+        unsigned timeout;
+    };
+    const Case cases[] = {{"uvc", 1025, {}, 0},
+                          {"pcsync", 1025, {512, 512, 1}, 100},
+                          {"pcsync", 1024, {512, 512}, 100},
+                          {"bulk", 70000, {32768, 32768, 4464}, 5000},
+                          {"checksum", 70000, {32768, 32768, 4464}, 1000}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path);
+        FreshCamera();
+        Image(c.size);
+        watch_usb_calls();
+        for (const auto& [name, update] : Paths()) {
+            if (name == c.path) {
+                update(device_, Path());
+            }
+        }
+        std::vector<int> pieces;
+        bool serialised = true;
+        for (const UsbCall& call : take_usb_calls()) {
+            if (call.name == "bulk_transfer") {
+                pieces.push_back(call.length);
+                EXPECT_EQ(call.timeout_ms, c.timeout);
+            } else {
+                serialised = serialised && call.control_lock_held;
+            }
+        }
+        EXPECT_EQ(pieces, c.pieces);
+        EXPECT_EQ(serialised, std::string(c.path) != "pcsync");
+    }
+}
+
+TEST_F(FirmwareUpdate, NoRequestOfThePcsyncPathIsSerialised) {
+    Image(100);
+    watch_usb_calls();
+    EXPECT_EQ(UpdateFirmwarePcsyncPath(device_, Path(), 4), 0);
+    const auto calls = take_usb_calls();
+    EXPECT_EQ(calls.size(), 3u);
+    for (const UsbCall& call : calls) {
+        EXPECT_FALSE(call.control_lock_held) << call.name;
+    }
 }
 
 TEST_F(FirmwareUpdate, AFolderIsNoImage) {

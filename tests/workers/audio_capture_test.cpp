@@ -132,7 +132,26 @@ TEST_F(AudioCapture, AFullBufferIsNoOverflow) {
     Run({100, 3996});
     EXPECT_EQ(blocks_.size(), 4u);
     EXPECT_TRUE(log().texts(3).empty());
-    Run({});
+    ExpectRunning(0);
+}
+
+TEST_F(AudioCapture, TheRestOfAnOversizeReadIsLost) {
+    Run({100, 4000, 704});
+    // 4,096 of 4,100 bytes were taken, so that the third read goes on four bytes later.
+    ASSERT_EQ(blocks_.size(), 5u);
+    std::vector<uint8_t> all;
+    for (const auto& block : blocks_) {
+        all.insert(all.end(), block.begin(), block.end());
+    }
+    for (size_t i = 0; i < all.size(); ++i) {
+        ASSERT_EQ(all[i], static_cast<uint8_t>(i < 4096 ? i : i + 4)) << i;
+    }
+}
+
+TEST_F(AudioCapture, SamplesThatFillNoBlockAreDiscardedAtTheEnd) {
+    Run({1919});
+    EXPECT_EQ(blocks_.size(), 1u);
+    EXPECT_EQ(returned_, 1);
 }
 
 TEST_F(AudioCapture, AHugeReadIsCutToTheBuffer) {

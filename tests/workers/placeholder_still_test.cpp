@@ -1,6 +1,8 @@
 // The placeholder still: one delivery, after which the worker is gone.
 #include "DummyStillCapture.h"
 
+#include <unistd.h>
+
 #include "tests/support/Fakes.h"
 #include "tests/support/PluginTest.h"
 #include "tests/support/TvFiles.h"
@@ -78,6 +80,36 @@ TEST_F(PlaceholderStill, RefusesWhatDoesNotFitIntoMemory) {
     Run();
     EXPECT_TRUE(pictures_.empty());
     EXPECT_LOG(4, "file /mtd_rwcommon/lumo/bin/dummy.jpg size is incorrect. \r\n");
+}
+
+TEST_F(PlaceholderStill, RefusesAFileWithoutASize) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::filesystem::create_directories("/mtd_rwcommon/lumo/bin");
+    std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(ends[0]), kPath);
+    Run();
+    EXPECT_TRUE(pictures_.empty());
+    EXPECT_EQ(log().texts(4),
+              (std::vector<std::string>{
+                  "file /mtd_rwcommon/lumo/bin/dummy.jpg size is incorrect. \r\n"}));
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(PlaceholderStill, AFileThatEndsBeforeItsSizeIsPaddedWithZeros) {
+    const std::filesystem::path path = "/sys/kernel/profiling";  // says 4096 bytes and holds two
+    if (access(path.c_str(), R_OK) != 0 || std::filesystem::file_size(path) != 4096) {
+        GTEST_SKIP() << path << " is not what this test needs";
+    }
+    std::filesystem::create_directories("/mtd_rwcommon/lumo/bin");
+    std::filesystem::create_symlink(path, kPath);
+    Run();
+    std::string picture = ReadFile(path);
+    const std::string read = std::to_string(picture.size());
+    picture.resize(4096);
+    EXPECT_EQ(pictures_, (std::vector<std::string>{picture}));
+    EXPECT_EQ(log().texts(3), (std::vector<std::string>{"file /mtd_rwcommon/lumo/bin/dummy.jpg: " +
+                                                        read + " of 4096 bytes read.\r\n"}));
 }
 
 }  // namespace

@@ -438,6 +438,124 @@ TEST_F(VideoCapture, DataThatBeginsBehindTheFrameIsNotDelivered) {
     EXPECT_EQ(log().texts(3).size(), 1u);
 }
 
+/// A thread that a delivery or the adapter can ask to stop.
+struct StoppableThread : CVideoCaptureThread {
+    using CVideoCaptureThread::CVideoCaptureThread;
+    using pThread::Shutdown;
+};
+
+TEST_F(VideoCapture, AStopIsSeenBeforeEachDelivery) {
+    const CAM_STREAM_TYPE order[] = {CAM_STREAM_H264_MAIN, CAM_STREAM_H264_SUB, CAM_STREAM_JPEG,
+                                     CAM_STREAM_GRAY,      CAM_STREAM_NV12,     CAM_STREAM_NV21,
+                                     CAM_STREAM_YUYV};
+    for (size_t last = 0; last < std::size(order); ++last) {
+        SCOPED_TRACE(last);
+        Next()
+            .Add(kMain, H264(0x67), 1)
+            .Add(kSub, H264(0x67), 1)
+            .Add(kJpeg, Bytes(40))
+            .Add(kGray, Bytes(40))
+            .Add(kNv12, Bytes(40))
+            .Add(kNv21, Bytes(40))
+            .Add(kYuy2, Bytes(40));
+        deliveries_.clear();
+        log().reset();
+        StoppableThread thread(&capture_, &subject_);
+        during_delivery_ = [&](const CCameraData* data) {
+            thread.Shutdown = data->m_type == order[last];
+        };
+        thread.Start("video");
+        ASSERT_TRUE(log().wait_for(4, "Exit VideoCapture thread.\r\n", 20s));
+        thread.Stop();
+        EXPECT_EQ(deliveries_.size(), last + 1);
+    }
+    EXPECT_EQ(returned_, 0);  // the last delivery's stop, too, leaves the frame with the adapter
+}
+
+TEST_F(VideoCapture, AFrameThatCameWithTheStopIsNotDelivered) {
+    StoppableThread thread(&capture_, &subject_);
+    ReceivedFrame frame;
+    frame.Add(kMain, H264(0x67), 1).Add(kSub, H264(0x67), 1).Add(kJpeg, Bytes(40));
+    frame.bytes.resize(frame.size + 64);
+    EXPECT_CALL(capture_, GetFrameBuf).WillOnce([&](uint8_t** buf, uint32_t* len) {
+        thread.Shutdown = true;
+        *buf = frame.bytes.data();
+        *len = static_cast<uint32_t>(frame.size);
+        return static_cast<int>(frame.size);
+    });
+    thread.Start("video");
+    ASSERT_TRUE(log().wait_for(4, "Exit VideoCapture thread.\r\n", 20s));
+    thread.Stop();
+    EXPECT_TRUE(deliveries_.empty());
+    EXPECT_EQ(returned_, 0);
+}
+
+TEST_F(VideoCapture, ALossIsLoggedThenAskedForThenDropped) {
+    Next().Add(kMain, H264(0x67), 1).Add(kSub, H264(0x67), 1);
+    Next().Add(kMain, H264(0x41), 3).Add(kSub, H264(0x67), 2);
+    Next().Add(kMain, H264(0x67), 4).Add(kSub, H264(0x41), 4);
+    std::vector<std::string> logged_before_request;
+    ON_CALL(capture_, RequestKeyFrame).WillByDefault([&] {
+        logged_before_request.push_back(log().lines().back().text);
+        return true;
+    });
+    Run();
+    EXPECT_EQ(logged_before_request, (std::vector<std::string>{"Main H264, FRAME LOST. 3\r\n",
+                                                               "Sub H264, FRAME LOST. 4\r\n"}));
+    std::vector<std::pair<unsigned, std::string>> lines;
+    for (const LogLine& line : log().lines()) {
+        if (line.text.find("LOST") != std::string::npos ||
+            line.text.find("Drop") != std::string::npos) {
+            lines.emplace_back(line.level, line.text);
+        }
+    }
+    EXPECT_EQ(lines,
+              (std::vector<std::pair<unsigned, std::string>>{{4, "Main H264, FRAME LOST. 3\r\n"},
+                                                             {3, "Drop H264[1] frame.\r\n"},
+                                                             {4, "Sub H264, FRAME LOST. 4\r\n"},
+                                                             {4, "Drop H264[2] frame.\r\n"}}));
+}
+
+TEST_F(VideoCapture, AWaitingDetectorDropsWithoutAsking) {
+    Next().Add(kMain, H264(0x67), 10);
+    Next().Add(kMain, H264(0x41), 11);
+    Next().Add(kMain, H264(0x41), 12);
+    Next().Add(kMain, H264(0x41), 14);
+    Next().Add(kMain, H264(0x41), 15);
+    Next().Add(kMain, H264(0x67), 16);
+    Run();
+    EXPECT_EQ(deliveries_.size(), 4u);
+    EXPECT_EQ(deliveries_.back().data, H264(0x67));
+    EXPECT_EQ(key_requests_, 1);
+    EXPECT_LOG_COUNT(3, "Drop H264[1] frame.\r\n", 2);
+}
+
+TEST_F(VideoCapture, FourEmptyFramesCauseNoPause) {
+    NextEmpty(4);
+    Next().Add(kMain, H264(0x67), 1);
+    size_t pauses = 99;
+    during_delivery_ = [&](const CCameraData*) { pauses = clock().sleeps().size(); };
+    Run();
+    EXPECT_EQ(pauses, 0u);
+}
+
+TEST_F(VideoCapture, AFrameWithoutSubStreamsIsReturned) {
+    ReceivedFrame& frame = Next();
+    frame.bytes.assign(20, 1);
+    frame.size = 20;
+    Run();
+    EXPECT_TRUE(deliveries_.empty());
+    EXPECT_EQ(returned_, 1);
+    EXPECT_LOG_COUNT(4, "Parser Error, offset >= frame_size \r\n", 1);
+}
+
+TEST_F(VideoCapture, OutsideCallModeAKeyFrameIsDeliveredWhole) {
+    Next().Add(kMain, KeyFrame(), 1);
+    Run();
+    ASSERT_EQ(deliveries_.size(), 1u);
+    EXPECT_EQ(deliveries_[0].data, KeyFrame());
+}
+
 TEST_F(VideoCapture, AStopDuringADeliveryEndsTheTurn) {
     Next()
         .Add(kMain, H264(0x67), 1)
@@ -445,11 +563,7 @@ TEST_F(VideoCapture, AStopDuringADeliveryEndsTheTurn) {
         .Add(kJpeg, Bytes(40))
         .Add(kGray, Bytes(40));
     Next().Add(kMain, H264(0x41), 2);
-    struct Thread : CVideoCaptureThread {
-        using CVideoCaptureThread::CVideoCaptureThread;
-        using pThread::Shutdown;
-    };
-    Thread thread(&capture_, &subject_);
+    StoppableThread thread(&capture_, &subject_);
     during_delivery_ = [&](const CCameraData* data) {
         if (data->m_type == CAM_STREAM_H264_SUB) {
             thread.Shutdown = true;
