@@ -79,22 +79,23 @@ TEST_P(SmallAndSlow, CounterSurvivesTheLowestRates) {
 INSTANTIATE_TEST_SUITE_P(Frames, SmallAndSlow, testing::Range(1, 6));
 
 TEST(Counter, EveryBitPatternIsReadAndDamageIsNoticed) {
-    std::vector<uint8_t> luma(160 * 120, 90);
+    constexpr size_t kSamples = 19200;  // 160 × 120
+    std::vector<uint8_t> luma(kSamples, 90);
     for (const uint32_t counter : {0U, 1U, 0x80000000U, 0xFFFFFFFFU, 0x12345678U}) {
         draw_counter(luma.data(), 160, 120, 160, counter);
         EXPECT_EQ(read_counter(luma.data(), 160, 120, 160), counter);
         for (int block = 2; block < 18; ++block) {
             auto damaged = luma;
             for (int y = 0; y < 8; ++y) {
-                for (int x = 0; x < 8; ++x) {
-                    uint8_t& sample = damaged[static_cast<size_t>(y) * 160 + block * 8 + x];
+                for (int x = block * 8; x < block * 8 + 8; ++x) {
+                    uint8_t& sample = damaged[static_cast<size_t>(y) * 160 + x];
                     sample = sample > 128 ? 32 : 220;
                 }
             }
             EXPECT_FALSE(read_counter(damaged.data(), 160, 120, 160).has_value());
         }
     }
-    const std::vector<uint8_t> grey(160 * 120, 128);
+    const std::vector<uint8_t> grey(kSamples, 128);
     EXPECT_FALSE(read_counter(grey.data(), 160, 120, 160).has_value());
     EXPECT_FALSE(read_counter(grey.data(), 16, 16, 16).has_value());
 }
@@ -358,8 +359,9 @@ class Y4mFile : public testing::Test {
     static std::string pictures(int count) {
         std::string content = "YUV4MPEG2 W64 H48 F30:1 Ip A1:1 C420jpeg\n";
         for (int i = 0; i < count; ++i) {
-            content += "FRAME\n" + std::string(64 * 48, static_cast<char>(50 + 50 * i)) +
-                       std::string(64 * 48 / 2, static_cast<char>(100));
+            const Picture picture(64, 48);
+            content += "FRAME\n" + std::string(picture.y.size(), static_cast<char>(50 + 50 * i)) +
+                       std::string(2 * picture.u.size(), static_cast<char>(100));
         }
         return content;
     }

@@ -187,6 +187,7 @@ TEST(H264, SecondStreamStartsWithAKeyFrameAndObeysRequests) {
     EXPECT_EQ(nal_headers(host.next_of(StreamId::kSecondH264).data).size(), 1U);
     ASSERT_TRUE(host.isp({0x04}));
     EXPECT_EQ(nal_headers(host.next_of(StreamId::kSecondH264).data).size(), 3U);
+    EXPECT_EQ(host.camera.status()["streams"]["h264-2"]["key_frames"], 2);
 }
 
 TEST(H264, NormaliserDropsWhatDoesNotBelongAndRefusesWhatCannotBe) {

@@ -132,6 +132,11 @@ Bytes normalise_access_unit(ByteView annex_b) {
     return out;
 }
 
+bool is_key_frame(ByteView access_unit) {
+    return access_unit.size() > kStartCode.size() &&
+           (access_unit[kStartCode.size()] & 0x1F) == kSps;
+}
+
 struct H264Encoder::Handle {
     ISVCEncoder* encoder = nullptr;
 

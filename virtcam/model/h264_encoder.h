@@ -18,6 +18,9 @@ namespace virtcam {
 /// included: hosts find the PPS by that byte.
 Bytes normalise_access_unit(ByteView annex_b);
 
+/// True when a normalised access unit is a key frame.
+bool is_key_frame(ByteView access_unit);
+
 class H264Encoder {
   public:
     H264Encoder(FrameSize size, StreamRate rate);

@@ -143,13 +143,12 @@ void StreamProducer::add_picture(const PictureJob& job, StreamId id, Track& trac
                                  FinishedFrame& frame) {
     const FrameSize size = stream_size(job.settings, id, job.stream.size);
     track.sequence = following(track.sequence);
-    const bool key = is_h264(id) && (track.key_pending || track.encoder == nullptr);
     const Bytes data = encode(job, id, track, size);
     append_sub_stream(frame.data,
                       {id, size, rate_field(job.settings, id), track.sequence,
                        scaled_time(tick_, job.stream.interval, 9, 1000)},
                       data);
-    frame.pictures.push_back({id, track.sequence, data.size(), key});
+    frame.pictures.push_back({id, track.sequence, data.size(), is_h264(id) && is_key_frame(data)});
 }
 
 Bytes StreamProducer::encode(const PictureJob& job, StreamId id, Track& track, FrameSize size) {
