@@ -112,6 +112,7 @@ std::span<const Property> property_catalog() {
 
 std::vector<std::string> property_names() {
     std::vector<std::string> names;
+    names.reserve(kCatalog.size());
     for (const Property& property : kCatalog) {
         names.emplace_back(property.name);
     }

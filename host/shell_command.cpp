@@ -41,6 +41,7 @@ constexpr std::array<ShellCommandRow, 9> kShellCommands{{
 
 std::vector<std::string> shell_command_names() {
     std::vector<std::string> names;
+    names.reserve(kShellCommands.size());
     for (const ShellCommandRow& row : kShellCommands) {
         names.emplace_back(row.name);
     }

@@ -17,7 +17,7 @@ namespace camhost {
 class WavWriter : public StreamWriter {
   public:
     static constexpr int kChannels = 2;
-    static constexpr size_t kFrameBytes = 2 * kChannels;
+    static constexpr size_t kFrameBytes = sizeof(int16_t) * kChannels;
 
     /// `sample_rate` is borrowed; the controlling thread may change it while recording.
     WavWriter(const std::filesystem::path& folder, const std::atomic<int>& sample_rate)

@@ -10,13 +10,14 @@ namespace fake {
 namespace {
 
 constexpr int kUnits = 30;
+constexpr size_t kArea = size_t{kWidth} * kHeight;
 
 std::vector<uint8_t> luma(int counter) {
-    std::vector<uint8_t> picture(kWidth * kHeight);
+    std::vector<uint8_t> picture;
+    picture.reserve(kArea);
     for (int y = 0; y < kHeight; ++y) {
         for (int x = 0; x < kWidth; ++x) {
-            picture[static_cast<size_t>(y * kWidth + x)] =
-                static_cast<uint8_t>(16 + (x * 3 + y * 2 + counter * 5) % 200);
+            picture.push_back(static_cast<uint8_t>(16 + (x * 3 + y * 2 + counter * 5) % 200));
         }
     }
     return picture;
@@ -51,7 +52,7 @@ std::vector<std::vector<uint8_t>> encode() {
     parameters.fMaxFrameRate = 30;
     encoder->Initialize(&parameters);
     std::vector<std::vector<uint8_t>> units;
-    const std::vector<uint8_t> chroma(kWidth * kHeight / 4, 128);
+    const std::vector<uint8_t> chroma(kArea / 4, 128);
     for (int i = 0; i < kUnits; ++i) {
         std::vector<uint8_t> y = luma(i);
         SSourcePicture source{};
@@ -62,7 +63,7 @@ std::vector<std::vector<uint8_t>> encode() {
         source.iStride[1] = source.iStride[2] = kWidth / 2;
         source.pData[0] = y.data();
         source.pData[1] = source.pData[2] = const_cast<uint8_t*>(chroma.data());
-        source.uiTimeStamp = i * 33;
+        source.uiTimeStamp = int64_t{33} * i;
         SFrameBSInfo coded{};
         encoder->EncodeFrame(&source, &coded);
         units.push_back(bytes_of(coded));

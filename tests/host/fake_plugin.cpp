@@ -205,11 +205,15 @@ class FakeCamera : public ICameraSubject {
     }
 
     void deliver_raw(uint8_t shade) {
-        send(CAM_STREAM_GRAY, std::vector<uint8_t>(behaves("odd-size") ? 12345 : 320 * 240, shade),
-             0);
-        send(CAM_STREAM_YUYV, std::vector<uint8_t>(640 * 360 * 2, shade), 0);
-        send(CAM_STREAM_NV12, std::vector<uint8_t>(864 * 486 * 3 / 2, shade), 0);
-        send(CAM_STREAM_NV21, std::vector<uint8_t>(800 * 450 * 3 / 2, shade), 0);
+        constexpr size_t kGray = size_t{320} * 240;
+        constexpr size_t kOdd = 12345;
+        constexpr size_t kYuy2 = size_t{640} * 360 * 2;
+        constexpr size_t kNv12 = size_t{864} * 486 * 3 / 2;
+        constexpr size_t kNv21 = size_t{800} * 450 * 3 / 2;
+        send(CAM_STREAM_GRAY, std::vector<uint8_t>(behaves("odd-size") ? kOdd : kGray, shade), 0);
+        send(CAM_STREAM_YUYV, std::vector<uint8_t>(kYuy2, shade), 0);
+        send(CAM_STREAM_NV12, std::vector<uint8_t>(kNv12, shade), 0);
+        send(CAM_STREAM_NV21, std::vector<uint8_t>(kNv21, shade), 0);
     }
 
     InitDoneCallback callback_ = nullptr;
