@@ -1,5 +1,6 @@
 #include "AitXu.h"
 
+#include <stddef.h>
 #include <string.h>
 
 #include "LibusbWrap.h"
@@ -244,7 +245,7 @@ int GetFD_Position(AitDevHandle* ait_handle, FacePositionList* face_pos_list) {
     face_pos_list->num_face = reply[0];
     const int count = reply[0] < kFacesInReply ? reply[0] : kFacesInReply;
     for (int i = 0; i < count; ++i) {
-        const unsigned char* from = reply + 1 + 8 * i;
+        const unsigned char* from = reply + 1 + ptrdiff_t{8} * i;
         face_pos_list->face_rect[i] = {GetLe16(from), GetLe16(from + 2), GetLe16(from + 4),
                                        GetLe16(from + 6)};
     }

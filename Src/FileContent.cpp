@@ -1,7 +1,7 @@
 #include "FileContent.h"
 
 namespace {
-constexpr size_t kLargestText = 1024 * 1024;
+constexpr size_t kLargestText = size_t{1024} * 1024;
 }
 
 long FileSize(FILE* file) {

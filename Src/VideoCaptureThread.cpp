@@ -165,11 +165,10 @@ void CVideoCaptureThread::NoteCts(LoopState& loop, uint32_t cts) {
 /// between these deliveries, so NV21 and YUY2 carry the extension of a gray or NV12 image before
 /// them; hosts have always seen it so.
 void CVideoCaptureThread::DeliverImages(LoopState& loop, const AitH264_MediaSample& sample) {
-    CCamZoomParameters zoom;
     const auto attachZoom = [&] {
-        zoom = {};
-        loop.data.m_nExtDataSize = sizeof zoom;
-        loop.data.m_pExtData = &zoom;
+        loop.zoom = {};
+        loop.data.m_nExtDataSize = sizeof loop.zoom;
+        loop.data.m_pExtData = &loop.zoom;
     };
     if (sample.mjpg != nullptr && !Shutdown) {
         Deliver(loop, CAM_STREAM_JPEG, sample.mjpg, sample.mjpg_size, 0);

@@ -36,6 +36,7 @@ class CVideoCaptureThread : public pThread {
         CH264_ErrorDetector H264_det_1;  // main
         CH264_ErrorDetector H264_det_2;  // sub
         CCameraExtData data;             // the record of every delivery
+        CCamZoomParameters zoom;         // its extension
     };
 
     void HandleEmptyFrame(LoopState& loop);

@@ -11,7 +11,7 @@
 class CLibUSB_UacCtrl : public UsbStreamEngine {
   public:
     CLibUSB_UacCtrl();
-    virtual ~CLibUSB_UacCtrl();
+    ~CLibUSB_UacCtrl() override;
 
     /// Opens the camera and claims its audio interfaces. 0, or -1.
     int Init(int vid, int pid);

@@ -30,7 +30,7 @@ static_assert(sizeof(VIDEO_PROBE) == 26, "UVC 1.00");
 class CLibUSB_UvcCtrl : public UsbStreamEngine {
   public:
     CLibUSB_UvcCtrl();
-    virtual ~CLibUSB_UvcCtrl();
+    ~CLibUSB_UvcCtrl() override;
 
     /// Opens the camera and claims its video interfaces. 0, or -1.
     int Init(int vid, int pid);

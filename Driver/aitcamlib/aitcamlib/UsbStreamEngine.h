@@ -50,6 +50,7 @@ class UsbStreamEngine {
         std::atomic<bool> in_flight{false};
     };
 
+    virtual ~UsbStreamEngine() = default;
     UsbStreamEngine(const UsbStreamEngine&) = delete;
     UsbStreamEngine& operator=(const UsbStreamEngine&) = delete;
 
@@ -83,7 +84,6 @@ class UsbStreamEngine {
     /// The arrays belong to the engine; all slots start as null.
     UsbStreamEngine(libusb_transfer** transfers, int transferCount, CFrameBuf** frameBufs,
                     int frameBufCount);
-    virtual ~UsbStreamEngine() = default;
 
     /// Takes the data of a completed or timed-out transfer; resubmits it or not. Producer lock
     /// held.
