@@ -44,6 +44,92 @@ TEST_F(Initialisation, AMissingCameraAnswersFalse) {
     EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), 0u);
 }
 
+TEST_F(Initialisation, ACameraThatNeverComesBackAnswersFalse) {
+    nlohmann::json configuration = BootCodeCamera();
+    configuration["camera"]["returns"] = false;
+    virtbus::reset(configuration);
+    WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", ImageOf(3000));
+    clock().shorten(20ms);
+    Create();
+    EXPECT_FALSE(Init());
+    // The line follows the answer; the loader's end is waited for by the destruction.
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+    EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), 0u);
+    EXPECT_EQ(virtbus::camera().flash().size(), 3000u);
+    Destroy();
+    EXPECT_LOG(1, "Camera reboot failed. \r\n");
+    EXPECT_EQ(InitAnswers::instance().All().size(), 1u);
+}
+
+TEST_F(Initialisation, WithoutFirmwareToLoadAnswersFalse) {
+    virtbus::reset(BootCodeCamera());
+    Create();
+    EXPECT_FALSE(Init());
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+    EXPECT_TRUE(virtbus::camera().flash().empty());
+    Destroy();
+    EXPECT_LOG(1, "CCameraFwLoader :Failed to load firmware, exit. \r\n");
+}
+
+TEST_F(Initialisation, LooksForTheBootCodeOnItsThirdInterface) {
+    virtbus::unplug();
+    Create();
+    EXPECT_FALSE(Init());
+    EXPECT_LOG_COUNT(
+        4, "CCameraFwLoader::Run() Open device VID=0x114D, PID=0x2065, Interface=2 \r\n", 1);
+}
+
+TEST_F(Initialisation, EveryReportButOkIsADisconnection) {
+    virtbus::unplug();
+    Create();
+    EXPECT_FALSE(Init());
+    for (const unsigned status : {1u, 2u, 3u, 77u}) {
+        camera_->SetState(CAM_STATE_READY);
+        InitAnswers::instance().Clear();
+        CAitOrixCamera::CamInitDoneCallback(status, camera_);
+        EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED) << status;
+        EXPECT_EQ(InitAnswers::instance().All(), std::vector<bool>{false}) << status;
+    }
+    EXPECT_NO_LOG(4, "Create Video, Audio capture class.\r\n");
+}
+
+TEST_F(Initialisation, TheDeviceSettlesForASecondBeforeTheAdaptersOpenIt) {
+    Create();
+    std::atomic<int> opened_before{-1};
+    clock().on_sleep([&](const SleepCall& sleep) {
+        const auto lines = log().lines();
+        if (lines.empty() || lines.back().thread != sleep.thread ||
+            lines.back().text != "Create Video, Audio capture class.\r\n") {
+            return;
+        }
+        EXPECT_EQ(sleep.duration, 1s);
+        opened_before = static_cast<int>(Calls("libusb_open_device_with_vid_pid"));
+    });
+    EXPECT_TRUE(Init());
+    clock().on_sleep(nullptr);
+    ExpectUnusualRelease();
+    EXPECT_EQ(opened_before, 0);
+    EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), 2u);
+}
+
+TEST_F(Initialisation, DestructionTakesTheVideoAdapterBeforeTheAudioAdapter) {
+    Ready();
+    Destroy();
+    const std::vector<std::string> ours = {"CAitOrixCamera::~CAitOrixCamera() destruction+.\r\n",
+                                           "Exit device mointer trhead.\r\n",
+                                           "CAitOrixCamera::StopRecording\r\n",
+                                           "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n",
+                                           "CAudioCapture::~CAudioCapture+\r\n",
+                                           "CAitOrixCamera::~CAitOrixCamera() destruction-.\r\n"};
+    std::vector<std::string> met;
+    for (const std::string& text : log().texts()) {
+        if (std::find(ours.begin(), ours.end(), text) != ours.end()) {
+            met.push_back(text);
+        }
+    }
+    EXPECT_EQ(met, ours);
+}
+
 TEST_F(Initialisation, CanBeRepeatedAfterAFailure) {
     virtbus::unplug();
     Create();

@@ -186,6 +186,27 @@ TEST_F(Observers, RemovalFromInsideUpdateDoesNotBreakTheWalk) {
     EXPECT_EQ(c.count, 1);
 }
 
+TEST_F(Observers, RegistrationFromInsideUpdateTakesPartAtOnce) {
+    struct Inviting : ICameraObserver {
+        Inviting(ICameraSubject* s, ICameraObserver* g) : guest(g) {
+            m_pSubjectRegistered = s;
+            m_StreamType = CAM_STREAM_YUYV;
+        }
+        bool Update(const CCameraData*) override {
+            m_pSubjectRegistered->RegisterObserver(guest);
+            return true;
+        }
+        ICameraObserver* guest;
+    };
+    RecordingObserver guest(CAM_STREAM_YUYV);
+    Inviting host(camera_, &guest);
+    camera_->RegisterObserver(&host);
+    Arrive(CAM_STREAM_YUYV, bytes_, 4);
+    EXPECT_EQ(guest.Count(), 1u);
+    Arrive(CAM_STREAM_YUYV, bytes_, 4);
+    EXPECT_EQ(guest.Count(), 2u);
+}
+
 // --- stills
 // -----------------------------------------------------------------------------------------
 

@@ -125,6 +125,58 @@ TEST_F(Recording, StopUndoesIt) {
     camera_->RemoveObserver(&nv12);
 }
 
+TEST_F(Recording, StopTellsTheEndBetweenThreadAndStream) {
+    Playing();
+    EXPECT_TRUE(camera_->StopRecording());
+    typedef std::vector<std::pair<unsigned, std::string>> Lines;
+    Lines lines;
+    for (const LogLine& line : log().lines()) {
+        if (line.thread == std::this_thread::get_id() &&
+            (line.function == "StopRecording" || line.function == "DisableStream" ||
+             line.function == "AttachCropArea" || line.function == "DeliverVideo")) {
+            lines.emplace_back(line.level, line.text);
+        }
+    }
+    EXPECT_EQ(lines, (Lines{{1, "CAitOrixCamera::StopRecording\r\n"},
+                            {4, "CAitOrixCamera:: stop audio capture thread\r\n"},
+                            {4, "UAC_DisableAudioStream+\r\n"},
+                            {4, "UAC_DisableAudioStream-\r\n"},
+                            {4, "AudioTransferStop+\r\n"},
+                            {4, "AudioTransferStop-\r\n"},
+                            {4, "CAitOrixCamera:: stop video capture thread \r\n"},
+                            {1, "Null Gray or NV12 Data is received !!!\r\n"},
+                            {5, "OnFrameArrival, StreamType=5\r\n"},
+                            {1, "Null Gray or NV12 Data is received !!!\r\n"},
+                            {5, "OnFrameArrival, StreamType=7\r\n"},
+                            {4, "UVC_DisableVideoStream +\r\n"},
+                            {4, "UVC_DisableVideoStream -\r\n"},
+                            {4, "VideoTransferStop +\r\n"},
+                            {4, "VideoTransferStop -\r\n"}}));
+}
+
+TEST_F(Recording, StopSwitchesTheLightOffFirst) {
+    Playing();
+    EXPECT_TRUE(camera_->StopRecording());
+    std::vector<std::string> calls;
+    for (const auto& call : virtbus::call_log()) {
+        if (call.thread != std::this_thread::get_id()) {
+            continue;
+        }
+        if (call.name == "libusb_control_transfer") {
+            calls.push_back(call.name);
+        } else if (call.name == "libusb_cancel_transfer" ||
+                   call.name == "libusb_set_interface_alt_setting") {
+            calls.push_back(call.name + " " + std::to_string(call.argument.value_or(-1)));
+        }
+    }
+    EXPECT_EQ(calls, (std::vector<std::string>{
+                         "libusb_control_transfer", "libusb_cancel_transfer 130",
+                         "libusb_cancel_transfer 130", "libusb_set_interface_alt_setting 3",
+                         "libusb_cancel_transfer 129", "libusb_cancel_transfer 129",
+                         "libusb_cancel_transfer 129", "libusb_set_interface_alt_setting 1",
+                         "libusb_set_interface_alt_setting 1"}));
+}
+
 TEST_F(Recording, StartTwice) {
     Playing();
     EXPECT_TRUE(camera_->StartRecording());
@@ -203,6 +255,72 @@ TEST_F(Recording, EverySignalType) {
         EXPECT_LOG_COUNT(4, c.text, 1);
         EXPECT_EQ(Sent().at(0), Mmp({1, c.code}));
         camera_->StopRecording();
+    }
+}
+
+/// Selections that SetProperty never lets through, although the start knows what to do with them:
+/// an explicit instantiation may name the private members that hold them.
+template <typename Tag, typename Tag::Member member>
+struct Opener {
+    friend typename Tag::Member MemberOf(Tag) { return member; }
+};
+struct SignalTypeTag {
+    typedef CAM_SIGNAL_TYPE CAitOrixCamera::*Member;
+    friend Member MemberOf(SignalTypeTag);
+};
+struct VideoModeTag {
+    typedef CAM_VIDEO_MODE CAitOrixCamera::*Member;
+    friend Member MemberOf(VideoModeTag);
+};
+template struct Opener<SignalTypeTag, &CAitOrixCamera::m_SignalType>;
+template struct Opener<VideoModeTag, &CAitOrixCamera::m_videomode>;
+
+TEST_F(Recording, SignalTypesThatAreNeverSet) {
+    const SignalCase cases[] = {
+        {5, 5, "Signale Type = CAM_SIGNAL_H264_GRAY_JPEG\r\n"},
+        {9, 0, "Unknown Signal Type\r\n"},
+        {CAM_SIGNAL_MULTI_CAST, 0, "Unknown Signal Type\r\n"},
+        {-1, 0, "Unknown Signal Type\r\n"},
+    };
+    Ready();
+    for (const SignalCase& c : cases) {
+        object_->*MemberOf(SignalTypeTag()) = static_cast<CAM_SIGNAL_TYPE>(c.type);
+        Forget();
+        ASSERT_TRUE(camera_->StartRecording());
+        EXPECT_LOG_COUNT(4, c.text, 1);
+        EXPECT_EQ(Sent().at(0), Mmp({1, c.code}));
+        EXPECT_TRUE(camera_->StopRecording());
+    }
+}
+
+TEST_F(Recording, VideoModesThatAreNeverSetSelectNothing) {
+    SetPlatform(kTenchP);
+    Ready();
+    for (const int mode : {3, 6, -1}) {
+        object_->*MemberOf(VideoModeTag()) = static_cast<CAM_VIDEO_MODE>(mode);
+        Forget();
+        ASSERT_TRUE(camera_->StartRecording());
+        EXPECT_LOG_COUNT(4, "Unknown Video Mode\r\n", 1);
+        EXPECT_EQ(Sent().at(0), Mmp({0x02, 0x01}));  // the option word is set all the same
+        EXPECT_EQ(Sent().at(2), Mmp({0x02, 0x02, 0x01}));
+        EXPECT_TRUE(camera_->StopRecording());
+    }
+}
+
+TEST_F(Recording, EachPlatformBeginsWithItsOwnCombination) {
+    const std::pair<const char*, uint8_t> cases[] = {
+        {kBream, 6},    {kPerch, 6},    {"T-XX14X", 6}, {"T-GFSXX", 6}, {"T-GFPXX", 6},
+        {kRuffPlus, 7}, {"T-EXPXX", 7}, {kTenchP, 8},   {kTenchS, 8},   {"", 8}};
+    for (const auto& [info, code] : cases) {
+        SetPlatform(info);
+        Ready();
+        ASSERT_TRUE(camera_->StartRecording());
+        EXPECT_EQ(Sent().at(0), Mmp({1, code})) << info;
+        // Only by video mode is the option word touched.
+        EXPECT_EQ(Sent().at(1), code == 6 ? Isp({13, 0}) : Mmp({0x02, 0x01})) << info;
+        Destroy();
+        InitAnswers::instance().Clear();
+        virtbus::power_cycle();
     }
 }
 

@@ -1,0 +1,171 @@
+// Which lock is held where: hosts and workers depend on it for not waiting for each other.
+#include <thread>
+
+#include "tests/object/CameraTest.h"
+
+namespace test {
+namespace {
+
+/// Whether another thread could take the lock now.
+bool IsFree(pMutex& mutex) {
+    bool taken = false;
+    std::thread([&] {
+        taken = pthread_mutex_trylock(mutex.Get()) == 0;
+        if (taken) {
+            pthread_mutex_unlock(mutex.Get());
+        }
+    }).join();
+    return taken;
+}
+
+struct LockState {
+    bool start_stop = false;
+    bool control = false;
+    bool observers = false;
+    bool audio_observers = false;
+
+    static LockState Now() {
+        return {!IsFree(m_start_stop_preview_lock), !IsFree(m_video_ctrl_lock),
+                !IsFree(m_observer_lock), !IsFree(m_audio_observer_lock)};
+    }
+    bool operator==(const LockState&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const LockState& state) {
+    return out << "held: start/stop " << state.start_stop << ", control " << state.control
+               << ", observers " << state.observers << ", audio observers "
+               << state.audio_observers;
+}
+
+constexpr LockState kNone = {};
+constexpr LockState kControl = {false, true, false, false};
+constexpr LockState kStartStopAndControl = {true, true, false, false};
+constexpr LockState kObservers = {false, false, true, false};
+constexpr LockState kAudioObservers = {false, false, false, true};
+
+class Locking : public CameraTest {
+  protected:
+    /// Runs `call` and compares the locks during each of its pauses, of which there must be some.
+    void ExpectDuringPauses(const LockState& expected, const std::function<void()>& call) {
+        size_t pauses = 0;
+        const auto self = std::this_thread::get_id();
+        clock().on_sleep([&](const SleepCall& sleep) {
+            if (sleep.thread == self) {
+                EXPECT_EQ(LockState::Now(), expected) << sleep.duration.count() << " us";
+                ++pauses;
+            }
+        });
+        call();
+        clock().on_sleep(nullptr);
+        EXPECT_GT(pauses, 0u);
+        EXPECT_EQ(LockState::Now(), kNone);
+    }
+
+    /// Runs `call` on another thread and compares the locks while its request `head` is under way.
+    void ExpectDuringRequest(const LockState& expected, const std::vector<uint8_t>& head,
+                             const std::function<void()>& call) {
+        const auto under_way = [&] {
+            for (const auto& record : virtbus::control_log()) {
+                if (record.data.size() >= head.size() &&
+                    std::equal(head.begin(), head.end(), record.data.begin())) {
+                    return true;
+                }
+            }
+            return false;
+        };
+        virtbus::hold_completions(0);
+        std::thread caller(call);
+        EXPECT_TRUE(virtbus::wait_until(under_way, kLimit));
+        EXPECT_EQ(LockState::Now(), expected);
+        virtbus::release_completions(0);
+        caller.join();
+        EXPECT_EQ(LockState::Now(), kNone);
+    }
+};
+
+/// Looks at the locks from inside Update.
+class LookingObserver : public ICameraObserver {
+  public:
+    explicit LookingObserver(CAM_STREAM_TYPE type) { m_StreamType = type; }
+    bool Update(const CCameraData*) override {
+        seen = LockState::Now();
+        ++count;
+        return true;
+    }
+    LockState seen;
+    int count = 0;
+};
+
+TEST_F(Locking, AStartAndAStopHoldBothControlLocks) {
+    Ready();
+    ExpectDuringPauses(kStartStopAndControl, [&] { EXPECT_TRUE(camera_->StartRecording()); });
+    ExpectDuringPauses(kStartStopAndControl, [&] { EXPECT_TRUE(camera_->StopRecording()); });
+}
+
+TEST_F(Locking, ARestartingPropertyHoldsBothControlLocksThroughout) {
+    Playing();
+    ExpectDuringPauses(kStartStopAndControl,
+                       [&] { EXPECT_TRUE(SetPair(CAM_PROPERTY_DIMENSION, 320, 240)); });
+    ExpectDuringPauses(kStartStopAndControl,
+                       [&] { EXPECT_TRUE(Set(CAM_PROPERTY_SAMPLERATE, 24000)); });
+    ExpectDuringPauses(kStartStopAndControl,
+                       [&] { EXPECT_TRUE(Set(CAM_PROPERTY_SIGNAL_TYPE, CAM_SIGNAL_H264_GRAY)); });
+    ExpectDuringPauses(kStartStopAndControl,
+                       [&] { EXPECT_TRUE(Set(CAM_PROPERTY_VIDEO_MODE, CAM_VIDEO_H264_JPEG)); });
+    EXPECT_TRUE(camera_->StopRecording());
+}
+
+TEST_F(Locking, AnyOtherPropertyHoldsTheControlLockAlone) {
+    Ready();
+    ExpectDuringRequest(kControl, {0x04}, [&] { EXPECT_TRUE(Set(CAM_PROPERTY_NEWGOP, 0)); });
+    ExpectDuringRequest(kControl, {0x02, 0x01}, [&] { EXPECT_TRUE(Set(CAM_PROPERTY_MIRROR, 1)); });
+}
+
+TEST_F(Locking, AQueryHoldsTheControlLockAlone) {
+    Ready();
+    ExpectDuringRequest(kControl, {0x12}, [&] { EXPECT_TRUE(Get(CAM_PROPERTY_LUX)); });
+    // The two seconds of the self test included.
+    ExpectDuringPauses(kControl, [&] { EXPECT_TRUE(Get(CAM_PROPERTY_VIDEO_TEST)); });
+}
+
+TEST_F(Locking, DeliveryHoldsOneObserverLock) {
+    Create();
+    LookingObserver main(CAM_STREAM_H264_MAIN), sound(CAM_STREAM_PCM);
+    camera_->RegisterObserver(&main);
+    camera_->RegisterObserver(&sound);
+    EXPECT_EQ(LockState::Now(), kNone);
+    CCameraData record = {};
+    record.m_type = CAM_STREAM_H264_MAIN;
+    camera_->OnFrameArrival(&record);
+    EXPECT_EQ(main.count, 1);
+    EXPECT_EQ(main.seen, kObservers);
+    record.m_type = CAM_STREAM_PCM;
+    camera_->OnFrameArrival(&record);
+    EXPECT_EQ(sound.count, 1);
+    EXPECT_EQ(sound.seen, kAudioObservers);
+    camera_->RemoveObserver(&main);
+    camera_->RemoveObserver(&sound);
+    EXPECT_EQ(LockState::Now(), kNone);
+}
+
+TEST_F(Locking, RegistrationHoldsTheObserverLock) {
+    Playing();
+    RecordingObserver main(CAM_STREAM_H264_MAIN);
+    ExpectDuringRequest(kObservers, {0x04}, [&] { EXPECT_TRUE(camera_->RegisterObserver(&main)); });
+    camera_->RemoveObserver(&main);
+    EXPECT_TRUE(camera_->StopRecording());
+}
+
+TEST_F(Locking, CapabilitiesAndFormatNeedNone) {
+    Create();
+    pMutexLock start_stop(m_start_stop_preview_lock), control(m_video_ctrl_lock),
+        observers(m_observer_lock), audio(m_audio_observer_lock);
+    std::thread([&] {
+        EXPECT_TRUE(camera_->GetCapability(CAM_CAPABILITY_ZOOM));
+        EXPECT_TRUE(camera_->SetStreamFormat(CAM_STR_FORMAT_ES));
+        EXPECT_EQ(camera_->GetState(), CAM_STATE_CONNECTING);
+    }).join();
+}
+
+}  // namespace
+}  // namespace test
