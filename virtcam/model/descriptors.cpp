@@ -24,7 +24,7 @@ constexpr uint8_t kClassAudio = 0x01;
 constexpr uint8_t kClassVideo = 0x0E;
 constexpr uint8_t kClassVendor = 0xFF;
 
-// Tail that all GUIDs made from a FOURCC share (UVC 1.00, A.3 and the format specifications).
+// Tail that all GUIDs made from a FOURCC share (UVC 1.00, A.3 and the payload format documents).
 constexpr std::array<uint8_t, 12> kFourccTail{0x00, 0x00, 0x10, 0x00, 0x80, 0x00,
                                               0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
 constexpr std::array<uint8_t, 16> kExtensionGuid{0x41, 0x49, 0x54, 0x58, 0x9A, 0x2B, 0x4C, 0x5D,
