@@ -40,11 +40,10 @@ void PrintDebug(unsigned int module, unsigned int level, const char* function, i
 }
 
 FILE* PrintDebuggingInit(const char* path) {
-    if (gDbgLog != nullptr) {
-        fclose(gDbgLog);
-    }
+    FILE* const previous = gDbgLog;
+    PrintDebuggingClose();
     if (path == nullptr) {
-        return gDbgLog;  // not cleared, even when it was closed just now: callers rely on the value
+        return previous;  // also when it was closed just now: callers compare the value
     }
     gDbgLog = fopen(path, "w+t");
     return gDbgLog;

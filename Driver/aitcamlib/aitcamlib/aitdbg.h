@@ -16,7 +16,8 @@ static_assert(sizeof(std::atomic<unsigned int>) == sizeof(unsigned int), "one pl
 void PrintDebug(unsigned int module, unsigned int level, const char* function, int line,
                 const char* format, ...) __attribute__((format(printf, 5, 6)));
 
-/// Closes an open log file and opens `path` ("w+t"); null opens nothing and returns the old handle.
+/// Closes an open log file and opens `path` ("w+t"). Null opens nothing and returns the old handle,
+/// which is closed then: a value to compare, not to use.
 FILE* PrintDebuggingInit(const char* path);
 void PrintDebuggingClose();
 
