@@ -11,6 +11,7 @@ namespace test {
 namespace {
 
 std::atomic<bool> g_Watching{false};
+std::atomic<bool> g_FailInit{false};
 std::mutex g_CallsMutex;
 std::vector<UsbCall> g_Calls;
 
@@ -48,10 +49,15 @@ std::vector<UsbCall> take_usb_calls() {
     return std::exchange(g_Calls, {});
 }
 
+void fail_init_with_context(bool on) {
+    g_FailInit = on;
+}
+
 }  // namespace test
 
 extern "C" {
 
+int __real_libusb_init(libusb_context** context);
 ssize_t __real_libusb_get_device_list(libusb_context* context, libusb_device*** list);
 int __real_libusb_open(libusb_device* device, libusb_device_handle** handle);
 int __real_libusb_claim_interface(libusb_device_handle* handle, int interface);
@@ -62,6 +68,11 @@ int __real_libusb_control_transfer(libusb_device_handle* handle, uint8_t type, u
 int __real_libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,
                                 unsigned char* data, int length, int* transferred,
                                 unsigned int timeout);
+
+int __wrap_libusb_init(libusb_context** context) {
+    const int result = __real_libusb_init(context);
+    return test::g_FailInit ? LIBUSB_ERROR_OTHER : result;
+}
 
 ssize_t __wrap_libusb_get_device_list(libusb_context* context, libusb_device*** list) {
     test::Record("get_device_list");

@@ -1,6 +1,6 @@
 // What the device layer passes to libusb beyond what the virtual bus records: the length and
-// time-out of each bulk write, and which of the library's locks are held during a call. The calls
-// are link-wrapped, see CMakeLists.txt.
+// time-out of each bulk write, and which of the library's locks are held during a call; and a
+// failure that the bus does not play. The calls are link-wrapped, see CMakeLists.txt.
 #pragma once
 
 #include <string>
@@ -21,5 +21,8 @@ struct UsbCall {
 void watch_usb_calls();
 /// Ends the recording: the calls in order.
 std::vector<UsbCall> take_usb_calls();
+
+/// While on, libusb_init makes a context and fails all the same.
+void fail_init_with_context(bool on);
 
 }  // namespace test

@@ -112,6 +112,15 @@ TEST_F(AitDeviceTest, NoContext) {
                             {1, "libusb_init return error 0xFFFFFFF5,\r\n"}}));
 }
 
+TEST_F(AitDeviceTest, AContextThatComesWithAnErrorIsReleased) {
+    fail_init_with_context(true);
+    EXPECT_EQ(OpenAitDevice(kVendor, kProduct, 0), nullptr);
+    EXPECT_FALSE(CheckDeviceExist(kVendor, kProduct));
+    fail_init_with_context(false);
+    EXPECT_LOG_COUNT(1, "libusb_init return error 0xFFFFFF9D,\r\n", 2);
+    EXPECT_EQ(Calls("libusb_exit"), 2u);
+}
+
 TEST_F(AitDeviceTest, NoList) {
     virtbus::add_fault(FailCall("libusb_get_device_list", {{"return", "LIBUSB_ERROR_IO"}}));
     EXPECT_EQ(OpenAitDevice(kVendor, kProduct, 0), nullptr);

@@ -161,7 +161,6 @@ TEST_F(FirmwareLoader, LaterOpensTakeTheOlderInterface) {
     EXPECT_LOG_COUNT(4, "OpenAitDevice claim interface. interface=0 hr=0\r\n", 1);
     EXPECT_LOG_COUNT(4, "Current boot code is using UVC interface.\r\n", 1);
     EXPECT_LOG(4, "use_pcsync is 0\n");
-    Stop();
     ExpectLeavingsOfFailedClaim();
 }
 
@@ -211,7 +210,6 @@ TEST_F(FirmwareLoader, EveryLineOfAStartByTheExtensionUnitPath) {
             noDownload[0],
             noDownload[1],
             {4, "Camera firmware ready. change status to CAMERA_STATUS_OK.\r\n"}}));
-    Stop();
     ExpectLeavingsOfFailedClaim();
 }
 
@@ -274,6 +272,27 @@ TEST_F(FirmwareLoader, VersionRecordHasTheFixedMiddle) {
     EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     EXPECT_EQ(ReadFile("/dtv/cm_cam_version"), "1.45.203");
     EXPECT_LOG(1, "Camera-Version:1.45.203");
+}
+
+TEST_F(FirmwareLoader, AnOlderVersionRecordIsReplaced) {
+    WriteFile("/dtv/cm_cam_version", "a record of another camera");
+    EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    EXPECT_EQ(ReadFile("/dtv/cm_cam_version"), "1.45.304");
+}
+
+TEST_F(FirmwareLoader, DestructionWaitsForTheThread) {
+    ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    virtbus::clear_logs();
+    loader_.reset();
+    EXPECT_LOG_COUNT(4, "Exit device mointer trhead.\r\n", 1);
+    size_t closes = 0;
+    for (const auto& call : virtbus::call_log()) {
+        if (call.name == "libusb_close") {
+            ++closes;
+            EXPECT_NE(call.thread, std::this_thread::get_id());  // the monitor closed its camera
+        }
+    }
+    EXPECT_EQ(closes, 1u);
 }
 
 TEST_F(FirmwareLoader, AVersionRecordThatCannotBeWrittenIsReported) {
@@ -647,9 +666,9 @@ INSTANTIATE_TEST_SUITE_P(
         Choice{"no numbers", "<Version>abc</Version>", "<Version>def</Version>", false,
                Compared(22, "abc", "def", false)}));
 
-class FirmwareChoiceWithoutSizes : public PluginTest {};
+class FirmwareChoiceOfOddFiles : public PluginTest {};
 
-TEST_F(FirmwareChoiceWithoutSizes, TakesTheDownloadedFiles) {
+TEST_F(FirmwareChoiceOfOddFiles, WithoutSizesTakesTheDownloadedOnes) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const std::string unsized = "/proc/self/fd/" + std::to_string(ends[0]);
@@ -670,6 +689,23 @@ TEST_F(FirmwareChoiceWithoutSizes, TakesTheDownloadedFiles) {
     }
     close(ends[0]);
     close(ends[1]);
+    RemoveTvFiles();
+}
+
+TEST_F(FirmwareChoiceOfOddFiles, ReadsOneMebibyteOfAVersionFile) {
+    RemoveTvFiles();
+    std::string text(1024 * 1024 - 20, ' ');
+    text += "<Version>9</Version>";
+    WriteFile("/mtd_exe/lumo/opxCamera.xml", text);
+    WriteFile("/mtd_rwcommon/lumo/bin/opxCamera.xml", text + std::string(10000, ' '));
+    CCameraFwLoader loader(0x2065, 0x114D, 2, nullptr);
+    EXPECT_FALSE(loader.UseDefaultVersion());
+    EXPECT_LOG(4, "opxVersion Version XML String length=1048576 \n");
+    EXPECT_LOG(4, "opxVersion version : 9 \n");
+    log().reset();
+    WriteFile("/mtd_exe/lumo/opxCamera.xml", " " + text);  // the end of its tag lies outside
+    EXPECT_FALSE(loader.UseDefaultVersion());
+    EXPECT_LOG(1, "UseDefaultVersion: default camera dir has invalid version info.\n");
     RemoveTvFiles();
 }
 

@@ -168,6 +168,23 @@ TEST_F(AudioCapture, NothingReadIsNothingReturned) {
     EXPECT_EQ(cts_, (std::vector<unsigned long>{3600}));
 }
 
+TEST_F(AudioCapture, APointerWithoutDataIsNotReturned) {
+    uint8_t sample = 0;
+    std::atomic<int> turns{0};
+    ON_CALL(capture_, GetBuf).WillByDefault([&](unsigned char** buf, unsigned*) {
+        *buf = &sample;
+        ++turns;
+        return 0;
+    });
+    CAudioCaptureThread thread(&capture_, &subject_);
+    thread.Start("audio");
+    while (turns < 3) {
+        std::this_thread::yield();
+    }
+    thread.Stop();
+    EXPECT_EQ(returned_, 0);
+}
+
 TEST_F(AudioCapture, DataWithoutAPointerIsSkipped) {
     null_data_ = true;
     Run({960, 960});

@@ -530,6 +530,35 @@ TEST_F(VideoCapture, AWaitingDetectorDropsWithoutAsking) {
     EXPECT_LOG_COUNT(3, "Drop H264[1] frame.\r\n", 2);
 }
 
+TEST_F(VideoCapture, OneByteIsAFrameAndANegativeResultIsNone) {
+    StoppableThread thread(&capture_, &subject_);
+    uint8_t byte[65] = {};
+    int turn = 0;
+    ON_CALL(capture_, GetFrameBuf).WillByDefault([&](uint8_t** buf, uint32_t* len) {
+        thread.Shutdown = ++turn == 2;
+        *buf = byte;
+        *len = 1;
+        return turn == 1 ? 1 : -1;
+    });
+    thread.Start("video");
+    ASSERT_TRUE(log().wait_for(4, "Exit VideoCapture thread.\r\n", 20s));
+    thread.Stop();
+    EXPECT_EQ(log().texts(4),
+              (std::vector<std::string>{"Parser Error, offset >= frame_size \r\n",
+                                        "Zero frame size.\r\n", "Exit VideoCapture thread.\r\n"}));
+    EXPECT_EQ(returned_, 1);
+}
+
+TEST_F(VideoCapture, CallModeDeliversAKeyFrameWithAnEmptyLastPart) {
+    call_mode_ = true;
+    const Bytes frame = {0, 0, 0, 1, 0x67, 1, 2, 3, 4, 5, 6, 0, 0, 0, 1, 0x68, 7, 8, 9};
+    Next().Add(kMain, frame, 1);
+    Run();
+    ASSERT_EQ(deliveries_.size(), 3u);
+    EXPECT_TRUE(deliveries_[2].data.empty());
+    EXPECT_NO_LOG(1, "Failed to parsing H264 key frame !!!");
+}
+
 TEST_F(VideoCapture, FourEmptyFramesCauseNoPause) {
     NextEmpty(4);
     Next().Add(kMain, H264(0x67), 1);
