@@ -2,6 +2,7 @@
 // is unplugged in the middle of it.
 //
 // Lasts AITCAM_STRESS_SECONDS (default 6).
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <thread>
@@ -29,43 +30,96 @@ class ConcurrentCalls : public CameraTest {
             return static_cast<int>(random() % static_cast<unsigned>(limit));
         };
         CAM_PROP_VALUE param;
-        switch (pick(9)) {
+        ++calls_;
+        switch (pick(16)) {
             case 0:
-                param.value = pick(4000000);
-                camera_->SetProperty(CAM_PROPERTY_BITRATE, &param);
-                break;
+                camera_->StopRecording();
+                [[fallthrough]];
             case 1:
-                param.value = pick(101);
-                camera_->SetProperty(CAM_PROPERTY_MICVOLUME, &param);
-                break;
             case 2:
-                param.value = pick(9);
-                camera_->SetProperty(CAM_PROPERTY_SIGNAL_TYPE, &param);
+                camera_->StartRecording();
                 break;
             case 3:
-                param.value = pick(2) != 0 ? 16000 : 24000;
-                camera_->SetProperty(CAM_PROPERTY_SAMPLERATE, &param);
-                break;
             case 4:
-                camera_->GetProperty(static_cast<CAM_PROPERTY>(pick(72)), &param);
-                break;
-            case 5:
                 camera_->RegisterObserver(&observer);
                 break;
-            case 6:
+            case 5:
                 camera_->RemoveObserver(&observer);
                 break;
+            case 6:
+                camera_->GetCapability(static_cast<CAM_CAPABILITY>(pick(15)));
+                break;
             case 7:
-                camera_->GetCapability(static_cast<CAM_CAPABILITY>(pick(14)));
+            case 8:
+            case 9:
+            case 10:
+                camera_->GetProperty(static_cast<CAM_PROPERTY>(pick(75)), &param);
                 break;
             default:
-                if (pick(2) != 0) {
-                    camera_->StartRecording();
-                } else {
-                    camera_->StopRecording();
-                }
+                SetSomething(pick);
         }
     }
+
+    /// One random property: those that restart recording and one of each other kind.
+    template <typename Pick>
+    void SetSomething(const Pick& pick) {
+        const auto set = [&](CAM_PROPERTY property, int value) {
+            CAM_PROP_VALUE param;
+            param.value = value;
+            camera_->SetProperty(property, &param);
+        };
+        switch (pick(12)) {
+            case 0:
+                return set(CAM_PROPERTY_BITRATE, pick(4000000));
+            case 1:
+                return set(CAM_PROPERTY_FRAMERATE, 1 + pick(30));
+            case 2:
+                return set(CAM_PROPERTY_NEWGOP, 1);
+            case 3:
+                return set(CAM_PROPERTY_DIMENSION,
+                           pick(2) != 0 ? 480 << 16 | 640 : 240 << 16 | 320);
+            case 4:
+                return set(CAM_PROPERTY_MICVOLUME, pick(101));
+            case 5:
+                return set(CAM_PROPERTY_SAMPLERATE, pick(2) != 0 ? 16000 : 24000);
+            case 6:
+                return set(CAM_PROPERTY_SIGNAL_TYPE, pick(9));
+            case 7:
+                return set(CAM_PROPERTY_VIDEO_MODE, pick(3));
+            case 8:
+                return set(CAM_PROPERTY_PAN, pick(10));
+            case 9:
+                return set(CAM_PROPERTY_MIRROR, pick(2));
+            case 10:
+                return set(CAM_PROPERTY_CROP_GRAY, pick(2) * 0x00100010);
+            default:
+                return set(CAM_PROPERTY_TRIGGER_JPEG, 1);
+        }
+    }
+
+    /// Sets each property that can be read, and reads it back.
+    void ExpectValuesReadBack() {
+        const std::pair<CAM_PROPERTY, int> values[] = {{CAM_PROPERTY_BITRATE, 1234567},
+                                                       {CAM_PROPERTY_FRAMERATE, 17},
+                                                       {CAM_PROPERTY_MICVOLUME, 63},
+                                                       {CAM_PROPERTY_SAMPLERATE, 24000},
+                                                       {CAM_PROPERTY_DIMENSION, 320 | 240 << 16},
+                                                       {CAM_PROPERTY_SIGNAL_TYPE, 3},
+                                                       {CAM_PROPERTY_ZOOM, 4},
+                                                       {CAM_PROPERTY_PAN, -5},
+                                                       {CAM_PROPERTY_TILT, 6},
+                                                       {CAM_PROPERTY_FACE_TRACKING, 1}};
+        for (const auto& [property, value] : values) {
+            EXPECT_TRUE(Set(property, value)) << property;
+        }
+        for (const auto& [property, value] : values) {
+            EXPECT_TRUE(Get(property)) << property;
+            EXPECT_EQ(last_.value, value) << property;
+        }
+    }
+
+    std::atomic<size_t> calls_{0};
+    std::atomic<size_t> records_{0};
 };
 
 TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
@@ -85,6 +139,7 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
                 CallSomething(random, observer);
             }
             camera_->RemoveObserver(&observer);
+            records_ += observer.Count();
         });
     }
     Pass(Duration() / 2);
@@ -95,18 +150,24 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
     for (std::thread& caller : callers) {
         caller.join();
     }
+    const auto counts = virtbus::call_counts();
+    const size_t restarts = counts.at("libusb_alloc_transfer") / 5;
+    std::printf("%zu calls, %zu starts, %zu records\n", calls_.load(), restarts, records_.load());
+    EXPECT_GT(restarts, 1u);
+    EXPECT_GT(records_, 0u);
     EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
 
-    // The last word of each setting is what is answered, also on a lost camera.
+    // What is remembered is answered, also on a lost camera.
     Set(CAM_PROPERTY_BITRATE, 1234567);
     Set(CAM_PROPERTY_FRAMERATE, 17);
-    SetPair(CAM_PROPERTY_DIMENSION, 320, 240);
+    SetPair(CAM_PROPERTY_DIMENSION, 320, 200);
     Get(CAM_PROPERTY_BITRATE);
     EXPECT_EQ(last_.value, 1234567);
     Get(CAM_PROPERTY_FRAMERATE);
     EXPECT_EQ(last_.value, 17);
     Get(CAM_PROPERTY_DIMENSION);
     EXPECT_EQ(last_.res[0], 320);
+    EXPECT_EQ(last_.res[1], 200);
     Destroy();
     InitAnswers::instance().Clear();
     // When the stop of the video is the first to notice the unplug, its handle cannot be closed.
@@ -123,6 +184,8 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
     camera_->RegisterObserver(&main);
     ASSERT_TRUE(camera_->StartRecording());
     EXPECT_TRUE(main.WaitFor(5));
+    ExpectValuesReadBack();  // three of them restart recording
+    EXPECT_TRUE(main.WaitFor(main.Count() + 5));
     EXPECT_TRUE(camera_->StopRecording());
     camera_->RemoveObserver(&main);
 }
