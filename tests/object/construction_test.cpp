@@ -62,6 +62,12 @@ TEST_F(Construction, DestroyOfNothing) {
                             {1, "AitLib:: [End] cam_destroy() \r\n"}}));
 }
 
+TEST_F(Construction, CreateClosesALogFile) {
+    ASSERT_NE(PrintDebuggingInit("/dtv/log"), nullptr);
+    Create();
+    EXPECT_EQ(PrintDebuggingInit(nullptr), nullptr);
+}
+
 TEST_F(Construction, DestroyClosesTheLogFile) {
     ASSERT_NE(PrintDebuggingInit("/dtv/log"), nullptr);
     cam_destroy(nullptr);

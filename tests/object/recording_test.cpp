@@ -485,6 +485,23 @@ TEST_F(Recording, SoundThatCannotBeOpenedEndsTheStartWithTheVideoRunning) {
     camera_->RemoveObserver(&main);
 }
 
+TEST_F(Recording, ALossInTheMiddleOfAStartEndsIt) {
+    Ready();
+    const auto self = std::this_thread::get_id();
+    clock().on_sleep([&](const SleepCall& sleep) {
+        if (sleep.thread == self) {
+            camera_->SetState(CAM_STATE_DISCONNECTED);
+        }
+    });
+    EXPECT_FALSE(camera_->StartRecording());
+    clock().on_sleep(nullptr);
+    EXPECT_LOG_COUNT(1, "Failed in setting flicker !!!\r\n", 1);
+    EXPECT_LOG_COUNT(4, "*********** Start Audio Capture Thread*************\r\n", 1);
+    EXPECT_LOG_COUNT(4, "CAitOrixCamera::StartRecording, Can't open video device , break\r\n", 1);
+    EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
+    // The destruction takes care of the thread that is left.
+}
+
 TEST_F(Recording, AStartAfterSuchAStartTakesANewVideoThread) {
     Ready();
     virtbus::add_fault({{"on", {{"control", {{"type", 0x22}}}}}, {"nth", 1}, {"do", "stall"}});

@@ -64,7 +64,9 @@ class Sandbox(unittest.TestCase):
             self.assertEqual(Path(template, "dtv/cm_frequency").read_text(), "2\n")
 
     def signalled(self, number):
+        # A background job of a shell inherits an ignored INT, which the sandbox would respect.
         process = subprocess.Popen([SANDBOX, "--", "bash", "-c", TRAP], env=self.env,
+                                   preexec_fn=lambda: signal.signal(number, signal.SIG_DFL),
                                    stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         with process.stdin, process.stdout:
             self.assertEqual(process.stdout.readline(), "ready\n")
