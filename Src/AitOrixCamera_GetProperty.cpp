@@ -5,13 +5,11 @@
 #include "AitXu.h"
 #include "ExtensionUnit.h"
 #include "LittleEndian.h"
+#include "V4l2Controls.h"
 #include "aitdbg.h"
 
 namespace {
 
-constexpr int kPanAbsolute = 0x009A0908;  // V4L2 control identifiers
-constexpr int kTiltAbsolute = 0x009A0909;
-constexpr int kZoomAbsolute = 0x009A090D;
 constexpr int kUnitsPerDegree = 3600;
 constexpr unsigned int kVideoTestSeconds = 2;
 

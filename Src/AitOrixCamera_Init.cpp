@@ -1,6 +1,8 @@
 // Initialisation: the firmware loader, and the hand-over of the camera when it has finished.
 #include <unistd.h>
 
+#include <utility>
+
 #include "AitOrixCamera.h"
 #include "CamDestroyFlag.h"
 #include "CameraIdentity.h"
@@ -24,7 +26,7 @@ void CAitOrixCamera::Init(InitDoneCallback callback, int arg) {
         return;
     }
     fpInitDoneCb = callback;
-    delete fw_loader;  // stops and joins one that is still at work
+    delete std::exchange(fw_loader, nullptr);  // stops and joins one that is still at work
     fw_loader = new CCameraFwLoader(kBootCodeProductId, kCameraVendorId, kBootCodeInterface, this);
     fw_loader->SetInitDoneCallback(CamInitDoneCallback, this);
     fw_loader->Start("ait-loader");

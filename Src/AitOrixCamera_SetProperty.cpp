@@ -8,6 +8,7 @@
 #include "AitXu.h"
 #include "ExtensionUnit.h"
 #include "LittleEndian.h"
+#include "V4l2Controls.h"
 #include "aitdbg.h"
 
 namespace {
@@ -17,10 +18,6 @@ constexpr int kBitsPerUnit = 1024;              // the adapter's unit of bit rat
 constexpr unsigned int kLargestVolume = 100;    // percent
 constexpr unsigned int kUnitsPerDegree = 3600;  // pan and tilt
 constexpr useconds_t kRestartPauseUs = 30000;
-
-constexpr int kPanAbsolute = 0x009A0908;  // V4L2 control identifiers
-constexpr int kTiltAbsolute = 0x009A0909;
-constexpr int kZoomAbsolute = 0x009A090D;
 
 constexpr unsigned int kPuPowerLineFrequency = 5;  // UVC 1.00, A.9.5
 constexpr int kPowerLine50Hz = 1;                  // UVC 1.00, 4.2.2.3.5
@@ -64,10 +61,10 @@ struct PropertySetters {
     struct Row {
         CAM_PROPERTY property;
         Action action;
-        unsigned int number;     // what the action works on: axis, selector or bits
-        unsigned char length;    // of a command block
-        unsigned char bytes[3];  // head of a command block
-        unsigned char valueAt;   // where its value byte goes
+        unsigned int number = 0;      // what the action works on: axis, selector or bits
+        unsigned char length = 0;     // of a command block
+        unsigned char bytes[2] = {};  // head of a command block
+        unsigned char valueAt = 0;    // where its value byte goes
     };
 
     static const Row* Find(CAM_PROPERTY property);
@@ -275,7 +272,7 @@ struct PropertySetters {
         if (!camera.CheckCapturer()) {
             return Ending::kFailure;
         }
-        // High byte first, unlike every other 16-bit field.
+        // High byte first, unlike the other values of ISP commands.
         unsigned char block[kIspBlockSize] = {0xFF, 0x0C, HighByte(param.value),
                                               LowByte(param.value)};
         return FromTransfer(Video(camera).AitCommandSend(kXuIspCommand, block, sizeof block));
@@ -357,7 +354,7 @@ struct PropertySetters {
         if (!camera.CheckCapturer()) {
             return Ending::kFailure;
         }
-        unsigned char block[kMmpBlockSize] = {row.bytes[0], row.bytes[1], row.bytes[2]};
+        unsigned char block[kMmpBlockSize] = {row.bytes[0], row.bytes[1]};
         block[row.valueAt] = LowByte(param.value);
         return FromTransfer(Video(camera).AitCommandSend(static_cast<unsigned char>(row.number),
                                                          block, row.length));
@@ -448,50 +445,50 @@ namespace {
 typedef PropertySetters P;
 
 constexpr P::Row kRows[] = {
-    {CAM_PROPERTY_BITRATE, P::Bitrate, 0, 0, {}, 0},
-    {CAM_PROPERTY_FRAMERATE, P::Framerate, 0, 0, {}, 0},
-    {CAM_PROPERTY_NEWGOP, P::NewGop, 0, 0, {}, 0},
-    {CAM_PROPERTY_DIMENSION, P::Dimension, 0, 0, {}, 0},
-    {CAM_PROPERTY_MICVOLUME, P::MicVolume, 0, 0, {}, 0},
-    {CAM_PROPERTY_SAMPLERATE, P::SampleRate, 0, 0, {}, 0},
-    {CAM_PROPERTY_ZOOM, P::Zoom, kZoomAbsolute, 0, {}, 0},
-    {CAM_PROPERTY_PAN, P::Pan, kPanAbsolute, 0, {}, 0},
-    {CAM_PROPERTY_TILT, P::Tilt, kTiltAbsolute, 0, {}, 0},
-    {CAM_PROPERTY_AUTO_HZ, P::AutoHz, 0, 0, {}, 0},
-    {CAM_PROPERTY_AUTO_FOCUS, P::AutoFocus, 0, 0, {}, 0},
-    {CAM_PROPERTY_MIRROR, P::Option, 0x01, 0, {}, 0},
-    {CAM_PROPERTY_FLIP, P::Option, 0x02, 0, {}, 0},
-    {CAM_PROPERTY_FD_CONTROL, P::Option, 0x08, 0, {}, 0},
-    {CAM_PROPERTY_SIGNAL_TYPE, P::SignalType, 0, 0, {}, 0},
-    {CAM_PROPERTY_I2C_READ_AUDIO, P::I2cReadAudio, 0, 0, {}, 0},
-    {CAM_PROPERTY_I2C_WRITE_AUDIO, P::I2cWriteAudio, 0, 0, {}, 0},
-    {CAM_PROPERTY_CROP_VGA, P::CropVga, 0, 0, {}, 0},
-    {CAM_PROPERTY_TRIGGER_JPEG, P::TriggerJpeg, 0, 0, {}, 0},
-    {CAM_PROPERTY_VIDEO_MODE, P::VideoMode, 0, 0, {}, 0},
+    {CAM_PROPERTY_BITRATE, P::Bitrate},
+    {CAM_PROPERTY_FRAMERATE, P::Framerate},
+    {CAM_PROPERTY_NEWGOP, P::NewGop},
+    {CAM_PROPERTY_DIMENSION, P::Dimension},
+    {CAM_PROPERTY_MICVOLUME, P::MicVolume},
+    {CAM_PROPERTY_SAMPLERATE, P::SampleRate},
+    {CAM_PROPERTY_ZOOM, P::Zoom, kZoomAbsolute},
+    {CAM_PROPERTY_PAN, P::Pan, kPanAbsolute},
+    {CAM_PROPERTY_TILT, P::Tilt, kTiltAbsolute},
+    {CAM_PROPERTY_AUTO_HZ, P::AutoHz},
+    {CAM_PROPERTY_AUTO_FOCUS, P::AutoFocus},
+    {CAM_PROPERTY_MIRROR, P::Option, 0x01},
+    {CAM_PROPERTY_FLIP, P::Option, 0x02},
+    {CAM_PROPERTY_FD_CONTROL, P::Option, 0x08},
+    {CAM_PROPERTY_SIGNAL_TYPE, P::SignalType},
+    {CAM_PROPERTY_I2C_READ_AUDIO, P::I2cReadAudio},
+    {CAM_PROPERTY_I2C_WRITE_AUDIO, P::I2cWriteAudio},
+    {CAM_PROPERTY_CROP_VGA, P::CropVga},
+    {CAM_PROPERTY_TRIGGER_JPEG, P::TriggerJpeg},
+    {CAM_PROPERTY_VIDEO_MODE, P::VideoMode},
     {CAM_PROPERTY_NV12_MODE_CONTROL, P::Command, kXuMmpCommand, kMmpBlockSize, {0x04}, 1},
     // Processing unit, by UVC selector.
-    {CAM_PROPERTY_BRIGHTNESS, P::ProcessingUnit, 2, 0, {}, 0},
-    {CAM_PROPERTY_CONTRAST, P::ProcessingUnit, 3, 0, {}, 0},
-    {CAM_PROPERTY_SATURATION, P::ProcessingUnit, 7, 0, {}, 0},
-    {CAM_PROPERTY_SHARPNESS, P::ProcessingUnit, 8, 0, {}, 0},
-    {CAM_PROPERTY_HUE, P::ProcessingUnit, 6, 0, {}, 0},
-    {CAM_PROPERTY_GAMMA, P::ProcessingUnit, 9, 0, {}, 0},
-    {CAM_PROPERTY_BACKLIGHT_CONTROL, P::ProcessingUnit, 1, 0, {}, 0},
-    {CAM_PROPERTY_AWB_TEMPERATURE, P::ProcessingUnit, 10, 0, {}, 0},
-    {CAM_PROPERTY_MANUAL_AWB_CONTROL, P::ProcessingUnit, 11, 0, {}, 0},
+    {CAM_PROPERTY_BRIGHTNESS, P::ProcessingUnit, 2},
+    {CAM_PROPERTY_CONTRAST, P::ProcessingUnit, 3},
+    {CAM_PROPERTY_SATURATION, P::ProcessingUnit, 7},
+    {CAM_PROPERTY_SHARPNESS, P::ProcessingUnit, 8},
+    {CAM_PROPERTY_HUE, P::ProcessingUnit, 6},
+    {CAM_PROPERTY_GAMMA, P::ProcessingUnit, 9},
+    {CAM_PROPERTY_BACKLIGHT_CONTROL, P::ProcessingUnit, 1},
+    {CAM_PROPERTY_AWB_TEMPERATURE, P::ProcessingUnit, 10},
+    {CAM_PROPERTY_MANUAL_AWB_CONTROL, P::ProcessingUnit, 11},
     // ISP commands.
     {CAM_PROPERTY_IMAGE_EFFECT, P::Command, kXuIspCommand, kIspBlockSize, {0xFF, 0x0B}, 2},
-    {CAM_PROPERTY_3A_CONTROL, P::ThreeA, 0, 0, {}, 0},
+    {CAM_PROPERTY_3A_CONTROL, P::ThreeA},
     {CAM_PROPERTY_WDR_CONTROL, P::Command, kXuIspCommand, kIspBlockSize, {0x0E}, 1},
     {CAM_PROPERTY_COLOR_EFFECT, P::Command, kXuIspCommand, kIspBlockSize, {0xFF, 0x0D}, 2},
-    {CAM_PROPERTY_LOCAL_MIRROR, P::LocalMirror, 0x10, 0, {}, 0},
-    {CAM_PROPERTY_DEBUG_LEVEL, P::DebugLevel, 0, 0, {}, 0},
-    {CAM_PROPERTY_MIRROR_GRAY, P::Option, 0x20, 0, {}, 0},
-    {CAM_PROPERTY_CROP_GRAY, P::CropGray, 0, 0, {}, 0},
-    {CAM_PROPERTY_FACE_TRACKING, P::FaceTracking, 0, 0, {}, 0},
+    {CAM_PROPERTY_LOCAL_MIRROR, P::LocalMirror, 0x10},
+    {CAM_PROPERTY_DEBUG_LEVEL, P::DebugLevel},
+    {CAM_PROPERTY_MIRROR_GRAY, P::Option, 0x20},
+    {CAM_PROPERTY_CROP_GRAY, P::CropGray},
+    {CAM_PROPERTY_FACE_TRACKING, P::FaceTracking},
     {CAM_PROPERTY_PREVIEW_MODE, P::Command, kXuMmpCommand, kMmpBlockSize, {0x20}, 1},
-    {CAM_PROPERTY_LOCAL_RESOLUTION, P::LocalResolution, 0, 0, {}, 0},
-    {CAM_PROPERTY_CHANGE_NV12_RESOLUTION, P::Nv12Resolution, 0, 0, {}, 0},
+    {CAM_PROPERTY_LOCAL_RESOLUTION, P::LocalResolution},
+    {CAM_PROPERTY_CHANGE_NV12_RESOLUTION, P::Nv12Resolution},
 };
 
 /// The properties that may restart recording take the locks in the order of start and stop: the

@@ -3,9 +3,11 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "ExtensionUnit.h"
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
 #include "UvcRequests.h"
+#include "V4l2Controls.h"
 #include "aitdbg.h"
 
 namespace {
@@ -15,8 +17,6 @@ constexpr uint8_t kToDevice = 0x20;
 constexpr uint8_t kFromDevice = 0xA0;
 constexpr uint16_t kExtensionUnitIndex = uvc::kExtensionUnit << 8;
 constexpr uint16_t kCameraTerminalIndex = uvc::kCameraTerminal << 8;
-
-enum Selector : uint8_t { kIspCommand = 1, kIspResult = 2, kMmpCommand = 14, kMmpResult = 15 };
 
 constexpr int kShortTimeoutMs = 500;
 constexpr int kLongTimeoutMs = 1000;
@@ -48,14 +48,12 @@ struct Axis {
     uint8_t length;
 };
 
-constexpr unsigned int kPan = 0x009A0908;
-constexpr unsigned int kTilt = 0x009A0909;
 constexpr uint8_t kPanTiltSize = 8;
 constexpr Axis kAxes[] = {
-    {kPan, uvc::kCtPanTiltAbsolute, kPanTiltSize},
-    {kTilt, uvc::kCtPanTiltAbsolute, kPanTiltSize},
-    {0x009A090A, uvc::kCtFocusAbsolute, 2},
-    {0x009A090D, uvc::kCtZoomAbsolute, 2},
+    {kPanAbsolute, uvc::kCtPanTiltAbsolute, kPanTiltSize},
+    {kTiltAbsolute, uvc::kCtPanTiltAbsolute, kPanTiltSize},
+    {kFocusAbsolute, uvc::kCtFocusAbsolute, 2},
+    {kZoomAbsolute, uvc::kCtZoomAbsolute, 2},
 };
 
 const Axis* FindAxis(unsigned int id) {
@@ -90,7 +88,7 @@ int AitIspCmdSet(AitDevHandle* ait_handle, unsigned char* cmd) {
         return -1;
     }
     const int result =
-        ExtensionUnitTransfer(ait_handle, true, kIspCommand, cmd, kIspBlockSize, kShortTimeoutMs);
+        ExtensionUnitTransfer(ait_handle, true, kXuIspCommand, cmd, kIspBlockSize, kShortTimeoutMs);
     if (result < 0) {
         AIT_LOG(1, "AitIspCmdSet failed : 0x%X", Hex(result));
         return result;
@@ -103,7 +101,7 @@ int AitIspCmdGetResult(AitDevHandle* ait_handle, unsigned char* cmd, int timeout
         return -1;
     }
     const int result =
-        ExtensionUnitTransfer(ait_handle, false, kIspResult, cmd, kIspBlockSize, timeout);
+        ExtensionUnitTransfer(ait_handle, false, kXuIspResult, cmd, kIspBlockSize, timeout);
     if (result < 0) {
         AIT_LOG(1, "AitIspCmdGet failed : 0x%X", Hex(result));
         return result;
@@ -115,7 +113,7 @@ int AitMMPCmdSet16(AitDevHandle* ait_handle, unsigned char* cmd) {
     if (ait_handle == nullptr) {
         return -1;
     }
-    ExtensionUnitTransfer(ait_handle, true, kMmpCommand, cmd, kMmpBlockSize, kLongTimeoutMs);
+    ExtensionUnitTransfer(ait_handle, true, kXuMmpCommand, cmd, kMmpBlockSize, kLongTimeoutMs);
     return 0;
 }
 
@@ -124,7 +122,7 @@ int AitMMPCmdGetResult16(AitDevHandle* ait_handle, unsigned char* cmd) {
         return -1;
     }
     const int result =
-        ExtensionUnitTransfer(ait_handle, false, kMmpResult, cmd, kMmpBlockSize, kShortTimeoutMs);
+        ExtensionUnitTransfer(ait_handle, false, kXuMmpResult, cmd, kMmpBlockSize, kShortTimeoutMs);
     if (result < 0) {
         AIT_LOG(1, "AitIspCmdGet failed : 0x%X", Hex(result));
         return result;
@@ -151,11 +149,11 @@ int AitXU_GetVideoOption(AitDevHandle* handle, unsigned int* options) {
         return -1;
     }
     unsigned char block[kMmpBlockSize] = {0x02, 0x01};
-    int result = AitXU_XuCmd(handle, block, kMmpCommand, kMmpBlockSize, 1);
+    int result = AitXU_XuCmd(handle, block, kXuMmpCommand, kMmpBlockSize, 1);
     if (result < 0) {
         return result;
     }
-    result = AitXU_XuCmd(handle, block, kMmpResult, kMmpBlockSize, 0);
+    result = AitXU_XuCmd(handle, block, kXuMmpResult, kMmpBlockSize, 0);
     if (result < 0) {
         return result;
     }
@@ -172,7 +170,7 @@ int AitXU_SetVideoOption(AitDevHandle* handle, unsigned int options) {
     }
     unsigned char block[kMmpBlockSize] = {0x02, 0x02};
     PutLe32(block + 2, options);
-    return AitXU_XuCmd(handle, block, kMmpCommand, kMmpBlockSize, 1);
+    return AitXU_XuCmd(handle, block, kXuMmpCommand, kMmpBlockSize, 1);
 }
 
 int AitXU_GetFWVersion(AitDevHandle* handle, unsigned char* fwVer) {
@@ -180,11 +178,11 @@ int AitXU_GetFWVersion(AitDevHandle* handle, unsigned char* fwVer) {
         return -1;
     }
     unsigned char block[kIspBlockSize] = {0x0B};
-    int result = AitXU_XuCmd(handle, block, kIspCommand, kIspBlockSize, 1);
+    int result = AitXU_XuCmd(handle, block, kXuIspCommand, kIspBlockSize, 1);
     if (result < 0) {
         return result;
     }
-    result = AitXU_XuCmd(handle, block, kIspResult, kIspBlockSize, 0);
+    result = AitXU_XuCmd(handle, block, kXuIspResult, kIspBlockSize, 0);
     if (result < 0) {
         return result;
     }
@@ -278,10 +276,10 @@ int GetPTZ_Pos(AitDevHandle* ait_handle, unsigned int axis, int* val) {
     unsigned char data[kPanTiltSize] = {};
     const int result = CameraTerminalTransfer(ait_handle, false, *found, data);
     switch (axis) {
-        case kPan:
+        case kPanAbsolute:
             *val = static_cast<int>(GetLe32(data));
             break;
-        case kTilt:
+        case kTiltAbsolute:
             *val = static_cast<int>(GetLe32(data + 4));
             break;
         default:
@@ -307,13 +305,13 @@ int SetPTZ_Pos(AitDevHandle* ait_handle, unsigned int axis, int val) {
     unsigned char data[kPanTiltSize] = {};
     int partner = 0;
     switch (axis) {
-        case kPan:
-            GetPTZ_Pos(ait_handle, kTilt, &partner);
+        case kPanAbsolute:
+            GetPTZ_Pos(ait_handle, kTiltAbsolute, &partner);
             PutLe32(data, static_cast<uint32_t>(val));
             PutTiltOfPanCommand(data + 4, partner);
             break;
-        case kTilt:
-            GetPTZ_Pos(ait_handle, kPan, &partner);
+        case kTiltAbsolute:
+            GetPTZ_Pos(ait_handle, kPanAbsolute, &partner);
             PutLe32(data, static_cast<uint32_t>(partner));
             PutLe32(data + 4, static_cast<uint32_t>(val));
             break;

@@ -43,6 +43,9 @@ class IAudioCapture {
 /// Video capture over the UVC engine.
 class AitUvcCapture : public IVideoCapture {
   public:
+    /// Match bits of device searches, for callers; nothing here uses them.
+    enum { BITMASK_PID = 1, BITMASK_VID = 2, BITMASK_PORT = 4 };
+
     /// Opens the camera; IsReady tells whether that worked. A lost camera is not opened again.
     AitUvcCapture(uint16_t vid, uint16_t pid);
     ~AitUvcCapture() override;

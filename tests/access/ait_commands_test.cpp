@@ -307,6 +307,33 @@ TEST_F(AitCommands, PositionOfATransferThatAnswersZeroIsASuccess) {
     EXPECT_TRUE(log().lines().empty());
 }
 
+TEST_F(AitCommands, AFailedPositionTransferIsAdvisedOfToo) {
+    FailReads();
+    int value = 5;
+    EXPECT_EQ(GetPTZ_Pos(device_, kPan, &value), -1);
+    EXPECT_EQ(value, 0);
+    EXPECT_LOG_COUNT(1, "GetPTZ_Pos is failed\r\n", 1);
+    FailWrites();
+    EXPECT_EQ(SetPTZ_Pos(device_, kZoom, 1), -1);
+    EXPECT_LOG_COUNT(1, "SetPTZ_Pos is failed\r\n", 1);
+}
+
+TEST_F(AitCommands, ATransferOfNothingIsNoError) {
+    for (const int type : {0x20, 0xA0, 0xC0, 0x40}) {
+        Fail({{"type", type}}, {{"return", 0}});
+    }
+    unsigned char block[16] = {};
+    FacePositionList faces;
+    FACE_CMD command = {};
+    EXPECT_EQ(AitIspCmdSet(device_, block), 0);
+    EXPECT_EQ(AitIspCmdGetResult(device_, block, 500), 0);
+    EXPECT_EQ(AitMMPCmdGetResult16(device_, block), 0);
+    EXPECT_EQ(AitXU_XuCmd(device_, block, 5, 8, 0), 0);
+    EXPECT_EQ(GetFD_Position(device_, &faces), 0);
+    EXPECT_EQ(SetFD_Param(device_, &command), 0);
+    EXPECT_TRUE(log().lines().empty()) << log_listing();
+}
+
 TEST_F(AitCommands, NoAxisNoTransfer) {
     int value = 5;
     for (const unsigned axis : {0x009A0907u, 0x009A090Bu, 0x009A090Cu, 0x009A090Eu}) {

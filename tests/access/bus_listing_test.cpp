@@ -118,6 +118,28 @@ TEST_F(BusListing, OnlyLinesOfTheirKindCount) {
     EXPECT_EQ(Search("T:  Port=01\nP:  Vendor=114d\n"), 0);
     EXPECT_EQ(Search("T:  Port=01\nP:  ProdID=2066\n"), 0);
     EXPECT_EQ(Search("T:  Port=01\nP:  Vendor=114d\nP:  ProdID=2066\n"), 0x2066);
+    EXPECT_EQ(Search("T:  Port=01\nPX  Vendor=114d ProdID=2066\n"), 0);
+    EXPECT_EQ(Search("TX  Port=01\nP:  Vendor=114d ProdID=2066\n"), 0);
+}
+
+TEST_F(BusListing, NumbersHaveTheirFixedWidth) {
+    EXPECT_EQ(Search("T:  Port=012\nP:  Vendor=114dF ProdID=2066F\n"), 0x2066);
+    EXPECT_LOG(4, "found usb device vid[0x114d], pid[0x2066], port number[1]\n");
+}
+
+TEST_F(BusListing, TheFirstOfTwoCamerasWins) {
+    EXPECT_EQ(Search(Block("01", "114d", "2065") + "\n" + Block("02", "114d", "2066")), 0x2065);
+}
+
+TEST_F(BusListing, CopyAndRemovalAreSyncedToDisc) {
+    std::filesystem::create_directories("/dtv/bin");
+    WriteFile("/dtv/bin/sync", "#!/bin/sh\necho synced >> /dtv/synced\n");
+    std::filesystem::permissions("/dtv/bin/sync", std::filesystem::perms::owner_all);
+    const std::string path = getenv("PATH");
+    setenv("PATH", ("/dtv/bin:" + path).c_str(), 1);
+    Search(Block("01", "114d", "2066"));
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(ReadFile("/dtv/synced"), "synced\nsynced\n");
 }
 
 TEST_F(BusListing, HostileContentIsReadWithBounds) {

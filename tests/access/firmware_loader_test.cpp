@@ -274,6 +274,15 @@ TEST_F(FirmwareLoader, VersionRecordHasTheFixedMiddle) {
     EXPECT_LOG(1, "Camera-Version:1.45.203");
 }
 
+TEST_F(FirmwareLoader, EveryFieldOfTheVersionRecord) {
+    std::string image = ImageOf(2000);
+    image.replace(64, 14, "AITFWVER" + std::string("\x12\x34\x56\x78\x00\x05", 6));
+    WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", image);
+    EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
+    EXPECT_EQ(ReadFile("/dtv/cm_cam_version"), "1234.45.05");
+    EXPECT_LOG(1, "Camera-Version:1234.45.05");
+}
+
 TEST_F(FirmwareLoader, AnOlderVersionRecordIsReplaced) {
     WriteFile("/dtv/cm_cam_version", "a record of another camera");
     EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
@@ -346,14 +355,23 @@ TEST_F(FirmwareLoader, ACameraThatAlreadyRunsSkipsTheLoad) {
         4, "!!!!!!!!!!!! CCameraFwLoader:: Found a device with CAMERA vid/pid. !!!!!!!!!!!!!\r\n");
     EXPECT_EQ(ReadFile("/dtv/cm_cam_version"), "1.45.203");
     EXPECT_NO_LOG(4, "Enter UpdateFirmwarePcsyncPath. \r\n");
-    EXPECT_EQ(clock().sleeps().front().duration, 1s);
+    EXPECT_EQ(reports_.PausesBefore(0), 6u);  // five retries of the open, one before the first scan
 }
 
 TEST_F(FirmwareLoader, ACameraThatNeverComesBack) {
     Reset(Camera({{"returns", false}}));
     clock().shorten(1ms);
+    // The first pause is long enough for the camera to go, however it is shortened.
+    clock().on_sleep([](const SleepCall&) {
+        EXPECT_TRUE(virtbus::wait_until(
+            [] {
+                return ReadFile("/proc/bus/usb/devices").find("ProdID=2065") == std::string::npos;
+            },
+            kLimit));
+    });
     EXPECT_EQ(Result(), unsigned{CAMERA_LOAD_FW_FAILED});
     Stop();
+    clock().on_sleep(nullptr);
     EXPECT_LOG(1, "Camera reboot failed. \r\n");
     EXPECT_EQ(Pauses(), 17u);  // one, and 16 between 17 scans
     EXPECT_EQ(log().count_containing("Access Time (Sec.) : "), 17u);

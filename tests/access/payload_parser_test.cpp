@@ -146,6 +146,32 @@ TEST_F(PayloadParser, EachFormatFillsItsSlotAndNoOther) {
     ExpectTexts({});
 }
 
+TEST_F(PayloadParser, FieldsLieWhereTheCameraPutsThem) {
+    std::vector<uint8_t> bytes = {0x34, 0x12,         // version
+                                  28,   0,            // header length
+                                  0x2B, 0,            // stream type
+                                  0x80, 0x02,         // width
+                                  0xE0, 0x01,         // height
+                                  0x77, 0x66,         // frame rate, or crop flag
+                                  1,    2,    3, 4,   // sequence number
+                                  5,    6,    7, 8,   // time stamp
+                                  9,    9,    9, 9,   // flags
+                                  8,    0,    0, 0,   // valid bytes
+                                  32,   0,    0, 0};  // room
+    bytes.resize(128, 0xDD);
+    AitH264_MediaSample sample;
+    H264Parser_tmk_mode(bytes.data(), 64, &sample);
+    EXPECT_EQ(sample.h264, bytes.data() + 32);
+    EXPECT_EQ(sample.h264_size, 8u);
+    EXPECT_EQ(sample.h264_width, 0x280);
+    EXPECT_EQ(sample.h264_height, 0x1E0);
+    EXPECT_EQ(sample.h264_frame_seq, 0x04030201u);
+    EXPECT_EQ(sample.h264_timestamp, 0x08070605u);
+    bytes[4] = 0x2D;
+    H264Parser_tmk_mode(bytes.data(), 64, &sample);
+    EXPECT_EQ(sample.gray_crop_flag, 0x6677);
+}
+
 TEST_F(PayloadParser, UnknownFormatsEndTheParsingAndKeepWhatWasFilled) {
     for (const int type : {0x00, 0x28, 0x2E, 0x30, 0x31, 0x32, 0x33, 0x34, 0x36, 0xFFFF}) {
         log().reset();
@@ -247,7 +273,7 @@ TEST_F(PayloadParser, ZeroesPaddingOfUpTo479Bytes) {
 }
 
 TEST_F(PayloadParser, DataLargerThanItsRoomLeavesTheBufferAlone) {
-    for (const uint32_t valid : {65u, 1000u, 0xFFFFFE40u}) {
+    for (const uint32_t valid : {65u, 1000u, 0xFFFFFE40u, 0xFFFFFE60u, 0xFFFFFE61u, 0xFFFFFFFFu}) {
         Frame frame;
         frame.Add(0x2B, valid, 64).Data(64).Add(0x2D, 32, 32).Data(32);
         frame.Parse();
@@ -396,6 +422,14 @@ TEST(KeyFrameScan, LooksUpToFourBytesAhead) {
     bytes[9] = 0;
     bytes[10] = 0x68;
     EXPECT_EQ(ParseH264KeyFrame(bytes.data(), 6, &parts), 0);
+}
+
+TEST(KeyFrameScan, FiveBytesAreEnoughToBeginWith) {
+    unsigned char bytes[16] = {0, 0, 0, 1, 0x67, 0x68};
+    H264KeyFrame parts;
+    EXPECT_EQ(ParseH264KeyFrame(bytes, 5, &parts), 1);
+    EXPECT_EQ(parts.sps_size, 1);
+    EXPECT_EQ(parts.idr_size, -4);
 }
 
 TEST(KeyFrameScan, FewerThanFiveBytesAreNotRead) {

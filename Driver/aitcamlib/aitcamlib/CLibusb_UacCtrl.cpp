@@ -318,7 +318,12 @@ int CLibUSB_UacCtrl::UAC_DisableAudioStream() {
     if (m_pDevH == nullptr) {
         return -1;
     }
-    IsStreaming = false;
+    {
+        // A completion on another thread that has seen the stream running resubmits before the
+        // cancellation, not after it.
+        pMutexLock producer(m_ProducerMtx);
+        IsStreaming = false;
+    }
     CancelTransfers();
     if (SelectAltSetting(kStreamInterface, 0) != 0) {
         AIT_LOG(4, "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!");
@@ -351,8 +356,14 @@ void CLibUSB_UacCtrl::ReleaseStream() {
     DestroyQueue();
 }
 
-/// What a failed start or stop left behind goes first, in the order of the stop.
+/// What a failed start or stop left behind. Unlike in the stop the queue goes first: a completion
+/// that finds none says nothing.
 void CLibUSB_UacCtrl::ReleaseLeftovers() {
+    {
+        pMutexLock lock(gAudioTransferMtx);
+        m_pCurFrameBuf = nullptr;
+        DestroyQueue();
+    }
     if (AnyInFlight()) {
         CancelTransfers();
         WaitUntilReaped();

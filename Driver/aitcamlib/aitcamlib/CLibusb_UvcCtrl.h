@@ -97,6 +97,7 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     void ReleaseLeftovers();
 
     // Reassembly, step by step.
+    int BufferWaitMs() const;
     bool AwaitFreshBuffer(libusb_transfer* transfer);
     void CrossFrameBoundary(libusb_transfer* transfer, unsigned char* dst, unsigned char* flags);
     bool AppendPayload(const libusb_transfer* transfer, unsigned char* dst);

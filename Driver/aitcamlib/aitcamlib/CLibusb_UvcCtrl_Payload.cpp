@@ -67,6 +67,11 @@ int CLibUSB_UvcCtrl::FillVideoBuf_Bulk(libusb_transfer* transfer) {
     return 0;
 }
 
+/// In a stream that has ended nobody waits: the consumer has gone, and the stop needs the locks.
+int CLibUSB_UvcCtrl::BufferWaitMs() const {
+    return IsStreaming ? kBufferWaitMs : 0;
+}
+
 /// True while there is no buffer to fill, since the queue was full: the data of this payload is
 /// lost. A payload that ends a frame asks for a new buffer, so that the next frame starts in it.
 bool CLibUSB_UvcCtrl::AwaitFreshBuffer(libusb_transfer* transfer) {
@@ -75,7 +80,7 @@ bool CLibUSB_UvcCtrl::AwaitFreshBuffer(libusb_transfer* transfer) {
     }
     if (transfer->actual_length >= 3 && (transfer->buffer[1] & kEndOfFrame) != 0) {
         AIT_LOG(1, "Dropped a UVC frame,Now trying to request a new frame buffer.\r\n");
-        m_pCurFrameBufForWrite->GetNewFrameBuffer(kBufferWaitMs);
+        m_pCurFrameBufForWrite->GetNewFrameBuffer(BufferWaitMs());
     }
     return true;
 }
@@ -99,7 +104,7 @@ void CLibUSB_UvcCtrl::CrossFrameBoundary(libusb_transfer* transfer, unsigned cha
     }
     if (bulk_offset > 0) {
         m_pCurFrameBufForWrite->GetCurFrameBuffer()->len = static_cast<uint32_t>(bulk_offset);
-        m_pCurFrameBufForWrite->GetNewFrameBuffer(kBufferWaitMs);
+        m_pCurFrameBufForWrite->GetNewFrameBuffer(BufferWaitMs());
     }
     bulk_offset = 0;
 }

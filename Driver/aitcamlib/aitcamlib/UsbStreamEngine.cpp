@@ -75,7 +75,9 @@ unsigned int UsbStreamEngine::ReadFrame(unsigned char* dst, unsigned int size) {
         return 0;
     }
     const unsigned int count = std::min(size, frame->len);
-    memcpy(dst, frame->buf, count);
+    if (count != 0) {  // a reader without a buffer takes the frame all the same
+        memcpy(dst, frame->buf, count);
+    }
     queue->ReadDone();
     return count;
 }
@@ -230,6 +232,7 @@ void UsbStreamEngine::CloseDevice() {
     }
     m_pDevH = nullptr;
     m_pDev = nullptr;
+    m_bHandleBroken = false;
 }
 
 int UsbStreamEngine::SelectAltSetting(int interface, int alternate) {

@@ -13,8 +13,9 @@
 //                  transfer.
 //   queue mutex    inside StaticSyncQueue.
 //
-// Stop contract: the engine's stop marks the stream as ended (nothing is resubmitted from then on),
-// wakes and waits out the consumer, cancels, sleeps its fixed time while the event thread reaps,
+// Stop contract: the engine's stop marks the stream as ended (a completion with good data is not
+// resubmitted from then on, and no completion waits for a free buffer), wakes and waits out the
+// consumer, cancels, sleeps its fixed time while the event thread reaps,
 // then waits until each cancelled transfer has been reaped, at most 2 s more. A transfer that never
 // comes back is leaked and said so: freeing it would pull it from under libusb. The consumer hands
 // a lent buffer back before it asks for the stop.

@@ -192,6 +192,7 @@ void pThread::Start(const char* name) {
     const int error = pthread_create(&thread_id, &attribute, thread_func, this);
     if (error != 0) {
         m_bCreated = false;
+        thread_id = 0;  // the C library stores the id before it knows that it cannot start one
         __FATAL("pthread_create() failed (%s)\n", ErrorText(error).c_str());
     }
     pthread_attr_destroy(&attribute);
