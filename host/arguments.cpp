@@ -12,6 +12,13 @@ namespace camhost {
 
 namespace {
 
+constexpr std::chrono::milliseconds kDefaultDuration{5000};
+constexpr std::chrono::milliseconds kTourDuration{3000};
+
+double in_seconds(std::chrono::milliseconds duration) {
+    return std::chrono::duration<double>(duration).count();
+}
+
 /// Options as typed, before they are understood.
 struct Typed {
     std::string init_timeout = "60s";
@@ -51,6 +58,19 @@ ScheduledChange change_of(const std::string& text) {
                       "--set " + text + ": the time is missing; write PROPERTY=VALUE@3s");
     }
     return {duration_of("--set", text.substr(at + 1)), parse_assignment(text.substr(0, at))};
+}
+
+void check_change_times(const RecordOptions& record) {
+    const auto duration = recording_duration(record);
+    for (const ScheduledChange& change : record.changes) {
+        if (change.at >= duration) {
+            throw Failure(ExitCode::kUsage,
+                          format("--set %s@%gs: recording ends after %gs, so it would never be "
+                                 "applied; choose an earlier time or a longer --duration",
+                                 change.assignment.property.name, in_seconds(change.at),
+                                 in_seconds(duration)));
+        }
+    }
 }
 
 void add_common(CLI::App* command, CommonOptions* common, Typed* typed) {
@@ -140,6 +160,7 @@ void understand_record(const CLI::App& command, const Typed& typed, RecordOption
     }
     std::stable_sort(record->changes.begin(), record->changes.end(),
                      [](const auto& a, const auto& b) { return a.at < b.at; });
+    check_change_times(*record);
     // Names are checked before the camera is brought up, which takes seconds.
     if (!record->signal.empty()) {
         parse_combination(Selector::kSignalType, record->signal);
@@ -150,6 +171,10 @@ void understand_record(const CLI::App& command, const Typed& typed, RecordOption
 }
 
 }  // namespace
+
+std::chrono::milliseconds recording_duration(const RecordOptions& options) {
+    return options.duration.value_or(options.tour ? kTourDuration : kDefaultDuration);
+}
 
 Options parse_arguments(int argc, char** argv) {
     Options options;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 #include "host/exit_code.h"
 #include "host/nearest_name.h"
@@ -57,16 +56,23 @@ int parse_combination(Selector selector, std::string_view text) {
         return number;
     }
     const std::string word = lower(text);
-    std::vector<std::string> names;
     for (const Combination& each : combinations(selector)) {
         if (word == each.name || word == lower(each.constant)) {
             return each.number;
         }
-        names.emplace_back(each.name);
     }
+    const auto names = combination_names(selector);
     const char* kind = selector == Selector::kSignalType ? "signal type" : "video mode";
     throw Failure(ExitCode::kUsage, format("there is no %s '%s'", kind, word.c_str()) +
                                         suggestion(word, names) + " (" + join(names) + ")");
+}
+
+std::vector<std::string> combination_names(Selector selector) {
+    std::vector<std::string> names;
+    for (const Combination& each : combinations(selector)) {
+        names.emplace_back(each.name);
+    }
+    return names;
 }
 
 std::string combination_name(Selector selector, int number) {

@@ -3,7 +3,9 @@
 
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/stream.h"
 
@@ -27,6 +29,9 @@ const Combination* find_combination(Selector selector, int number);
 /// Reads a name ("h264-gray"), an enumerator ("CAM_SIGNAL_H264_GRAY") or a number, which need not
 /// be one that the plug-in knows. Throws Failure (kUsage) that names the nearest.
 int parse_combination(Selector selector, std::string_view text);
+
+/// The names of all, in the order of their numbers.
+std::vector<std::string> combination_names(Selector selector);
 
 /// The name, or the number when it has none.
 std::string combination_name(Selector selector, int number);

@@ -3,6 +3,7 @@
 
 #include "host/console.h"
 #include "host/interrupt.h"
+#include "host/usb_trace.h"
 #include "host/wake_event.h"
 
 namespace camhost {
@@ -11,6 +12,10 @@ struct Controls {
     Console& console;
     WakeEvent& wake;
     InterruptWatcher& interrupt;
+    UsbTrace& trace;
+
+    /// Prints the requests that the bus saw since the last call (--trace-usb).
+    void show_requests() const { trace.print_new(console); }
 };
 
 }  // namespace camhost

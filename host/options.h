@@ -41,6 +41,9 @@ struct RecordOptions {
     size_t queue_bytes = RecordQueue::Limits().bytes;
 };
 
+/// How long each recording lasts.
+std::chrono::milliseconds recording_duration(const RecordOptions& options);
+
 struct Options {
     Command command = Command::kRecord;
     CommonOptions common;

@@ -20,7 +20,7 @@ using A = Assurance;
 constexpr std::array kCatalog{
     //       name               number                                kind           set    get    true means        range                       unit
     Property{"bitrate",         CAM_PROPERTY_BITRATE,                 K::kInteger,   true,  true,  A::kReported,     "up to 17000000",           "bit/s"},
-    Property{"fps",             CAM_PROPERTY_FRAMERATE,               K::kInteger,   true,  true,  A::kReported,     "",                         "frames/s"},
+    Property{"fps",             CAM_PROPERTY_FRAMERATE,               K::kInteger,   true,  true,  A::kReported,     "camera's: 1 to 30",        "frames/s"},
     Property{"key-frame",       CAM_PROPERTY_NEWGOP,                  K::kTrigger,   true,  false, A::kReported,     "",                         ""},
     Property{"size",            CAM_PROPERTY_DIMENSION,               K::kSize,      true,  true,  A::kRestart,      "160x120 to 1920x1080",     "pixels"},
     Property{"mic-volume",      CAM_PROPERTY_MICVOLUME,               K::kInteger,   true,  true,  A::kReported,     "0 to 100",                 "%"},
@@ -40,15 +40,15 @@ constexpr std::array kCatalog{
     Property{"trigger-jpeg",    CAM_PROPERTY_TRIGGER_JPEG,            K::kTrigger,   true,  false, A::kSent,         "",                         ""},
     Property{"video-mode",      CAM_PROPERTY_VIDEO_MODE,              K::kVideoMode, true,  false, A::kRestart,      "0 to 2",                   ""},
     Property{"nv12-mode",       CAM_PROPERTY_NV12_MODE_CONTROL,       K::kInteger,   true,  false, A::kSent,         "0 (off) to 255",           ""},
-    Property{"brightness",      CAM_PROPERTY_BRIGHTNESS,              K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"contrast",        CAM_PROPERTY_CONTRAST,                K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"saturation",      CAM_PROPERTY_SATURATION,              K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"sharpness",       CAM_PROPERTY_SHARPNESS,               K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"hue",             CAM_PROPERTY_HUE,                     K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"gamma",           CAM_PROPERTY_GAMMA,                   K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"backlight",       CAM_PROPERTY_BACKLIGHT_CONTROL,       K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"awb-temperature", CAM_PROPERTY_AWB_TEMPERATURE,         K::kInteger,   true,  false, A::kReported,     "",                         ""},
-    Property{"manual-awb",      CAM_PROPERTY_MANUAL_AWB_CONTROL,      K::kInteger,   true,  false, A::kReported,     "",                         ""},
+    Property{"brightness",      CAM_PROPERTY_BRIGHTNESS,              K::kInteger,   true,  false, A::kReported,     "camera's: -128 to 127",    ""},
+    Property{"contrast",        CAM_PROPERTY_CONTRAST,                K::kInteger,   true,  false, A::kReported,     "camera's: 0 to 255",       ""},
+    Property{"saturation",      CAM_PROPERTY_SATURATION,              K::kInteger,   true,  false, A::kReported,     "camera's: 0 to 255",       ""},
+    Property{"sharpness",       CAM_PROPERTY_SHARPNESS,               K::kInteger,   true,  false, A::kReported,     "camera's: 0 to 15",        ""},
+    Property{"hue",             CAM_PROPERTY_HUE,                     K::kInteger,   true,  false, A::kReported,     "camera's: -18000 to 18000","0.01 deg"},
+    Property{"gamma",           CAM_PROPERTY_GAMMA,                   K::kInteger,   true,  false, A::kReported,     "camera's: 40 to 500",      "1/100"},
+    Property{"backlight",       CAM_PROPERTY_BACKLIGHT_CONTROL,       K::kInteger,   true,  false, A::kReported,     "camera's: 0 to 4",         ""},
+    Property{"awb-temperature", CAM_PROPERTY_AWB_TEMPERATURE,         K::kInteger,   true,  false, A::kReported,     "camera's: 2800 to 6500",   "K"},
+    Property{"manual-awb",      CAM_PROPERTY_MANUAL_AWB_CONTROL,      K::kInteger,   true,  false, A::kReported,     "0 manual, 1 automatic",    ""},
     Property{"image-effect",    CAM_PROPERTY_IMAGE_EFFECT,            K::kInteger,   true,  false, A::kSent,         "0 to 255",                 ""},
     Property{"3a",              CAM_PROPERTY_3A_CONTROL,              K::kInteger,   true,  false, A::kSent,         "0 to 65535",               ""},
     Property{"wdr",             CAM_PROPERTY_WDR_CONTROL,             K::kInteger,   true,  false, A::kSent,         "0 to 255",                 ""},
@@ -168,6 +168,21 @@ const char* kind_name(ValueKind kind) {
             return "address:data";
     }
     return "";
+}
+
+std::vector<std::string> value_words(const Property& property) {
+    switch (property.kind) {
+        case K::kSwitch:
+            return {"on", "off"};
+        case K::kPoint:
+            return {"off"};
+        case K::kSignalType:
+            return combination_names(Selector::kSignalType);
+        case K::kVideoMode:
+            return combination_names(Selector::kVideoMode);
+        default:
+            return {};
+    }
 }
 
 CAM_PROP_VALUE parse_value(const Property& property, std::string_view text) {

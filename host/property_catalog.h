@@ -40,7 +40,8 @@ struct Property {
     bool settable;
     bool gettable;
     Assurance assurance;
-    const char* range;  ///< for people; empty when the camera's own
+    const char* range;  ///< for people; "camera's" where the camera decides, with what the virtual
+                        ///< camera takes
     const char* unit;
     bool slow = false;  ///< reading takes seconds, so `list` leaves it out
 };
@@ -53,6 +54,9 @@ std::vector<std::string> property_names();
 Property find_property(std::string_view name);
 
 const char* kind_name(ValueKind kind);
+
+/// The values that have a name, such as on and off; none for plain numbers.
+std::vector<std::string> value_words(const Property& property);
 
 /// Reads a value as the property's kind writes it. Throws Failure (kUsage) that says what was
 /// expected. Ranges are not checked: what the plug-in makes of them is its answer to show.

@@ -54,6 +54,14 @@ std::string current_value(const Session& session, const Property& property) {
     return value ? format_value(property, *value) : "refused";
 }
 
+/// The end of a command whose steps are done. Putting the camera away takes a moment, and Ctrl-C
+/// counts in it too.
+ExitCode conclude(Workbench& bench, bool all_done) {
+    bench.close();
+    bench.step_done();
+    return all_done ? ExitCode::kOk : ExitCode::kRefused;
+}
+
 }  // namespace
 
 std::filesystem::path log_of(const CommonOptions& options) {
@@ -100,8 +108,9 @@ ExitCode run_get(const Options& options) {
     bool all = true;
     for (const std::string& name : options.words) {
         all = print_get(bench.console(), session, name) && all;
+        bench.step_done();
     }
-    return all ? ExitCode::kOk : ExitCode::kRefused;
+    return conclude(bench, all);
 }
 
 ExitCode run_set(const Options& options) {
@@ -114,20 +123,23 @@ ExitCode run_set(const Options& options) {
     bool all = true;
     for (const Assignment& assignment : assignments) {
         all = perform_set(bench.console(), session, assignment) && all;
+        bench.step_done();
     }
-    return all ? ExitCode::kOk : ExitCode::kRefused;
+    return conclude(bench, all);
 }
 
 ExitCode run_list(const Options& options) {
     Workbench bench(options.common, log_of(options.common));
     print_list(bench.console(), bench.bring_up());
-    return ExitCode::kOk;
+    bench.step_done();
+    return conclude(bench, true);
 }
 
 ExitCode run_capabilities(const Options& options) {
     Workbench bench(options.common, log_of(options.common));
     print_capabilities(bench.console(), bench.bring_up());
-    return ExitCode::kOk;
+    bench.step_done();
+    return conclude(bench, true);
 }
 
 }  // namespace camhost

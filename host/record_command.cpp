@@ -19,8 +19,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds kDefaultDuration = seconds(5);
-constexpr milliseconds kTourDuration = seconds(3);
 constexpr milliseconds kDefaultStillInterval = seconds(1);
 
 /// One stop of the tour, or the only recording.
@@ -34,6 +32,12 @@ struct Stage {
 bool multiplexed_size(int width, int height) {
     constexpr Size kSizes[] = {{640, 480}, {160, 120}, {320, 240}, {1280, 720}, {1920, 1080}};
     return std::find(std::begin(kSizes), std::end(kSizes), Size{width, height}) != std::end(kSizes);
+}
+
+/// True for an ending that leaves nothing to go on with: it decides the exit code, whatever
+/// earlier combinations gave.
+bool cuts_short(ExitCode code) {
+    return code == ExitCode::kCameraLost || code == ExitCode::kInterrupted;
 }
 
 class RecordCommand {
@@ -60,6 +64,9 @@ class RecordCommand {
     void print_silent_streams(const Stage& stage, const RecordingPlan& plan,
                               const RecordingResult& result);
     ExitCode code_for(const RecordingResult& result) const;
+    ExitCode judge_records(const RecordingResult& result) const;
+    void tell_early_end(const std::vector<Stage>& tour, size_t visited, ExitCode why);
+    StreamSet print_tour_totals();
     ExitCode conclude_tour();
     void write_json() const;
 
@@ -174,7 +181,7 @@ RecordingPlan RecordCommand::plan_for(const Stage& stage) const {
     RecordingPlan plan;
     plan.name = stage.name;
     plan.streams = options_.streams;
-    plan.duration = options_.duration.value_or(options_.tour ? kTourDuration : kDefaultDuration);
+    plan.duration = recording_duration(options_);
     plan.jpeg_interval = still_interval(stage);
     plan.changes = options_.changes;
     plan.queue_limits.bytes = options_.queue_bytes;
@@ -204,16 +211,19 @@ void RecordCommand::print_silent_streams(const Stage& stage, const RecordingPlan
 }
 
 ExitCode RecordCommand::code_for(const RecordingResult& result) const {
-    switch (result.end) {
-        case RecordingResult::End::kCameraLost:
-            return ExitCode::kCameraLost;
-        case RecordingResult::End::kInterrupted:
-            return ExitCode::kInterrupted;
-        case RecordingResult::End::kNotStarted:
-            return ExitCode::kFailed;
-        case RecordingResult::End::kComplete:
-            break;
+    // Stopping takes a moment, in which the camera may still go away and Ctrl-C be pressed.
+    if (result.end == RecordingResult::End::kCameraLost || session_.lost()) {
+        return ExitCode::kCameraLost;
     }
+    if (result.end == RecordingResult::End::kInterrupted ||
+        bench_.controls().interrupt.requested()) {
+        return ExitCode::kInterrupted;
+    }
+    return result.end == RecordingResult::End::kNotStarted ? ExitCode::kFailed
+                                                           : judge_records(result);
+}
+
+ExitCode RecordCommand::judge_records(const RecordingResult& result) const {
     const bool damaged =
         std::any_of(result.streams.begin(), result.streams.end(), [](const RecordedStream& stream) {
             return !stream.error.empty() || stream.figures.dropped > 0;
@@ -246,7 +256,7 @@ ExitCode RecordCommand::record_stage(const Stage& stage) {
     console_.line(format("  %s after %.1f s", words_for(result.end), result.seconds));
     print_report(console_, result);
     print_silent_streams(stage, plan, result);
-    bench_.trace().print_new(console_);
+    bench_.controls().show_requests();
     recordings_.push_back(report_json(stage.name, result));
     const auto tiles = contact_sheet_tiles(result);
     if (!tiles.empty()) {
@@ -266,8 +276,19 @@ ExitCode RecordCommand::record_stage(const Stage& stage) {
     return code_for(result);
 }
 
-ExitCode RecordCommand::conclude_tour() {
-    write_png(options_.output / "contact-sheet.png", make_contact_sheet(tour_tiles_));
+void RecordCommand::tell_early_end(const std::vector<Stage>& tour, size_t visited, ExitCode why) {
+    std::vector<std::string> rest;
+    for (size_t i = visited; i < tour.size(); ++i) {
+        rest.push_back(tour[i].name);
+    }
+    console_.line();
+    console_.line("the tour ended early, in " + tour[visited - 1].name +
+                  (why == ExitCode::kCameraLost ? " (the camera went away)" : " (interrupted)") +
+                  (rest.empty() ? "" : "; not visited: " + join(rest)));
+}
+
+/// Returns the streams of which nothing arrived though the camera could have sent them.
+StreamSet RecordCommand::print_tour_totals() {
     console_.line();
     console_.line("records of the whole tour:");
     StreamSet silent;
@@ -283,6 +304,11 @@ ExitCode RecordCommand::conclude_tour() {
             silent.insert(stream);
         }
     }
+    return silent;
+}
+
+ExitCode RecordCommand::conclude_tour() {
+    const StreamSet silent = print_tour_totals();
     if (silent.empty()) {
         return ExitCode::kOk;
     }
@@ -308,19 +334,26 @@ void RecordCommand::write_json() const {
 
 ExitCode RecordCommand::run() {
     apply_general_settings();
+    const std::vector<Stage> all = stages();
     ExitCode code = ExitCode::kOk;
-    for (const Stage& stage : stages()) {
-        const ExitCode stage_code = record_stage(stage);
-        if (code == ExitCode::kOk) {
+    size_t visited = 0;
+    while (visited < all.size() && !cuts_short(code)) {
+        const ExitCode stage_code = record_stage(all[visited++]);
+        if (code == ExitCode::kOk || cuts_short(stage_code)) {
             code = stage_code;
         }
-        if (stage_code == ExitCode::kCameraLost || stage_code == ExitCode::kInterrupted) {
-            break;
-        }
     }
-    if (options_.tour && !tour_tiles_.empty()) {
-        const ExitCode tour_code = conclude_tour();
-        code = code == ExitCode::kOk ? tour_code : code;
+    if (options_.tour) {
+        if (!tour_tiles_.empty()) {
+            write_png(options_.output / "contact-sheet.png", make_contact_sheet(tour_tiles_));
+        }
+        if (cuts_short(code)) {
+            print_tour_totals();
+            tell_early_end(all, visited, code);
+        } else {
+            const ExitCode tour_code = conclude_tour();
+            code = code == ExitCode::kOk ? tour_code : code;
+        }
     }
     write_json();
     console_.line();
@@ -338,10 +371,7 @@ ExitCode run_record(const Options& options) {
     Session& session = bench.bring_up();
     const ExitCode code = RecordCommand(record, bench, session).run();
     if (code == ExitCode::kCameraLost) {
-        bench.console().line(
-            "the camera went away while recording: Init's callback reported "
-            "false; it is " +
-            std::string(words_for(session.state())));
+        bench.console().line("the camera went away while recording: " + session.loss());
     }
     bench.close();
     return code;

@@ -86,6 +86,7 @@ void Timeline::apply(const Assignment& assignment) {
     const SetOutcome outcome = set_property(session_, assignment);
     change_refused_ |= outcome.result == SetOutcome::Result::kRefused;
     controls_.console.line(format("  at %5.1f s  ", seconds()) + outcome.sentence);
+    controls_.show_requests();
 }
 
 void Timeline::trigger_due_still() {
@@ -98,6 +99,7 @@ void Timeline::trigger_due_still() {
 }
 
 void Timeline::show_progress() {
+    controls_.show_requests();
     const double total = std::chrono::duration<double>(plan_.duration).count();
     const double elapsed = std::min(seconds(), total);
     controls_.console.progress(

@@ -68,6 +68,13 @@ bool Session::lost() const {
                        camera_->GetState() == CAM_STATE_DISCONNECTED);
 }
 
+std::string Session::loss() const {
+    const bool told = !InitReport::instance().answer().usable;
+    return std::string(told ? "Init's callback reported false"
+                            : "Init's callback has not said so") +
+           "; it is " + words_for(state());
+}
+
 bool Session::start() {
     started_ = true;
     // The plug-in answers true in any state but ready, without starting.

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 
 #include "host/controls.h"
 #include "host/plugin.h"
@@ -30,6 +31,8 @@ class Session {
 
     /// True when the camera was usable and went away.
     bool lost() const;
+    /// Once lost(): how it is known, "Init's callback reported false; it is disconnected".
+    std::string loss() const;
     bool playing() const { return camera_->GetState() == CAM_STATE_PLAYING; }
     CAM_STATE state() const { return camera_->GetState(); }
 

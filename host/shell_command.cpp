@@ -13,6 +13,8 @@
 #include "host/commands.h"
 #include "host/nearest_name.h"
 #include "host/property_commands.h"
+#include "host/shell_completion.h"
+#include "host/shell_history.h"
 #include "host/text.h"
 #include "host/workbench.h"
 
@@ -67,16 +69,6 @@ class Shell {
     Session& session_;
 };
 
-std::vector<std::string> words_of(const std::string& line) {
-    std::vector<std::string> words;
-    for (std::string& word : split(line, ' ')) {
-        if (!word.empty()) {
-            words.push_back(std::move(word));
-        }
-    }
-    return words;
-}
-
 bool Shell::execute(const std::string& line) {
     auto words = words_of(line);
     if (words.empty()) {
@@ -90,7 +82,7 @@ bool Shell::execute(const std::string& line) {
     } catch (const Failure& failure) {
         console_.line(failure.what());
     }
-    bench_.trace().print_new(console_);
+    bench_.controls().show_requests();
     return go_on;
 }
 
@@ -98,10 +90,12 @@ bool Shell::dispatch(const std::string& command, const std::vector<std::string>&
     if (command == "get") {
         for (const std::string& word : words) {
             print_get(console_, session_, word);
+            bench_.controls().show_requests();
         }
     } else if (command == "set") {
         for (const std::string& word : words) {
             perform_set(console_, session_, parse_assignment(word));
+            bench_.controls().show_requests();
         }
     } else if (command == "list") {
         print_list(console_, session_);
@@ -138,6 +132,7 @@ void Shell::start() {
 struct LineEditor {
     Shell* shell = nullptr;
     bool done = false;
+    std::vector<std::string> candidates;  ///< of the completion at hand
 };
 LineEditor g_editor;
 
@@ -154,26 +149,23 @@ void on_line(char* text) {
 }
 
 /// Readline's generator protocol: the next candidate for each call, malloc()ed, then null.
-char* next_candidate(const char* prefix, int state) {
+char* next_candidate(const char* /*prefix*/, int state) {
     static size_t next = 0;
-    static std::vector<std::string> candidates;
     if (state == 0) {
         next = 0;
-        const bool first_word = std::string(rl_line_buffer).find(' ') == std::string::npos;
-        candidates = first_word ? shell_command_names() : property_names();
     }
-    while (next < candidates.size()) {
-        const std::string& name = candidates[next++];
-        if (name.starts_with(prefix)) {
-            return strdup(name.c_str());
-        }
-    }
-    return nullptr;
+    const auto& candidates = g_editor.candidates;
+    return next < candidates.size() ? strdup(candidates[next++].c_str()) : nullptr;
 }
 
-char** complete(const char* text, int /*begin*/, int /*end*/) {
+char** complete(const char* word, int begin, int /*end*/) {
+    g_editor.candidates = completions(
+        shell_command_names(), std::string(rl_line_buffer, static_cast<size_t>(begin)), word);
     rl_attempted_completion_over = 1;
-    return rl_completion_matches(text, next_candidate);
+    const bool value_follows =
+        g_editor.candidates.size() == 1 && g_editor.candidates.front().ends_with('=');
+    rl_completion_append_character = value_follows ? '\0' : ' ';
+    return rl_completion_matches(word, next_candidate);
 }
 
 /// Line editing on a terminal. Readline works through its callback interface, so that Ctrl-C and
@@ -186,7 +178,8 @@ void edit_lines(Shell& shell, const Controls& controls) {
     rl_readline_name = "camhost";
     rl_attempted_completion_function = complete;
     rl_basic_word_break_characters = " ";
-    g_editor = {&shell, false};
+    g_editor = {&shell, false, {}};
+    const ShellHistory history;
     rl_callback_handler_install(kPrompt, on_line);
     while (!g_editor.done && !shell.camera_lost()) {
         pollfd entries[2] = {{STDIN_FILENO, POLLIN, 0}, {controls.wake.fd(), POLLIN, 0}};
@@ -204,7 +197,6 @@ void edit_lines(Shell& shell, const Controls& controls) {
         }
     }
     rl_callback_handler_remove();
-    clear_history();
     rl_outstream = nullptr;
 }
 
@@ -233,7 +225,7 @@ ExitCode run_shell(const Options& options) {
         read_lines(shell, bench.controls());
     }
     if (session.lost()) {
-        throw Failure(ExitCode::kCameraLost, "the camera went away");
+        throw Failure(ExitCode::kCameraLost, "the camera went away: " + session.loss());
     }
     return bench.controls().interrupt.requested() ? ExitCode::kInterrupted : ExitCode::kOk;
 }

@@ -55,6 +55,12 @@ std::vector<std::string> split(std::string_view text, char separator) {
     }
 }
 
+std::vector<std::string> words_of(std::string_view line) {
+    auto words = split(line, ' ');
+    std::erase(words, "");
+    return words;
+}
+
 bool parse_int(std::string_view text, int32_t* value) {
     const std::string copy(text);
     if (copy.empty() || std::isspace(static_cast<unsigned char>(copy.front())) != 0) {

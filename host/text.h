@@ -21,6 +21,9 @@ std::string join(const std::vector<std::string>& words);
 /// Parts between the separators, empty parts included.
 std::vector<std::string> split(std::string_view text, char separator);
 
+/// The words between blanks; none is empty.
+std::vector<std::string> words_of(std::string_view line);
+
 /// A whole signed number, decimal or with 0x, that fills the text; false when it is anything else
 /// or outside 32 bits (values of unsigned 32-bit words are taken too and keep their bits).
 bool parse_int(std::string_view text, int32_t* value);

@@ -45,7 +45,6 @@ Workbench::Workbench(const CommonOptions& options, const std::filesystem::path& 
 
 Workbench::~Workbench() {
     close();
-    trace_.print_new(console_);
 }
 
 Session& Workbench::bring_up() {
@@ -54,6 +53,7 @@ Session& Workbench::bring_up() {
     const auto begin = Clock::now();
     const Session::BringUp result = session_->bring_up(init_timeout_, controls());
     console_.progress_done();
+    controls().show_requests();
     if (result != Session::BringUp::kUsable) {
         give_up(result);
     }
@@ -84,8 +84,19 @@ void Workbench::give_up(Session::BringUp result) {
                   "the camera is not usable: Init reported false, it is " + state + see);
 }
 
+void Workbench::step_done() {
+    controls().show_requests();
+    if (session_ && session_->lost()) {
+        throw Failure(ExitCode::kCameraLost, "the camera went away: " + session_->loss());
+    }
+    if (interrupt_.requested()) {
+        throw Failure(ExitCode::kInterrupted, "interrupted");
+    }
+}
+
 void Workbench::close() {
     session_.reset();
+    controls().show_requests();
 }
 
 }  // namespace camhost

@@ -4,13 +4,11 @@
 
 #include <optional>
 
-#include "host/console.h"
-#include "host/interrupt.h"
+#include "host/controls.h"
 #include "host/log_diversion.h"
 #include "host/options.h"
 #include "host/plugin.h"
 #include "host/session.h"
-#include "host/usb_trace.h"
 
 namespace camhost {
 
@@ -18,7 +16,6 @@ class Workbench {
   public:
     /// Diverts the plug-in's log to `log` and loads the plug-in. Throws Failure.
     Workbench(const CommonOptions& options, const std::filesystem::path& log);
-    /// Prints the rest of the USB trace after the camera is gone.
     ~Workbench();
     Workbench(const Workbench&) = delete;
     Workbench& operator=(const Workbench&) = delete;
@@ -26,13 +23,15 @@ class Workbench {
     /// Creates the camera object and brings the camera up, or throws Failure: kNoCamera when it
     /// does not become usable in time, kInterrupted on Ctrl-C. Says on the console what happens.
     Session& bring_up();
-    /// Destroys the camera object.
+    /// After each step of a command: prints the requests that it made, and throws Failure when the
+    /// camera went away (kCameraLost) or Ctrl-C was pressed (kInterrupted).
+    void step_done();
+    /// Destroys the camera object and prints its last requests.
     void close();
 
-    Controls controls() { return {console_, wake_, interrupt_}; }
+    Controls controls() { return {console_, wake_, interrupt_, trace_}; }
     Console& console() { return console_; }
     const Plugin& plugin() const { return *plugin_; }
-    UsbTrace& trace() { return trace_; }
 
   private:
     [[noreturn]] void give_up(Session::BringUp result);

@@ -27,12 +27,14 @@ constexpr int kInterrupted = 130;
 
 class Camhost : public testing::Test {
   protected:
-    static ProcessResult run(const std::vector<std::string>& words, const std::string& fake = "",
-                             const std::vector<Interaction>& interactions = {},
-                             bool terminal = false) {
+    ProcessResult run(const std::vector<std::string>& words, const std::string& fake = "",
+                      const std::vector<Interaction>& interactions = {},
+                      bool terminal = false) const {
         std::vector<std::string> command{CAMHOST_PROGRAM, words.front(), "--plugin", FAKE_PLUGIN};
         command.insert(command.end(), words.begin() + 1, words.end());
-        return run_process(command, {"FAKE_CAMERA=" + fake, "TERM=dumb"}, interactions, terminal);
+        const std::string state = folder_.path() / "state";
+        return run_process(command, {"FAKE_CAMERA=" + fake, "TERM=dumb", "XDG_STATE_HOME=" + state},
+                           interactions, terminal);
     }
 
     ProcessResult record(const std::vector<std::string>& words, const std::string& fake = "",
@@ -86,6 +88,10 @@ INSTANTIATE_TEST_SUITE_P(
                     UsageCase{{"record", "--size", "640"}, "a size such as"},
                     UsageCase{{"record", "--set", "mirror=on"}, "the time is missing"},
                     UsageCase{{"record", "--set", "miror=on@1s"}, "did you mean 'mirror'"},
+                    UsageCase{{"record", "--duration", "5s", "--set", "mirror=on@10s"},
+                              "--set mirror@10s: recording ends after 5s"},
+                    UsageCase{{"record", "--set", "mirror=on@5s"}, "recording ends after 5s"},
+                    UsageCase{{"record", "--tour", "--set", "mirror=on@4s"}, "ends after 3s"},
                     UsageCase{{"record", "--tour", "--signal", "1"}, "--tour chooses"},
                     UsageCase{{"record", "--trace-usb"}, "needs --virtual"},
                     UsageCase{{"record", "--frobnicate"}, "frobnicate"},
@@ -215,6 +221,33 @@ TEST_F(Camhost, TourByVideoModeHasThreeStops) {
     EXPECT_FALSE(has("gray"));
 }
 
+/// A first stop that ends with a refusal of its own.
+const std::vector<std::string> kTourWithARefusal{"--tour", "--duration", "300ms", "--set",
+                                                 "sharpness=1@50ms"};
+
+TEST_F(Camhost, TourTellsARefusalOfItsFirstStop) {
+    EXPECT_EQ(record(kTourWithARefusal).code, kRefused);
+}
+
+TEST_F(Camhost, LostCameraDecidesHowATourEnds) {
+    const ProcessResult result = record(kTourWithARefusal, "lost-later");
+    EXPECT_EQ(result.code, kCameraLost) << result.out;
+    EXPECT_THAT(result.out, HasSubstr("the tour ended early, in h264-gray (the camera went away); "
+                                      "not visited: gray, h264-h264-gray, "));
+    EXPECT_THAT(result.out, HasSubstr("Init's callback reported false"));
+    EXPECT_TRUE(has("h264-gray/main.h264"));
+    EXPECT_TRUE(has("contact-sheet.png"));
+    EXPECT_FALSE(has("gray"));
+}
+
+TEST_F(Camhost, InterruptDecidesHowATourEnds) {
+    const ProcessResult result = record(kTourWithARefusal, "", {{"h264-gray -> ", SIGINT, ""}});
+    EXPECT_EQ(result.code, kInterrupted) << result.out;
+    EXPECT_THAT(result.out, HasSubstr("the tour ended early, in "));
+    EXPECT_THAT(result.out, HasSubstr(" (interrupted); not visited: "));
+    EXPECT_FALSE(has("h264-mjpeg"));
+}
+
 // --- how it ends --------------------------------------------------------------------------------
 
 TEST_F(Camhost, CameraThatIsNotUsable) {
@@ -319,6 +352,7 @@ TEST_F(Camhost, ListShowsEveryPropertyWithItsValue) {
     EXPECT_EQ(result.code, kOk);
     EXPECT_THAT(result.out, HasSubstr("mic-volume"));
     EXPECT_THAT(result.out, HasSubstr("640x480"));
+    EXPECT_THAT(result.out, HasSubstr("camera's: -128 to 127"));
     EXPECT_THAT(result.out, HasSubstr("camhost get"));
 }
 
@@ -326,6 +360,22 @@ TEST_F(Camhost, CapabilitiesAreAnswered) {
     EXPECT_THAT(run({"capabilities"}).out, HasSubstr("signal-type    yes"));
     EXPECT_THAT(run({"capabilities"}, "video-mode").out, HasSubstr("signal-type    no"));
 }
+
+class CamhostInterrupted : public Camhost,
+                           public testing::WithParamInterface<std::vector<std::string>> {};
+
+TEST_P(CamhostInterrupted, EndsWithTheCodeOfInterrupts) {
+    const ProcessResult result = run(GetParam(), "waits", {{"the camera is usable", SIGINT, "\n"}});
+    EXPECT_EQ(result.code, kInterrupted) << result.out;
+    EXPECT_THAT(result.err, HasSubstr("interrupted"));
+    EXPECT_THAT(result.out, Not(HasSubstr("fps = "))) << "what comes after it is not done";
+}
+
+INSTANTIATE_TEST_SUITE_P(Words, CamhostInterrupted,
+                         testing::Values(std::vector<std::string>{"get", "size", "fps"},
+                                         std::vector<std::string>{"set", "fps=15"},
+                                         std::vector<std::string>{"list"},
+                                         std::vector<std::string>{"capabilities"}));
 
 // --- shell --------------------------------------------------------------------------------------
 
@@ -358,9 +408,31 @@ TEST_F(Camhost, ShellCompletesOnATerminal) {
     EXPECT_THAT(result.out, HasSubstr("sample-rate = 16000 Hz"));
 }
 
+TEST_F(Camhost, ShellCompletesValues) {
+    const ProcessResult result = run({"shell"}, "",
+                                     {{"camhost> ", 0, "set fli\tof\t\n"},
+                                      {"camhost> ", 0, "set signal\th264-y\t\n"},
+                                      {"camhost> ", 0, "quit\n"}},
+                                     true);
+    EXPECT_EQ(result.code, kOk) << result.out << result.err;
+    EXPECT_THAT(result.out, HasSubstr("flip=off: sent"));
+    EXPECT_THAT(result.out, HasSubstr("signal-type=h264-yuyv: refused now"));
+}
+
+TEST_F(Camhost, ShellRemembersWhatWasEntered) {
+    EXPECT_EQ(run({"shell"}, "", {{"camhost> ", 0, "get sample-rate\nquit\n"}}, true).code, kOk);
+    EXPECT_EQ(folder_.text_of("state/camhost/history"), "get sample-rate\nquit\n");
+    constexpr const char* kTwoLinesBack = "\x10\x10\n";
+    const ProcessResult again =
+        run({"shell"}, "", {{"camhost> ", 0, kTwoLinesBack}, {"sample-rate = 16000", 0, "quit\n"}},
+            true);
+    EXPECT_EQ(again.code, kOk) << again.out;
+}
+
 TEST_F(Camhost, ShellEndsWhenTheCameraGoes) {
     const ProcessResult result = run({"shell"}, "lost", {{"camhost> ", 0, "start\n"}}, true);
     EXPECT_EQ(result.code, kCameraLost) << result.out;
+    EXPECT_THAT(result.err, HasSubstr("Init's callback reported false; it is disconnected"));
 }
 
 // --- check --------------------------------------------------------------------------------------

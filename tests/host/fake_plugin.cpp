@@ -8,9 +8,13 @@
 //   no-frames       recording starts and delivers nothing
 //   start-fails     StartRecording answers false
 //   lost            the camera goes away 300 ms after the start of recording
+//   lost-later      the camera goes away with the 15th frame of all recordings
+//   waits           the first property or capability that is asked for waits for a line on standard
+//                   input, and until no interrupt is pending any more
 //   call-mode       key frames come as SPS, PPS and IDR
 //   odd-size        gray records of a size that no picture has
 //   refuses         SetProperty answers false for every property
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -97,6 +101,7 @@ class FakeCamera : public ICameraSubject {
     }
 
     bool SetProperty(CAM_PROPERTY property, CAM_PROP_VALUE* value) override {
+        wait_if_asked();
         if (behaves("refuses")) {
             return false;
         }
@@ -122,6 +127,7 @@ class FakeCamera : public ICameraSubject {
         return true;
     }
     bool GetProperty(CAM_PROPERTY property, CAM_PROP_VALUE* value) override {
+        wait_if_asked();
         if (property == CAM_PROPERTY_MIRROR) {
             return false;
         }
@@ -129,7 +135,11 @@ class FakeCamera : public ICameraSubject {
         return true;
     }
     bool GetCapability(CAM_CAPABILITY capability) override {
-        return capability == CAM_CAPABILITY_SIGNAL_TYPE ? !behaves("video-mode") : true;
+        if (capability == CAM_CAPABILITY_SIGNAL_TYPE) {  // the host asks before it is ready
+            return !behaves("video-mode");
+        }
+        wait_if_asked();
+        return true;
     }
     bool SetStreamFormat(CAM_STR_FORMAT) override { return true; }
     const char* Execute(int, const char**) override { return nullptr; }
@@ -138,6 +148,19 @@ class FakeCamera : public ICameraSubject {
     bool PrintStatus() override { return true; }
 
   private:
+    void wait_if_asked() {
+        if (waited_ || !behaves("waits")) {
+            return;
+        }
+        waited_ = true;
+        char line = 0;
+        [[maybe_unused]] const ssize_t got = read(STDIN_FILENO, &line, 1);
+        sigset_t pending;
+        while (sigpending(&pending) == 0 && sigismember(&pending, SIGINT) == 1) {
+            std::this_thread::yield();
+        }
+    }
+
     void end_threads() {
         {
             const std::lock_guard lock(stop_mutex_);
@@ -170,7 +193,8 @@ class FakeCamera : public ICameraSubject {
             if (!behaves("no-frames")) {
                 deliver_frame(frame);
             }
-            if (behaves("lost") && frame == 9) {
+            ++frames_;
+            if ((behaves("lost") && frame == 9) || (behaves("lost-later") && frames_ == 15)) {
                 SetState(CAM_STATE_DISCONNECTED);
                 callback_(false);
                 return;
@@ -226,6 +250,8 @@ class FakeCamera : public ICameraSubject {
     std::mutex stop_mutex_;
     std::condition_variable stopped_;
     bool stop_ = false;
+    bool waited_ = false;
+    std::atomic<int> frames_{0};  ///< of all recordings
     std::atomic<bool> jpeg_triggered_{false};
 };
 

@@ -7,6 +7,7 @@
 #include "host/exit_code.h"
 #include "host/nearest_name.h"
 #include "host/property_catalog.h"
+#include "host/shell_completion.h"
 #include "host/stream.h"
 #include "host/text.h"
 #include "host/virtual_camera.h"
@@ -176,6 +177,41 @@ TEST(Properties, WrongKindsSayWhatIsExpected) {
         EXPECT_NE(usage_error([&] { parse_assignment(text); }).find(expected), std::string::npos)
             << assignment;
     }
+}
+
+TEST(Properties, RangeIsToldOfEveryNumber) {
+    for (const Property& property : property_catalog()) {
+        if (property.kind == ValueKind::kInteger || property.kind == ValueKind::kSize) {
+            EXPECT_STRNE(property.range, "") << property.name;
+        }
+    }
+}
+
+TEST(Properties, ValueWordsAreRead) {
+    for (const Property& property : property_catalog()) {
+        for (const std::string& word : value_words(property)) {
+            EXPECT_EQ(format_value(property, parse_value(property, word)), word) << property.name;
+        }
+    }
+}
+
+TEST(Completion, OffersWhatMayStandThere) {
+    using Words = std::vector<std::string>;
+    const auto offered = [](const std::string& before, const std::string& word) {
+        return completions({"get", "set", "start"}, before, word);
+    };
+    EXPECT_EQ(offered("", "s"), (Words{"set", "start"}));
+    EXPECT_EQ(offered("  ", "g"), (Words{"get"}));
+    EXPECT_EQ(offered("get fps ", "lu"), (Words{"lux"}));
+    EXPECT_EQ(offered("get ", "mirr"), Words{}) << "it cannot be read";
+    EXPECT_EQ(offered("set ", "mirr"), (Words{"mirror="}));
+    EXPECT_EQ(offered("set ", "key"), (Words{"key-frame"})) << "it takes no value";
+    EXPECT_EQ(offered("set ", "lux"), Words{}) << "it can only be read";
+    EXPECT_EQ(offered("set fps=3 ", "mirror=o"), (Words{"mirror=on", "mirror=off"}));
+    EXPECT_EQ(offered("set ", "video-mode="),
+              (Words{"video-mode=h264-h264", "video-mode=h264-mjpeg", "video-mode=h264-jpeg"}));
+    EXPECT_EQ(offered("set ", "bitrate="), Words{});
+    EXPECT_EQ(offered("start ", ""), Words{});
 }
 
 TEST(VirtualCamera, TakesPresetsAndJson) {
