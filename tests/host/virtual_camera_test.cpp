@@ -1,0 +1,114 @@
+// camhost, the plug-in as it is shipped, and the virtual bus, together.
+//
+// The plug-in's waits are shortened by a preloaded library: what is tested is how each start and
+// each loss is told.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include "tests/host/subprocess.h"
+#include "tests/host/temporary_folder.h"
+
+namespace camhost_test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr int kOk = 0;
+constexpr int kNoCamera = 3;
+constexpr int kCameraLost = 4;
+
+class VirtualCamera : public testing::Test {
+  protected:
+    ProcessResult run(const std::vector<std::string>& words,
+                      const std::vector<Interaction>& interactions = {},
+                      bool terminal = false) const {
+        std::vector<std::string> command{getenv("CAMHOST"), words.front(),   "--plugin",
+                                         getenv("PLUGIN"),  "--virtual-bus", getenv("VIRTUAL_BUS")};
+        command.insert(command.end(), words.begin() + 1, words.end());
+        const std::string state = folder_.path() / "state";
+        return run_process(command,
+                           {std::string("LD_PRELOAD=") + getenv("PRELOAD"), "TERM=dumb",
+                            "XDG_STATE_HOME=" + state},
+                           interactions, terminal);
+    }
+
+    ProcessResult record(const std::string& camera, const std::string& duration) const {
+        return run({"record", "--virtual=" + camera, "--duration", duration, "--output",
+                    folder_.path() / "out"});
+    }
+
+    TemporaryFolder folder_;
+};
+
+class UsablePreset : public VirtualCamera, public testing::WithParamInterface<const char*> {};
+
+TEST_P(UsablePreset, IsBroughtUpAndRecords) {
+    const ProcessResult result = record(GetParam(), "500ms");
+    EXPECT_EQ(result.code, kOk) << result.out << result.err;
+    EXPECT_THAT(result.out, HasSubstr("the camera is usable (Init reported true after"));
+    EXPECT_GT(folder_.text_of("out/main.h264").size(), 0U);
+    EXPECT_GT(folder_.text_of("out/audio.wav").size(), 44U) << "more than a header";
+}
+
+INSTANTIATE_TEST_SUITE_P(Presets, UsablePreset, testing::Values("boot", "running", "old-boot"));
+
+class UnusablePreset : public VirtualCamera, public testing::WithParamInterface<const char*> {};
+
+TEST_P(UnusablePreset, IsToldWithTheCallbacksValue) {
+    const ProcessResult result = record(GetParam(), "500ms");
+    EXPECT_EQ(result.code, kNoCamera) << result.out << result.err;
+    EXPECT_THAT(result.err, HasSubstr("Init reported false, it is disconnected"));
+    EXPECT_THAT(result.out, Not(HasSubstr("the camera is usable")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Presets, UnusablePreset, testing::Values("missing", "never-returns"));
+
+TEST_F(VirtualCamera, UnpluggedWhileRecordingIsToldAndWhatCameIsKept) {
+    const ProcessResult result = record("unplug-at-1s", "20s");
+    EXPECT_EQ(result.code, kCameraLost) << result.out << result.err;
+    EXPECT_THAT(result.out,
+                HasSubstr("the camera went away while recording: Init's callback reported false; "
+                          "it is disconnected"));
+    EXPECT_GT(folder_.text_of("out/main.h264").size(), 0U);
+}
+
+TEST_F(VirtualCamera, UnpluggedWhileTheShellIsIdleEndsIt) {
+    // Long enough after the start for the prompt to be there, on a slow machine too.
+    const ProcessResult result = run({"shell", R"(--virtual={"camera": {"identity": "run-time"},
+                         "events": [{"on": {"time_ms": 4000}, "do": "unplug"}]})"},
+                                     {{"camhost> ", 0, "state\n"}}, true);
+    EXPECT_EQ(result.code, kCameraLost) << result.out << result.err;
+    EXPECT_THAT(result.out, HasSubstr("the camera is ready"));
+    EXPECT_THAT(result.err, HasSubstr("the camera went away: Init's callback reported false; it is "
+                                      "disconnected"));
+}
+
+TEST_F(VirtualCamera, TraceShowsTheRequestsOfASetBeforeTheCameraIsPutAway) {
+    const ProcessResult result = run({"set", "--virtual=running", "--trace-usb", "mirror=on"});
+    EXPECT_EQ(result.code, kOk) << result.err;
+    const size_t usable = result.out.find("the camera is usable");
+    const size_t told = result.out.find("mirror=on: sent");
+    const size_t request = result.out.find("MMP 0x02/0x02 set video option 0x00000001");
+    ASSERT_NE(told, std::string::npos) << result.out;
+    ASSERT_NE(request, std::string::npos) << result.out;
+    EXPECT_LT(result.out.find("SET_CONFIGURATION 1"), usable) << "requests of the start";
+    EXPECT_LT(usable, told);
+    EXPECT_LT(told, request);
+}
+
+TEST_F(VirtualCamera, TraceShowsAChangeWhileRecordingAtItsTime) {
+    const ProcessResult result =
+        run({"record", "--virtual=running", "--trace-usb", "--duration", "1s", "--set",
+             "mirror=on@100ms", "--set", "flip=on@600ms", "--output", folder_.path() / "out"});
+    EXPECT_EQ(result.code, kOk) << result.err;
+    const size_t mirror = result.out.find("set video option 0x00000001");
+    ASSERT_NE(mirror, std::string::npos) << result.out;
+    EXPECT_LT(result.out.find("mirror=on: sent"), mirror);
+    EXPECT_LT(mirror, result.out.find("flip=on: sent")) << "printed before the next change";
+    EXPECT_THAT(result.out, HasSubstr("set video option 0x00000003"));
+}
+
+}  // namespace
+}  // namespace camhost_test
