@@ -123,7 +123,8 @@ void attach(const Options& options) {
 
 void add_serve(CLI::App& app, Options& options) {
     auto* serve = app.add_subcommand("serve", "be the camera");
-    serve->add_flag("--usbip", options.usbip, "offer it to hosts over the network (USB/IP)");
+    serve->add_flag("--usbip", options.usbip,
+                    "offer it to hosts over the network (USB/IP); so it is without --vhci, too");
     serve->add_option("--listen", options.listen, "where (default 127.0.0.1:3240)");
     serve->add_flag("--vhci", options.vhci,
                     "attach it to this machine's kernel (root; module vhci-hcd)");
@@ -154,10 +155,9 @@ int run(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
     if (attach_command->parsed()) {
         attach(options);
-    } else if (options.usbip || options.vhci) {
-        serve(options);
     } else {
-        throw std::invalid_argument("serve wants --usbip, --vhci or both");
+        options.usbip = options.usbip || !options.vhci;
+        serve(options);
     }
     return 0;
 }
