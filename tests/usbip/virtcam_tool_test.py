@@ -78,7 +78,7 @@ class Serving(unittest.TestCase):
             status = Path(folder, "status.json")
             process, _ = self.serve("--usbip", "--runtime", "--status", str(status))
             self.end(process, signal.SIGTERM)
-            self.assertEqual(json.loads(status.read_text())["camera"]["identity"], "run-time")
+            self.assertEqual(json.loads(status.read_text())["identity"], "run-time")
 
 
 class Refusing(unittest.TestCase):
