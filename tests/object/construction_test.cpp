@@ -38,6 +38,9 @@ TEST_F(Construction, CreateSaysWhatItFinds) {
     EXPECT_EQ(camera_->GetCamDataType(), "");
     EXPECT_EQ(g_pCamera, object_);
     EXPECT_NE(g_pData, nullptr);
+    const auto* data = reinterpret_cast<const char*>(g_pData);
+    const auto* object = reinterpret_cast<const char*>(object_);
+    EXPECT_TRUE(data >= object && data < object + sizeof *object_);
     for (const auto& list : camera_->m_pObserverList) {
         EXPECT_TRUE(list.empty());
     }
@@ -168,6 +171,8 @@ INSTANTIATE_TEST_SUITE_P(
                       PlatformCase{"T-XXX11", 4, "We can not support TV \r\n", false, false},
                       PlatformCase{"T-XXP13", 1, "TV platform is TENCH_P \r\n", false, false},
                       PlatformCase{"T-GFSXX", 1, "TV platform is SHADS \r\n", true, true},
+                      PlatformCase{"T-GF14X", 1, "TV platform is ROACH \r\n", true, true},
+                      PlatformCase{"T-GFS1X", 1, "TV platform is SHADS \r\n", true, true},
                       PlatformCase{"T-GFPXX", 1, "TV platform is SHADP \r\n", true, true},
                       PlatformCase{"T-GFXXX", 4, "We can not support TV \r\n", false, false},
                       PlatformCase{"T-GF1XX", 4, "We can not support TV \r\n", false, false},

@@ -30,10 +30,47 @@ TEST_F(Initialisation, BringsACameraWithoutFirmwareUp) {
 
 TEST_F(Initialisation, AReadyCameraRefusesAnother) {
     Ready();
-    camera_->Init(InitAnswers::Callback, 0);
+    camera_->Init(InitAnswers::Callback, 0xBEEF);
     EXPECT_LOG_COUNT(1, "Already Initialization started.. \n", 1);
     EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
     EXPECT_EQ(InitAnswers::instance().All().size(), 1u);
+    EXPECT_NO_LOG(4, "Exit device mointer trhead.\r\n");  // the loader stays
+    EXPECT_NO_LOG(4, "CCameraFwLoader::Run()\r\n");
+}
+
+TEST_F(Initialisation, EveryStateButReadyTakesAnother) {
+    virtbus::unplug();
+    Create();
+    for (int state = 0; state < 16; ++state) {
+        camera_->SetState(static_cast<CAM_STATE>(state));
+        log().reset();
+        const size_t before = InitAnswers::instance().All().size();
+        clock().on_sleep([&](const SleepCall&) { EXPECT_EQ(camera_->m_State, state); });
+        camera_->Init(InitAnswers::Callback, 0);
+        EXPECT_EQ(log().has(1, "Already Initialization started.. \n"), state == CAM_STATE_READY);
+        if (state != CAM_STATE_READY) {
+            ASSERT_TRUE(InitAnswers::instance().Wait(before + 1)) << state;
+            EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
+        }
+        clock().on_sleep(nullptr);
+    }
+}
+
+std::atomic<int> g_StateAtTheAnswer{-1};
+
+TEST_F(Initialisation, TheStateIsSetBeforeTheAnswer) {
+    const InitDoneCallback look = [](bool usable) {
+        g_StateAtTheAnswer = g_pCamera->m_State.load();
+        InitAnswers::Callback(usable);
+    };
+    Create();
+    camera_->Init(look, 0);
+    ASSERT_TRUE(InitAnswers::instance().Wait(1));
+    EXPECT_EQ(g_StateAtTheAnswer, CAM_STATE_READY);
+    ExpectUnusualRelease();
+    CAitOrixCamera::CamInitDoneCallback(CAMERA_LOAD_FW_FAILED, camera_);
+    EXPECT_EQ(g_StateAtTheAnswer, CAM_STATE_DISCONNECTED);
+    camera_->SetState(CAM_STATE_READY);
 }
 
 TEST_F(Initialisation, AMissingCameraAnswersFalse) {
@@ -197,6 +234,16 @@ TEST_F(Initialisation, TwiceBeforeTheFirstHasFinished) {
     const auto answers = InitAnswers::instance().All();
     EXPECT_LE(answers.size(), 2u);
     EXPECT_FALSE(answers[0]);
+    // The first loader says nothing more once the second has begun.
+    std::vector<std::thread::id> loaders;
+    for (const LogLine& line : log().lines()) {
+        if (line.text == "CCameraFwLoader::Run()\r\n") {
+            loaders.push_back(line.thread);
+        } else if (loaders.size() == 2 && loaders[0] != loaders[1]) {
+            EXPECT_NE(line.thread, loaders[0]) << line;
+        }
+    }
+    EXPECT_EQ(loaders.size(), 2u);
 }
 
 TEST_F(Initialisation, DestructionDuringTheSearchDoesNotCallBack) {

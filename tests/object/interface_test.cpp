@@ -234,6 +234,8 @@ TEST(InterfaceNumbers, AreWordsOf32Bits) {
     EXPECT_EQ(sizeof(CAM_STR_FORMAT), 4u);
     EXPECT_EQ(sizeof(CAM_SIGNAL_TYPE), 4u);
     EXPECT_EQ(sizeof(CAM_VIDEO_MODE), 4u);
+    EXPECT_EQ(sizeof(TV_MODE), 4u);
+    EXPECT_EQ(sizeof(PLATFORM), 4u);
 }
 
 // --- records -------------------------------------------------------------------------------------
@@ -270,6 +272,17 @@ TEST(InterfaceRecords, CropAreaIsTwelveBytes) {
     EXPECT_EQ(OffsetIn(zoom, zoom.m_ZoomAreaTop), 4u);
     EXPECT_EQ(OffsetIn(zoom, zoom.m_ZoomAreaLeft), 8u);
     EXPECT_EQ(sizeof zoom, 12u);
+}
+
+class BareObserver : public ICameraObserver {
+  public:
+    bool Update(const CCameraData*) override { return true; }
+};
+
+TEST(InterfaceRecords, FieldsOfAnObserver) {
+    const BareObserver observer;
+    EXPECT_EQ(OffsetIn(observer, observer.m_pSubjectRegistered), sizeof(void*));
+    EXPECT_EQ(OffsetIn(observer, observer.m_StreamType), 2 * sizeof(void*));
 }
 
 class BareSubject : public ICameraSubject {

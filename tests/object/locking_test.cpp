@@ -195,6 +195,26 @@ TEST_F(Locking, RegistrationHoldsTheObserverLock) {
     EXPECT_TRUE(camera_->StopRecording());
 }
 
+TEST_F(Locking, SoundObserversAreListedUnderBothObserverLocks) {
+    Create();
+    RecordingObserver sound(CAM_STREAM_PCM);
+    for (const bool add : {true, false}) {
+        std::thread caller;
+        {
+            pMutexLock audio(m_audio_observer_lock);
+            log().reset();
+            caller = std::thread([&] {
+                EXPECT_TRUE(add ? camera_->RegisterObserver(&sound)
+                                : camera_->RemoveObserver(&sound));
+            });
+            EXPECT_TRUE(log().wait_for(4, "CAM_STREAM_PCM\r\n", kLimit));
+            // It waits for the second lock with the first one held.
+            EXPECT_FALSE(virtbus::wait_until([] { return IsFree(m_observer_lock); }, 100ms));
+        }
+        caller.join();
+    }
+}
+
 TEST_F(Locking, CapabilitiesAndFormatNeedNone) {
     Create();
     pMutexLock start_stop(m_start_stop_preview_lock), control(m_video_ctrl_lock),

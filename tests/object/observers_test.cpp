@@ -249,7 +249,8 @@ TEST_F(Observers, TheCropAreaIsLatchedWhenTheFlagChanges) {
     RecordingObserver nv12(CAM_STREAM_NV12);
     camera_->RegisterObserver(&gray);
     camera_->RegisterObserver(&nv12);
-    CCamZoomParameters zoom = {};
+    CCamZoomParameters zoom;
+    std::memset(&zoom, 0xEE, sizeof zoom);
     log().reset();
     Arrive(CAM_STREAM_GRAY, bytes_, 4, 0, &zoom);  // 0xFFFF differs from 0
     EXPECT_LOG_COUNT(5, "Croped image, PosX=0, PosY=0, Flag=0\r\n", 1);
@@ -257,8 +258,10 @@ TEST_F(Observers, TheCropAreaIsLatchedWhenTheFlagChanges) {
     EXPECT_EQ(gray.cts_, 0u);
 
     SetPair(CAM_PROPERTY_CROP_GRAY, 0x1234, -1);
+    std::memset(&zoom, 0xEE, sizeof zoom);
     Arrive(CAM_STREAM_GRAY, bytes_, 4, 0, &zoom);
     EXPECT_EQ(gray.zoom_.m_ZoomAreaLeft, 0);
+    EXPECT_EQ(gray.zoom_.m_ZoomAreaTop, 0);
     EXPECT_EQ(log().count_containing("Croped image"), 1u);
 
     Arrive(CAM_STREAM_NV12, bytes_, 4, 1, &zoom);

@@ -1,5 +1,6 @@
 // Recording control: what reaches the camera, in order, and how each start and stop ends.
 #include "tests/object/CameraTest.h"
+#include "tests/object/ObjectFields.h"
 
 namespace test {
 namespace {
@@ -53,6 +54,11 @@ class Recording : public CameraTest {
             }
         }
         return sent;
+    }
+    void ExpectTheVideoThreadToEndWithTheObject() {
+        EXPECT_NO_LOG(4, "Exit VideoCapture thread.\r\n");
+        Destroy();
+        EXPECT_LOG_COUNT(4, "Exit VideoCapture thread.\r\n", 1);
     }
     static void Append(Sequence& to, const Sequence& more) {
         to.insert(to.end(), more.begin(), more.end());
@@ -224,7 +230,7 @@ TEST_F(Recording, StopWhileDisconnectedLeavesTheVideo) {
     EXPECT_LOG(4, "UAC_DisableAudioStream-\r\n");
     EXPECT_NO_LOG(4, "CAitOrixCamera:: stop video capture thread \r\n");
     EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
-    // The destruction takes care of the thread that is left.
+    ExpectTheVideoThreadToEndWithTheObject();
 }
 
 // --- selection of streams
@@ -258,22 +264,7 @@ TEST_F(Recording, EverySignalType) {
     }
 }
 
-/// Selections that SetProperty never lets through, although the start knows what to do with them:
-/// an explicit instantiation may name the private members that hold them.
-template <typename Tag, typename Tag::Member member>
-struct Opener {
-    friend typename Tag::Member MemberOf(Tag) { return member; }
-};
-struct SignalTypeTag {
-    typedef CAM_SIGNAL_TYPE CAitOrixCamera::*Member;
-    friend Member MemberOf(SignalTypeTag);
-};
-struct VideoModeTag {
-    typedef CAM_VIDEO_MODE CAitOrixCamera::*Member;
-    friend Member MemberOf(VideoModeTag);
-};
-template struct Opener<SignalTypeTag, &CAitOrixCamera::m_SignalType>;
-template struct Opener<VideoModeTag, &CAitOrixCamera::m_videomode>;
+// Selections that SetProperty never lets through, although the start knows what to do with them.
 
 TEST_F(Recording, SignalTypesThatAreNeverSet) {
     const SignalCase cases[] = {
@@ -324,6 +315,26 @@ TEST_F(Recording, EachPlatformBeginsWithItsOwnCombination) {
     }
 }
 
+TEST_F(Recording, AnUnknownVideoModeKeepsTheCallMode) {
+    SetPlatform(kTenchS);  // call mode with its first combination
+    Playing();
+    EXPECT_TRUE(camera_->StopRecording());
+    object_->*MemberOf(VideoModeTag()) = CAM_VIDEO_H264_YUV;
+    object_->SetVideoOption(0x01);
+    Forget();
+    ASSERT_TRUE(camera_->StartRecording());
+    EXPECT_EQ(Sent().at(2), Mmp({0x02, 0x02, 0x30}));
+    EXPECT_TRUE(camera_->StopRecording());
+}
+
+TEST_F(Recording, WithNeitherWayOfSelectionNothingIsSelected) {
+    Ready();
+    object_->*MemberOf(TvModeTag()) = static_cast<TV_MODE>(2);
+    ASSERT_TRUE(camera_->StartRecording());
+    EXPECT_EQ(Sent().at(0), Isp({13, 0}));
+    EXPECT_TRUE(camera_->StopRecording());
+}
+
 struct ModeCase {
     const char* platform;
     int mode;
@@ -331,6 +342,28 @@ struct ModeCase {
     int code;  // -1: none sent
     const char* text;
     bool callMode;
+};
+
+constexpr int kSps = 7, kPps = 8;  // H.264, table 7-1
+
+/// Types of the NAL units that begin the first two records of the main stream.
+struct FirstUnits : ICameraObserver {
+    FirstUnits() { m_StreamType = CAM_STREAM_H264_MAIN; }
+    bool Update(const CCameraData* data) override {
+        std::lock_guard lock(mutex);
+        if (types.size() < 2) {
+            types.push_back(static_cast<const uint8_t*>(data->m_pData)[4] & 0x1F);
+        }
+        changed.notify_all();
+        return true;
+    }
+    bool WaitForTwo() {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, kLimit, [&] { return types.size() == 2; });
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<int> types;
 };
 
 class VideoModes : public Recording, public ::testing::WithParamInterface<ModeCase> {};
@@ -342,6 +375,8 @@ TEST_P(VideoModes, SelectCombinationAndMirrors) {
     Set(CAM_PROPERTY_VIDEO_MODE, GetParam().mode);
     // Bits of the word before: mirror, flip and both local mirrors.
     ASSERT_GE(object_->SetVideoOption(0x80000033), 0);
+    FirstUnits units;
+    camera_->RegisterObserver(&units);
     Forget();
     ASSERT_TRUE(camera_->StartRecording());
     EXPECT_LOG_COUNT(4, GetParam().text, 1);
@@ -360,12 +395,12 @@ TEST_P(VideoModes, SelectCombinationAndMirrors) {
     EXPECT_EQ(Sequence(sent.begin(), sent.begin() + static_cast<long>(expected.size())), expected);
     EXPECT_EQ(log().has(4, "Set TMK signal type = 0x07 \r\n"), GetParam().code == 7);
 
-    // In call mode a key frame comes in three records.
-    RecordingObserver main(CAM_STREAM_H264_MAIN);
-    camera_->RegisterObserver(&main);
-    ASSERT_TRUE(main.WaitFor(3));
+    // In call mode a key frame comes in three records: the parameter sets travel alone.
+    ASSERT_TRUE(units.WaitForTwo());
     camera_->StopRecording();
-    camera_->RemoveObserver(&main);
+    camera_->RemoveObserver(&units);
+    EXPECT_EQ(units.types[0], kSps);
+    EXPECT_EQ(units.types[1] == kPps, GetParam().callMode);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -499,7 +534,29 @@ TEST_F(Recording, ALossInTheMiddleOfAStartEndsIt) {
     EXPECT_LOG_COUNT(4, "*********** Start Audio Capture Thread*************\r\n", 1);
     EXPECT_LOG_COUNT(4, "CAitOrixCamera::StartRecording, Can't open video device , break\r\n", 1);
     EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
-    // The destruction takes care of the thread that is left.
+    ExpectTheVideoThreadToEndWithTheObject();
+}
+
+TEST_F(Recording, SoundThatStillRunsIsLeftAlone) {
+    Playing();
+    camera_->SetState(CAM_STATE_READY);  // as a host may
+    Forget();
+    EXPECT_TRUE(camera_->StartRecording());
+    EXPECT_NO_LOG(4, "*********** Start Audio Capture Thread*************\r\n");
+    EXPECT_NO_LOG(4, "Exit Audio capture thread.\r\n");
+    EXPECT_LOG_COUNT(4, "Exit VideoCapture thread.\r\n", 1);
+    const auto sent = Sent();
+    EXPECT_EQ(sent.at(sent.size() - 2), Sound().back());  // the volume, before the light
+    EXPECT_TRUE(camera_->StopRecording());
+}
+
+TEST_F(Recording, TheRateOfTheStreamIsAlwaysThirty) {
+    Ready();
+    Set(CAM_PROPERTY_FRAMERATE, 24);
+    SetPair(CAM_PROPERTY_DIMENSION, -1, 720);
+    FailControl({{"value", 0x0200}, {"index", 0x0001}}, {{"return", "LIBUSB_ERROR_PIPE"}});
+    EXPECT_FALSE(camera_->StartRecording());
+    EXPECT_LOG_COUNT(1, "Failed to config device. W=-1,H=720,Fmt=0,Fps=30\r\n", 1);
 }
 
 TEST_F(Recording, AStartAfterSuchAStartTakesANewVideoThread) {
@@ -509,6 +566,7 @@ TEST_F(Recording, AStartAfterSuchAStartTakesANewVideoThread) {
     RecordingObserver main(CAM_STREAM_H264_MAIN);
     camera_->RegisterObserver(&main);
     EXPECT_TRUE(camera_->StartRecording());
+    EXPECT_LOG_COUNT(4, "Exit VideoCapture thread.\r\n", 1);
     EXPECT_TRUE(main.WaitFor(3));
     EXPECT_TRUE(camera_->StopRecording());
     camera_->RemoveObserver(&main);

@@ -187,9 +187,29 @@ TEST_F(AudioCapture, APointerWithoutDataIsNotReturned) {
 
 TEST_F(AudioCapture, DataWithoutAPointerIsSkipped) {
     null_data_ = true;
-    Run({960, 960});
+    Run({960, 5000});
     EXPECT_TRUE(blocks_.empty());
+    EXPECT_LOG_COUNT(3, "Audio buffer : 4096 overflow !!!! \r\n", 1);
     EXPECT_EQ(returned_, 0);
+}
+
+TEST_F(AudioCapture, WhatCameWithTheStopIsDelivered) {
+    struct Stoppable : CAudioCaptureThread {
+        using CAudioCaptureThread::CAudioCaptureThread;
+        using pThread::Shutdown;
+    } thread(&capture_, &subject_);
+    std::vector<unsigned char> data(960);
+    EXPECT_CALL(capture_, GetBuf).WillOnce([&](unsigned char** buf, unsigned* len) {
+        thread.Shutdown = true;
+        *buf = data.data();
+        *len = 960;
+        return 960;
+    });
+    thread.Start("audio");
+    ASSERT_TRUE(log().wait_for(4, "Exit Audio capture thread.\r\n", 20s));
+    thread.Stop();
+    EXPECT_EQ(blocks_.size(), 1u);
+    EXPECT_EQ(returned_, 1);
 }
 
 TEST_F(AudioCapture, ARefusedPriorityIsLogged) {
