@@ -202,12 +202,16 @@ TEST_F(ServerTest, ResetReplacesTheCamera) {
 TEST_F(ServerTest, RulesStrikeOverTheWire) {
     EXPECT_EQ(command(R"(fault {"on": {"control": {"request": 6}}, "nth": 1, "do": "stall"})"),
               "ok");
+    EXPECT_EQ(command(R"(fault {"on": {"control": {"request": 7}}, "do": "stall"})"), "ok");
+    EXPECT_EQ(command("strikes"), "[0,0]");
     const auto client = import();
     client->send(control_submit(1, kGetDeviceDescriptor));
     EXPECT_EQ(client->reply().status, -EPIPE);
     client->send(control_submit(2, kGetDeviceDescriptor));
     EXPECT_EQ(client->reply().status, 0);
+    EXPECT_EQ(command("strikes"), "[1,0]");
     EXPECT_EQ(command("no-faults"), "ok");
+    EXPECT_EQ(command("strikes"), "[]");
 }
 
 TEST_F(ServerTest, FrozenConnectionSaysNothingAndThenCloses) {

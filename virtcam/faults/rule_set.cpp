@@ -69,7 +69,18 @@ void RuleSet::add(const nlohmann::json& rules) {
 
 bool RuleSet::strikes(Entry& entry) {
     ++entry.matches;
-    return entry.matches >= entry.rule.first && entry.matches - entry.rule.first < entry.rule.count;
+    const bool strikes =
+        entry.matches >= entry.rule.first && entry.matches - entry.rule.first < entry.rule.count;
+    entry.struck += strikes ? 1 : 0;
+    return strikes;
+}
+
+std::vector<uint64_t> RuleSet::strike_counts() const {
+    std::vector<uint64_t> counts;
+    for (const Entry& entry : entries_) {
+        counts.push_back(entry.struck);
+    }
+    return counts;
 }
 
 Action RuleSet::on_call(std::string_view name, std::optional<int> argument) {
@@ -114,6 +125,7 @@ std::vector<DeviceAction> RuleSet::take_due(std::chrono::milliseconds elapsed) {
         const auto* time = std::get_if<TimeSelector>(&entry.rule.on);
         if (time != nullptr && entry.matches == 0 && time->at <= elapsed) {
             entry.matches = 1;
+            entry.struck = 1;
             const auto& actions = entry.rule.action.device;
             due.insert(due.end(), actions.begin(), actions.end());
         }

@@ -25,6 +25,8 @@ class RuleSet {
     void add(const nlohmann::json& rules);
     void clear() { entries_.clear(); }
     bool empty() const { return entries_.empty(); }
+    /// How often each rule has struck so far, in the order in which they were added.
+    std::vector<uint64_t> strike_counts() const;
 
     Action on_call(std::string_view name, std::optional<int> argument);
     Action on_control(const virtcam::Setup& setup, std::span<const uint8_t> out);
@@ -39,6 +41,7 @@ class RuleSet {
     struct Entry {
         Rule rule;
         uint64_t matches = 0;
+        uint64_t struck = 0;
     };
 
     static bool strikes(Entry& entry);

@@ -24,6 +24,9 @@ std::string execute(std::string_view name, std::string_view rest, Bench& bench, 
     if (name == "status") {
         return bench.status().dump();
     }
+    if (name == "strikes") {
+        return json(bench.rules().strike_counts()).dump();
+    }
     if (name == "plug") {
         bench.run(virtfaults::DeviceAction::kPlug);
     } else if (name == "unplug") {
