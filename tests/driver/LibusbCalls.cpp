@@ -22,6 +22,7 @@ struct LibusbCalls::State {
     std::vector<long> event_timeouts;
     std::optional<int> product;
     std::optional<libusb_version> version;
+    std::function<void()> on_alternate_setting;
 };
 
 namespace {
@@ -47,6 +48,7 @@ void LibusbCalls::reset() {
     state().event_timeouts.clear();
     state().product.reset();
     state().version.reset();
+    state().on_alternate_setting = nullptr;
 }
 
 std::vector<std::pair<int, int>> LibusbCalls::opens() const {
@@ -72,6 +74,11 @@ std::vector<long> LibusbCalls::event_timeouts() const {
 void LibusbCalls::set_product(int product) {
     std::lock_guard lock(state().mutex);
     state().product = product;
+}
+
+void LibusbCalls::on_alternate_setting(std::function<void()> hook) {
+    std::lock_guard lock(state().mutex);
+    state().on_alternate_setting = std::move(hook);
 }
 
 void LibusbCalls::set_version(int major, int minor, int micro) {
@@ -129,9 +136,14 @@ int __wrap_libusb_submit_transfer(libusb_transfer* transfer) {
 int __wrap_libusb_set_interface_alt_setting(libusb_device_handle* handle, int interface,
                                             int setting) {
     auto& state = test::LibusbCalls::state();
+    std::function<void()> hook;
     {
         std::lock_guard lock(state.mutex);
         state.alternate_settings.emplace_back(interface, setting);
+        hook = state.on_alternate_setting;
+    }
+    if (hook) {
+        hook();
     }
     return __real_libusb_set_interface_alt_setting(handle, interface, setting);
 }

@@ -5,6 +5,7 @@
 #include <libusb-1.0/libusb.h>
 #include <stdint.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -37,6 +38,9 @@ class LibusbCalls {
     void set_product(int product);
     /// libusb says that it is 1.0.`micro`.
     void set_version(int major, int minor, int micro);
+
+    /// Called before each alternate-setting call, on its thread.
+    void on_alternate_setting(std::function<void()> hook);
 
     // For the wrappers.
     struct State;

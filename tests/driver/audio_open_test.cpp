@@ -1,5 +1,6 @@
 // Opening and closing the camera for audio.
 #include <future>
+#include <thread>
 
 #include "LibusbWrap.h"
 #include "tests/driver/AudioEngineTest.h"
@@ -124,6 +125,21 @@ TEST_F(UacOpen, WaitsForTheDeviceLock) {
         EXPECT_FALSE(virtbus::wait_until([] { return !virtbus::call_log().empty(); }, 20ms));
     }
     EXPECT_EQ(init.get(), 0);
+    ExpectUnusualRelease();
+}
+
+TEST_F(UacOpen, HoldsTheDeviceLockToItsEnd) {
+    bool held = false;
+    usb().on_alternate_setting([&] {
+        std::thread([&] {
+            held = pthread_mutex_trylock(m_libusb_ctrl_lock.Get()) != 0;
+            if (!held) {
+                m_libusb_ctrl_lock.Release();
+            }
+        }).join();
+    });
+    EXPECT_EQ(m_Engine->Init(kVendor, kProduct), 0);
+    EXPECT_TRUE(held);
     ExpectUnusualRelease();
 }
 

@@ -143,6 +143,19 @@ TEST_F(VideoThread, DestructionWithARunningStreamLeavesNothing) {
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 3u);
 }
 
+TEST_F(VideoThread, TheEngineStopsItsThreadItself) {
+    m_Engine.reset();  // it has the interfaces
+    auto engine = std::make_unique<CAIT_CAM_LIB>();
+    engine->Init(kVendor, kProduct);
+    ASSERT_EQ(engine->EnableStream(4, 4, 30), 0);
+    Forget();
+    engine.reset();
+    const std::string begin = "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n";
+    const std::string end = "CAIT_CAM_LIB::~CAIT_CAM_LIB()-\r\n";
+    EXPECT_EQ(OwnLines(Log(), {begin, kThreadEnd.second, end}),
+              (std::vector<Logged>{{4, begin}, kThreadEnd, {4, end}}));
+}
+
 TEST_F(VideoThread, RestartsManyTimes) {
     for (int i = 0; i < 10; ++i) {
         ASSERT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
@@ -325,6 +338,34 @@ TEST_F(VideoCapture, ResetUsesTheArgumentsOfTheLastConfiguration) {
     EXPECT_EQ(virtbus::pending(0x81), 3u);
     virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
     EXPECT_FALSE(m_Capture->ResetStream());
+}
+
+struct CountingVideo : AitUvcCapture {
+    using AitUvcCapture::AitUvcCapture;
+    void UnConfigureDev() override {
+        ++unconfigured;
+        AitUvcCapture::UnConfigureDev();
+    }
+    int unconfigured = 0;
+};
+
+TEST_F(VideoCapture, EveryConfigurationUnconfiguresThroughTheTable) {
+    CountingVideo capture(kVendor, kProduct);
+    ASSERT_TRUE(capture.ConfigureDev(1280, 720, 0, 30));
+    EXPECT_EQ(capture.unconfigured, 1);
+    ASSERT_TRUE(capture.ResetStream());
+    EXPECT_EQ(capture.unconfigured, 3);  // its own and the configuration's
+}
+
+TEST_F(VideoCapture, AStreamWhoseLastTransferIsRefusedHasNoThread) {
+    Open();
+    virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 3));
+    EXPECT_FALSE(m_Capture->ConfigureDev(1280, 720, 0, 30));
+    EXPECT_EQ(system_calls().setpriority_calls, 0);
+    EXPECT_EQ(virtbus::pending(0x81), 2u);
+    EXPECT_TRUE(m_Capture->ConfigureDev(1280, 720, 0, 30));  // reaped without an event thread
+    EXPECT_EQ(virtbus::pending(0x81), 3u);
+    EXPECT_TRUE(log().texts(1).empty());
 }
 
 TEST_F(VideoCapture, LendsFramesWithoutCopy) {
@@ -550,6 +591,28 @@ TEST_F(AudioCapture, SecondConfigurationStopsTheFirst) {
     EXPECT_LOG_COUNT(4, "UAC_DisableAudioStream+\r\n", 2);
     ASSERT_TRUE(m_Capture->ConfigureDev(2, 16000, 0));
     EXPECT_LOG_COUNT(4, "UAC_DisableAudioStream+\r\n", 2);
+}
+
+struct CountingAudio : CAudioCapture {
+    using CAudioCapture::CAudioCapture;
+    void UnConfigureDev() override {
+        ++unconfigured;
+        CAudioCapture::UnConfigureDev();
+    }
+    int unconfigured = 0;
+};
+
+TEST_F(AudioCapture, OnlyARunningConfigurationIsUnconfiguredThroughTheTable) {
+    ExpectComplaint("libusb_release_interface: interface 1 was not claimed");
+    ExpectComplaint("libusb_close: claimed and not released: interface 2, 3");
+    CountingAudio capture(kVendor, kProduct);
+    ASSERT_TRUE(capture.ConfigureDev(2, 16000, 0));
+    EXPECT_EQ(capture.unconfigured, 0);
+    ASSERT_TRUE(capture.ConfigureDev(2, 16000, 0));
+    EXPECT_EQ(capture.unconfigured, 1);
+    capture.CAudioCapture::UnConfigureDev();
+    ASSERT_TRUE(capture.ConfigureDev(2, 16000, 0));
+    EXPECT_EQ(capture.unconfigured, 1);
 }
 
 TEST_F(AudioCapture, FailedConfigurationIsReported) {

@@ -1,4 +1,5 @@
 // The diagnostic printer: what reaches standard output, byte by byte, and the level test.
+#include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -101,12 +102,15 @@ TEST_F(DebugLog, MacroPassesFunctionAndLevelAndEvaluatesNothingBelowIt) {
     AIT_LOG(4, "%d", ++evaluated);
     EXPECT_EQ(evaluated, 0);
     EXPECT_TRUE(log().lines().empty());
+    const int here = __LINE__ + 1;
     AIT_LOG(3, "%d", ++evaluated);
     EXPECT_EQ(evaluated, 1);
     ASSERT_EQ(log().lines().size(), 1u);
     EXPECT_EQ(log().lines()[0].level, 3u);
     EXPECT_EQ(log().lines()[0].function, "TestBody");
     EXPECT_EQ(log().lines()[0].text, "1");
+    EXPECT_EQ(log().lines()[0].module, 0u);
+    EXPECT_EQ(log().lines()[0].source_line, here);
 }
 
 TEST_F(DebugLog, InitWithoutAPathOpensNothing) {
@@ -150,7 +154,9 @@ TEST_F(DebugLog, InitWithoutAPathReturnsTheClosedHandleAndForgetsIt) {
     FILE* file = PrintDebuggingInit(m_Path.c_str());
     ASSERT_NE(file, nullptr);
     const auto value = reinterpret_cast<uintptr_t>(file);
+    const int descriptor = fileno(file);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(PrintDebuggingInit(nullptr)), value);
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
     EXPECT_EQ(PrintDebuggingInit(nullptr), nullptr);  // a second close would be one too many
     PrintDebuggingClose();
 }

@@ -179,6 +179,7 @@ TEST_F(Threads, StartRaisesThePriorityOfItsCaller) {
     EXPECT_EQ(system_calls().last_priority, -19);
     EXPECT_EQ(system_calls().last_priority_which, PRIO_PROCESS);
     EXPECT_EQ(system_calls().last_priority_who, syscall(SYS_gettid));
+    EXPECT_EQ(system_calls().setpriority_calls_at_create, 1);  // the new thread inherits it
     thread.Stop();
     EXPECT_EQ(system_calls().setpriority_calls, 1);
 }
@@ -242,6 +243,46 @@ TEST_F(Threads, BaseDestructorJoinsAsALastResort) {
         std::this_thread::yield();
     }
     delete second;  // joined, or the sanitizers report a leaked thread
+}
+
+/// Leaves the stop to the base class and never ends by itself.
+class PollsUntilShutdown : public pThread {
+  public:
+    explicit PollsUntilShutdown(Said<bool>& said) : pThread(false, -1), m_Said(said) {}
+    void Run() override {
+        m_Said.Say(true);
+        while (!Shutdown) {
+            std::this_thread::yield();
+        }
+    }
+
+  private:
+    Said<bool>& m_Said;
+};
+
+TEST_F(Threads, BaseDestructorAsksBeforeItJoins) {
+    Said<bool> said;
+    auto gone = std::async(std::launch::async, [&] {
+        PollsUntilShutdown thread(said);
+        thread.Start(nullptr);
+        said.Hear();
+    });
+    EXPECT_EQ(gone.wait_for(kLimit), std::future_status::ready);
+}
+
+TEST_F(Threads, AStoppedThreadHasNoIdAndStartsOnce) {
+    std::atomic<int> runs{0};
+    ThreadProbe thread([&](ThreadProbe& self) {
+        ++runs;
+        RunUntilShutdown(self);
+    });
+    thread.Start(nullptr);
+    thread.Stop();
+    EXPECT_EQ(thread.thread_id, pthread_t{0});
+    thread.Start(nullptr);
+    thread.Start(nullptr);  // a stale sign of its end would wait for the running one for ever
+    thread.Stop();
+    EXPECT_EQ(runs, 2);
 }
 
 TEST_F(Threads, AnObjectMayBeDestroyedInsideItsOwnRun) {

@@ -193,21 +193,24 @@ TEST_F(UvcReassembly, PayloadOfOneByteHasNoFlags) {
     Deliver(Payload(kFid | kEof));
     Deliver(Payload(kFid | kEof));
     ForgetLog();
-    Deliver({12});  // flags count as 0, another frame ID: a boundary
-    EXPECT_TRUE(Log().empty());
+    Deliver({16});  // flags count as 0, another frame ID: a boundary
+    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UVC Payload Header Length = 16\n"},
+                                          {4, "Dropping payload (error bit set).\n"}}));
+    ForgetLog();
     Deliver({16});
     EXPECT_TRUE(Log().empty());
     EXPECT_EQ(InFlight(), 3u);
 }
 
 TEST_F(UvcReassembly, EmptyTransfersChangeNothing) {
-    Deliver(Payload(0, Pattern(10)));
-    Deliver({});
+    Deliver(Payload(kFid | kEof));
+    Deliver(Payload(kFid, Pattern(10)));
+    Deliver({});  // no flags either: with flags of 0 it would be a boundary
     Deliver({});
     EXPECT_EQ(Queued(), 0u);
     EXPECT_EQ(InFlight(), 3u);
     EXPECT_TRUE(Log().empty());
-    DeliverEnd(0);
+    DeliverEnd(kFid);
     EXPECT_EQ(Take(), Pattern(10));
 }
 
@@ -420,6 +423,42 @@ TEST_F(UvcReassembly, AllTransfersLostLeavesTheConsumerWithNothing) {
     unsigned int length = 0;
     ExpireWaits();
     EXPECT_EQ(m_Engine->DequeFrameBuf(&data, &length), 0u);
+}
+
+TEST_F(UvcReassembly, OnceTheStreamHasEndedNobodyWaitsForABuffer) {
+    ExpireWaits();
+    clock().set_wall_clock({{70, 0}});
+    FillQueue(5);
+    m_Engine->IsStreaming = false;
+    DeliverEnd(m_Fid);
+    EXPECT_EQ(timed_wait_deadlines().back().tv_nsec, 0);
+    m_Engine->IsStreaming = true;
+}
+
+TEST_F(UvcReassembly, StopWakesAnEngineThatWaitsForABuffer) {
+    FillQueue(4);
+    Deliver(Payload(m_Fid, {5}));
+    clock().set_wall_clock({{4102444800, 0}});  // a wait that never times out
+    virtbus::push_bulk(TransferStatus::kCompleted, Payload(static_cast<uint8_t>(m_Fid | kEof)));
+    auto round = std::async(std::launch::async, [&] { m_Engine->handle_libusb_event(); });
+    while (m_Engine->Queue()->GetNumWaiters() == 0) {
+        std::this_thread::yield();
+    }
+    auto stop = std::async(std::launch::async, [&] { return m_Engine->UVC_DisableVideoStream(); });
+    const bool ended = stop.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    if (!ended) {
+        m_Engine->Queue()->WakeWait();
+    }
+    EXPECT_TRUE(ended);
+    stop.get();
+    round.get();
+}
+
+TEST_F(UvcReassembly, ReadIntoNothingConsumesTheFrame) {
+    Deliver(Payload(0, {1}));
+    DeliverEnd(0);
+    EXPECT_EQ(m_Engine->ReadFrame(nullptr, 0), 0u);
+    EXPECT_EQ(Queued(), 0u);
 }
 
 TEST_F(UvcReassembly, CompletionAfterTheStreamHasEndedIsNotResubmitted) {

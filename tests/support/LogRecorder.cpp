@@ -104,8 +104,8 @@ std::string log_listing() {
 
 // The wrapped name is PrintDebug(unsigned, unsigned, const char*, int, const char*, ...) as the
 // compiler mangles it.
-extern "C" void __wrap__Z10PrintDebugjjPKciS0_z(unsigned int, unsigned int level,
-                                                const char* function, int, const char* format,
+extern "C" void __wrap__Z10PrintDebugjjPKciS0_z(unsigned int module, unsigned int level,
+                                                const char* function, int line, const char* format,
                                                 ...) {
     if (level > g_embedded_cam_dbg_level) {
         return;
@@ -118,7 +118,7 @@ extern "C" void __wrap__Z10PrintDebugjjPKciS0_z(unsigned int, unsigned int level
     if (length >= 0) {
         test::LogRecorder::instance().record({level, function,
                                               std::string(text, static_cast<size_t>(length)),
-                                              std::this_thread::get_id()});
+                                              std::this_thread::get_id(), module, line});
         free(text);
     }
 }

@@ -15,6 +15,8 @@ struct LogLine {
     std::string function;
     std::string text;  ///< as formatted, line ends included
     std::thread::id thread;
+    unsigned int module = 0;  ///< number of the module that logs
+    int source_line = 0;
 };
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line);

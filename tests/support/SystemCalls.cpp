@@ -22,6 +22,7 @@ namespace {
 struct Deadlines {
     std::mutex mutex;
     std::vector<timespec> list;
+    std::function<void()> hook;
 };
 Deadlines& deadlines() {
     static auto* all = new Deadlines;  // outlives every thread of the code under test
@@ -43,12 +44,19 @@ void reset_system_calls() {
     failures.interrupted_timed_waits = 0;
     failures.pthread_cond_timedwait = 0;
     failures.setpriority_calls = 0;
+    failures.setpriority_calls_at_create = 0;
     failures.last_priority = 0;
     failures.last_priority_which = -1;
     failures.last_priority_who = -1;
     failures.timed_wait_calls = 0;
     std::lock_guard lock(deadlines().mutex);
     deadlines().list.clear();
+    deadlines().hook = nullptr;
+}
+
+void on_timed_wait(std::function<void()> hook) {
+    std::lock_guard lock(deadlines().mutex);
+    deadlines().hook = std::move(hook);
 }
 
 std::vector<timespec> timed_wait_deadlines() {
@@ -56,9 +64,11 @@ std::vector<timespec> timed_wait_deadlines() {
     return deadlines().list;
 }
 
-static void record_deadline(const timespec& deadline) {
+/// Returns the hook that goes in place of the wait.
+static std::function<void()> record_deadline(const timespec& deadline) {
     std::lock_guard lock(deadlines().mutex);
     deadlines().list.push_back(deadline);
+    return deadlines().hook;
 }
 
 }  // namespace test
@@ -81,8 +91,13 @@ int __wrap_setpriority(int which, id_t who, int priority) {
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attribute, void* (*start)(void*),
                           void* argument) {
-    const int error = test::system_calls().pthread_create;
-    return error != 0 ? error : __real_pthread_create(thread, attribute, start, argument);
+    test::SystemCallFailures& failures = test::system_calls();
+    failures.setpriority_calls_at_create = failures.setpriority_calls.load();
+    if (const int error = failures.pthread_create; error != 0) {
+        *thread = pthread_self();  // as the C library, which stores an id before it fails
+        return error;
+    }
+    return __real_pthread_create(thread, attribute, start, argument);
 }
 
 int __wrap_pthread_mutexattr_init(pthread_mutexattr_t* attribute) {
@@ -94,7 +109,13 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                   const timespec* deadline) {
     test::SystemCallFailures& failures = test::system_calls();
     ++failures.timed_wait_calls;
-    test::record_deadline(*deadline);
+    const std::function<void()> hook = test::record_deadline(*deadline);
+    if (hook) {
+        pthread_mutex_unlock(mutex);
+        hook();
+        pthread_mutex_lock(mutex);
+        return ETIMEDOUT;
+    }
     if (failures.interrupted_timed_waits > 0) {
         --failures.interrupted_timed_waits;
         return EINTR;

@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <functional>
 #include <vector>
 
 namespace test {
@@ -21,6 +22,7 @@ struct SystemCallFailures {
     std::atomic<int> pthread_cond_timedwait{0};
     // What was asked for.
     std::atomic<int> setpriority_calls{0};
+    std::atomic<int> setpriority_calls_at_create{0};  ///< how many went before the last thread
     std::atomic<int> last_priority{0};
     std::atomic<int> last_priority_which{-1};
     std::atomic<long> last_priority_who{-1};
@@ -29,6 +31,9 @@ struct SystemCallFailures {
 
 SystemCallFailures& system_calls();
 void reset_system_calls();
+/// Called in place of each timed wait, with the mutex let go of and no lock held; the wait then
+/// answers ETIMEDOUT. Empty: none. reset_system_calls() takes it away.
+void on_timed_wait(std::function<void()> hook);
 /// Wall-clock deadlines of the timed waits since the reset, in order.
 std::vector<timespec> timed_wait_deadlines();
 
