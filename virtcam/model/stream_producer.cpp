@@ -9,7 +9,7 @@ namespace virtcam {
 namespace {
 
 // Leaves room for the largest key frame and the raw pictures in a frame of 2 MiB.
-constexpr size_t kJpegLimit = 700000;
+constexpr size_t kMultiplexedJpegLimit = 700000;
 
 std::unique_ptr<PictureSource> make_source(const CameraConfig& config) {
     if (config.source.empty()) {
@@ -57,6 +57,14 @@ StreamId plain_stream(FormatKind kind) {
         default:
             return StreamId::kJpeg;
     }
+}
+
+/// Most bytes of a JPEG picture: alone in its frame, it keeps to the size that was negotiated.
+size_t jpeg_limit(const StreamParameters& stream) {
+    if (stream.kind == FormatKind::kMultiplexed) {
+        return kMultiplexedJpegLimit;
+    }
+    return max_frame_bytes(video_formats()[stream.format_index - 1U], stream.size);
 }
 
 uint32_t scaled_time(uint64_t ticks, uint32_t interval, uint64_t multiply, uint64_t divide) {
@@ -158,7 +166,7 @@ Bytes StreamProducer::encode(const PictureJob& job, StreamId id, Track& track, F
     const Picture& picture = render(job, id, size, track.sequence);
     switch (id) {
         case StreamId::kJpeg:
-            return jpeg_.encode(picture, kJpegLimit);
+            return jpeg_.encode(picture, jpeg_limit(job.stream));
         case StreamId::kYuy2:
             return pack_yuy2(picture);
         case StreamId::kNv12:
