@@ -2,23 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <unistd.h>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <numeric>
+#include <random>
 
 #include "model_fixture.h"
 #include "picture_decoder.h"
+#include "picture_measures.h"
 #include "virtcam/model/counter_code.h"
+#include "virtcam/model/jpeg_encoder.h"
 #include "virtcam/model/y4m_source.h"
 
 namespace virtcam::test {
 namespace {
-
-std::optional<uint32_t> counter_of(const Picture& picture) {
-    return read_counter(picture.y.data(), picture.width, picture.height, picture.width);
-}
 
 Picture decode_raw(const SubStream& stream) {
     switch (static_cast<StreamId>(stream.id)) {
@@ -125,60 +122,6 @@ Picture first_raw(StreamId id, uint8_t code, Prepare prepare) {
 
 void nothing(Host&) {}
 
-/// Mean absolute luma difference of the lower three quarters, where no counter is drawn.
-double difference(const Picture& a, const Picture& b) {
-    EXPECT_EQ(a.y.size(), b.y.size());
-    double sum = 0;
-    const size_t from = a.y.size() / 4;
-    for (size_t i = from; i < a.y.size(); ++i) {
-        sum += std::abs(int{a.y[i]} - int{b.y[i]});
-    }
-    return sum / static_cast<double>(a.y.size() - from);
-}
-
-double mean(const std::vector<uint8_t>& plane) {
-    return std::accumulate(plane.begin(), plane.end(), 0.0) / static_cast<double>(plane.size());
-}
-
-/// Standard deviation of the lower three quarters, where no counter is drawn.
-double deviation(const std::vector<uint8_t>& plane) {
-    const std::vector<uint8_t> lower(plane.begin() + static_cast<std::ptrdiff_t>(plane.size() / 4),
-                                     plane.end());
-    const double centre = mean(lower);
-    double sum = 0;
-    for (const uint8_t sample : lower) {
-        sum += (sample - centre) * (sample - centre);
-    }
-    return std::sqrt(sum / static_cast<double>(lower.size()));
-}
-
-Picture mirrored(const Picture& picture) {
-    Picture result = picture;
-    for (int y = 0; y < picture.height; ++y) {
-        std::reverse(result.row_y(y), result.row_y(y) + picture.width);
-    }
-    return result;
-}
-
-Picture flipped(const Picture& picture) {
-    Picture result = picture;
-    for (int y = 0; y < picture.height; ++y) {
-        std::copy_n(picture.row_y(picture.height - 1 - y), picture.width, result.row_y(y));
-    }
-    return result;
-}
-
-/// As difference(), of the middle half only: free of overlays after a flip too.
-double middle_difference(const Picture& a, const Picture& b) {
-    double sum = 0;
-    const size_t from = a.y.size() / 4;
-    const size_t to = a.y.size() * 3 / 4;
-    for (size_t i = from; i < to; ++i) {
-        sum += std::abs(int{a.y[i]} - int{b.y[i]});
-    }
-    return sum / static_cast<double>(to - from);
-}
-
 TEST(Effects, MirrorAndFlipTurnTheMainPicture) {
     const Picture plain = first_main(nothing);
     const Picture mirror = first_main([](Host& h) { h.mmp({0x02, 0x02, 0x01}); });
@@ -203,25 +146,6 @@ TEST(Effects, LocalAndGrayMirrorTurnOnlyTheirOwnPictures) {
     EXPECT_EQ(difference(plain, first_raw(StreamId::kGray, 1, local)), 0);
 }
 
-/// Horizontal shift in pixels that fits `b` to `a` best.
-int best_shift(const Picture& a, const Picture& b) {
-    int best = 0;
-    double least = 1e9;
-    for (int shift = -120; shift <= 120; ++shift) {
-        double sum = 0;
-        for (int y = a.height / 2; y < a.height * 3 / 4; y += 4) {
-            for (int x = 120; x < a.width - 120; ++x) {
-                sum += std::abs(int{a.row_y(y)[x + shift]} - int{b.row_y(y)[x]});
-            }
-        }
-        if (sum < least) {
-            least = sum;
-            best = shift;
-        }
-    }
-    return best;
-}
-
 void pan_tilt(Host& host, int32_t pan, int32_t tilt) {
     Bytes block;
     append_le(block, 4, static_cast<uint32_t>(pan));
@@ -233,25 +157,16 @@ TEST(Effects, PanShiftsTiltAndZoomChangeTheView) {
     const Picture plain = first_raw(StreamId::kYuy2, 0, nothing);
     const Picture right = first_raw(StreamId::kYuy2, 0, [](Host& h) { pan_tilt(h, 36000, 0); });
     const Picture left = first_raw(StreamId::kYuy2, 0, [](Host& h) { pan_tilt(h, -18000, 0); });
-    EXPECT_EQ(best_shift(plain, right), 80);
-    EXPECT_EQ(best_shift(plain, left), -40);
+    EXPECT_EQ(best_shift(plain, right, 120), 80);
+    EXPECT_EQ(best_shift(plain, left, 120), -40);
     const Picture up = first_raw(StreamId::kYuy2, 0, [](Host& h) { pan_tilt(h, 0, 36000); });
     EXPECT_GT(difference(plain, up), 10);
     // The picture moved up by an eighth: its row r shows what row r - 60 showed.
-    double sum = 0;
-    for (int x = 0; x < plain.width; ++x) {
-        sum += std::abs(int{plain.row_y(300)[x]} - int{up.row_y(360)[x]});
-    }
-    EXPECT_LT(sum / plain.width, 1);
+    EXPECT_EQ(best_vertical_shift(plain, up, 80), -60);
 
     const Picture zoomed =
         first_raw(StreamId::kYuy2, 0, [](Host& h) { h.set_control(1, 0x0B, 2, 5); });
-    // Step 5 doubles: the centre stays, half the way out shows what a quarter showed.
-    sum = 0;
-    for (int x = 0; x < zoomed.width; ++x) {
-        sum += std::abs(int{plain.row_y(300)[160 + x / 2]} - int{zoomed.row_y(361)[x]});
-    }
-    EXPECT_LT(sum / zoomed.width, 12);
+    EXPECT_LT(difference_from_window(zoomed, plain, {160, 120, 320, 240}), 12) << "step 5 doubles";
     EXPECT_GT(difference(plain, zoomed), 10);
 }
 
@@ -276,11 +191,7 @@ TEST(Effects, CropShowsAWindowAndSetsTheFlag) {
     });
     EXPECT_GT(difference(plain, cropped), 10);
     EXPECT_EQ(difference(plain, main_cropped), 0) << "gray has a window of its own";
-    double sum = 0;
-    for (int x = 0; x < cropped.width; ++x) {
-        sum += std::abs(int{plain.row_y(150)[80 + x / 2]} - int{cropped.row_y(181)[x]});
-    }
-    EXPECT_LT(sum / cropped.width, 12);
+    EXPECT_LT(difference_from_window(cropped, plain, {80, 60, 160, 120}), 12);
     const Picture main_plain = first_main(nothing);
     const Picture main_window = first_main([](Host& h) { h.mmp({0x01, 8, 9, 0, 0, 0, 0}); });
     EXPECT_GT(difference(main_plain, main_window), 10);
@@ -304,11 +215,7 @@ TEST(Effects, ImageControlsChangeLumaAndChroma) {
     EXPECT_GT(difference(plain, with_control(8, 2, 15)), 2) << "sharpness";
 
     const Picture turned = with_control(6, 2, 18000);
-    double sum = 0;
-    for (size_t i = plain.u.size() / 4; i < plain.u.size(); ++i) {
-        sum += std::abs((int{turned.u[i]} - 128) + (int{plain.u[i]} - 128));
-    }
-    EXPECT_LT(sum / static_cast<double>(plain.u.size()), 2) << "hue by half a turn";
+    EXPECT_LT(distance_from_opposite(turned.u, plain.u), 2) << "hue by half a turn";
 
     const Picture warm = first_raw(StreamId::kYuy2, 0, [](Host& h) {
         h.set_control(3, 11, 1, 0);
@@ -342,6 +249,22 @@ TEST(Scene, MovesAndRepeatsForTheSameSeedOnly) {
     Host another(other);
     ASSERT_TRUE(another.select(2) && another.start());
     EXPECT_GT(difference(first, decode_raw(another.next_of(StreamId::kGray))), 5);
+}
+
+TEST(JpegPicture, FitsItsLimitByLosingQuality) {
+    Picture noise(640, 480);
+    std::minstd_rand random(1);
+    for (std::vector<uint8_t>* plane : {&noise.y, &noise.u, &noise.v}) {
+        std::generate(plane->begin(), plane->end(),
+                      [&] { return static_cast<uint8_t>(random() >> 16); });
+    }
+    JpegEncoder encoder;
+    const Bytes best = encoder.encode(noise, 614400);  // what the plain format promises
+    const size_t limit = best.size() * 3 / 4;
+    const Bytes worse = encoder.encode(noise, limit);
+    EXPECT_LE(worse.size(), limit);
+    EXPECT_GT(worse.size(), limit / 2) << "no more is given away than has to be";
+    EXPECT_TRUE(decode_jpeg(worse).has_value());
 }
 
 // --- Y4M ---------------------------------------------------------------------------------------
