@@ -124,6 +124,30 @@ TEST(Descriptors, RunTimeIdentityHasTheCamerasUnitsFormatsAndEndpoints) {
     EXPECT_EQ(endpoints, (std::map<int, uint16_t>{{0x81, 512}, {0x82, 100}}));
 }
 
+TEST(Descriptors, ProcessingUnitEndsWithTheVideoStandardsThatToolsLookFor) {
+    Camera camera(running_camera());
+    size_t units = 0;
+    for (const Descriptor& d : walk(camera.configuration_descriptor())) {
+        if (d.type == 0x24 && d.bytes[2] == 5 && d.bytes[3] == 3 && d.bytes.size() < 26) {
+            ++units;
+            EXPECT_EQ(d.bytes.size(), 10U + d.bytes[7]);
+            EXPECT_EQ(load_u16(d.bytes, 8), 0x177F);
+            EXPECT_EQ(d.bytes.back(), 0) << "an analogue video standard";
+        }
+    }
+    EXPECT_EQ(units, 1U);
+}
+
+TEST(Descriptors, BootCodeHasNoneThatNeedAClass) {
+    for (const auto kind : {CameraConfig::BootCode::kNewer, CameraConfig::BootCode::kOlder}) {
+        Camera camera(boot(kind));
+        for (const Descriptor& d : walk(camera.configuration_descriptor())) {
+            EXPECT_NE(d.type, 0x24);
+            EXPECT_NE(d.type, 0x25);
+        }
+    }
+}
+
 TEST(Descriptors, BootCodeKindsDifferInTheDownloadInterface) {
     Camera newer(boot(CameraConfig::BootCode::kNewer));
     Camera older(boot(CameraConfig::BootCode::kOlder));

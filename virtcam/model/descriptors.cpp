@@ -106,6 +106,7 @@ void processing_unit(Writer& w) {
     w.raw({2});
     w.u16(kProcessingControls);
     w.raw({0});
+    w.raw({0});  // bmVideoStandards: none. Of UVC 1.1, but tools miss it in UVC 1.00, too
     w.end();
 }
 
@@ -260,8 +261,9 @@ void audio_streaming(Writer& w) {
 }
 
 void boot_interfaces(Writer& w, Personality personality) {
+    // The extension unit answers here without a descriptor: on an interface of the vendor's class
+    // nobody could read one, and a video class would let video drivers take the boot code.
     interface(w, 0, 0, 0, kClassVendor, 0, 0);
-    extension_unit(w, 0);
     if (personality == Personality::kBootNewer) {
         interface(w, 1, 0, 0, kClassVendor, 0, 0);
         interface(w, usb::kInterfaceDownload, 0, 1, kClassVendor, 0, 0);
