@@ -26,60 +26,55 @@ constexpr unsigned char kPpsNalHeader = 0x68;
 /// Start code, NAL header and three bytes: the camera's PPS is always that long.
 constexpr int kPpsSize = 8;
 
+/// Where a format's header goes in the record; null for what the record does not keep of it. Gray
+/// and NV12 carry their crop flag in the frame rate's place.
+struct Slot {
+    typedef AitH264_MediaSample Record;
+    uint16_t format;
+    uint8_t* Record::*data;
+    uint32_t Record::*size;
+    uint16_t Record::*width;
+    uint16_t Record::*height;
+    uint16_t Record::*cropFlag;
+    uint32_t Record::*sequence;
+    uint32_t Record::*timestamp;
+};
+
+typedef AitH264_MediaSample R;  // short, for the table
+constexpr Slot kSlots[] = {
+    {kYuy2, &R::yuy2, &R::yuy2_size, &R::yuy2_width, &R::yuy2_height, nullptr, nullptr, nullptr},
+    {kNv12, &R::nv12, &R::nv12_size, &R::nv12_width, &R::nv12_height, &R::nv12_crop_flag, nullptr,
+     nullptr},
+    {kH264Main, &R::h264, &R::h264_size, &R::h264_width, &R::h264_height, nullptr,
+     &R::h264_frame_seq, &R::h264_timestamp},
+    {kJpeg, &R::mjpg, &R::mjpg_size, &R::mjpg_width, &R::mjpg_height, nullptr, nullptr, nullptr},
+    {kGray, &R::gray, &R::gray_size, &R::gray_width, &R::gray_height, &R::gray_crop_flag, nullptr,
+     nullptr},
+    {kNv21, &R::nv21, &R::nv21_size, &R::nv21_width, &R::nv21_height, nullptr, nullptr, nullptr},
+    {kH264Sub, &R::h264_2, &R::h264_2_size, &R::h264_2_width, &R::h264_2_height, nullptr,
+     &R::h264_2_frame_seq, &R::h264_2_timestamp},
+};
+
 /// Fills the slot of the header's format; false for an unknown one.
 bool FillSlot(const TmkFramebaseHeader& h, uint8_t* data, AitH264_MediaSample* out) {
-    switch (h.wStreamType) {
-        case kYuy2:
-            out->yuy2 = data;
-            out->yuy2_size = h.dwReserved;
-            out->yuy2_width = h.wImageWidth;
-            out->yuy2_height = h.wImageHeight;
-            return true;
-        case kNv12:
-            out->nv12 = data;
-            out->nv12_size = h.dwReserved;
-            out->nv12_width = h.wImageWidth;
-            out->nv12_height = h.wImageHeight;
-            out->nv12_crop_flag = h.wFrameRate;
-            return true;
-        case kH264Main:
-            out->h264 = data;
-            out->h264_size = h.dwReserved;
-            out->h264_width = h.wImageWidth;
-            out->h264_height = h.wImageHeight;
-            out->h264_frame_seq = h.dwFrameSeq;
-            out->h264_timestamp = h.dwTimeStamp;
-            return true;
-        case kJpeg:
-            out->mjpg = data;
-            out->mjpg_size = h.dwReserved;
-            out->mjpg_width = h.wImageWidth;
-            out->mjpg_height = h.wImageHeight;
-            return true;
-        case kGray:
-            out->gray = data;
-            out->gray_size = h.dwReserved;
-            out->gray_width = h.wImageWidth;
-            out->gray_height = h.wImageHeight;
-            out->gray_crop_flag = h.wFrameRate;
-            return true;
-        case kNv21:
-            out->nv21 = data;
-            out->nv21_size = h.dwReserved;
-            out->nv21_width = h.wImageWidth;
-            out->nv21_height = h.wImageHeight;
-            return true;
-        case kH264Sub:
-            out->h264_2 = data;
-            out->h264_2_size = h.dwReserved;
-            out->h264_2_width = h.wImageWidth;
-            out->h264_2_height = h.wImageHeight;
-            out->h264_2_frame_seq = h.dwFrameSeq;
-            out->h264_2_timestamp = h.dwTimeStamp;
-            return true;
-        default:
-            return false;
+    for (const Slot& slot : kSlots) {
+        if (slot.format != h.wStreamType) {
+            continue;
+        }
+        out->*slot.data = data;
+        out->*slot.size = h.dwReserved;
+        out->*slot.width = h.wImageWidth;
+        out->*slot.height = h.wImageHeight;
+        if (slot.cropFlag != nullptr) {
+            out->*slot.cropFlag = h.wFrameRate;
+        }
+        if (slot.sequence != nullptr) {
+            out->*slot.sequence = h.dwFrameSeq;
+            out->*slot.timestamp = h.dwTimeStamp;
+        }
+        return true;
     }
+    return false;
 }
 
 /// True when a sub-stream has padding of a size that is to be zeroed, so that decoders that read
