@@ -24,6 +24,11 @@ class Sandbox(unittest.TestCase):
         return subprocess.run([SANDBOX, *arguments], env=self.env, stdin=subprocess.DEVNULL,
                               capture_output=True, text=True, timeout=30)
 
+    def test_help_says_what_it_is_for(self):
+        run = self.run_in("--help")
+        self.assertEqual(run.returncode, 0)
+        self.assertIn("--tv", run.stdout)
+
     def test_exit_status_is_the_commands(self):
         self.assertEqual(self.run_in("--", "sh", "-c", "exit 42").returncode, 42)
 
@@ -79,6 +84,55 @@ class Sandbox(unittest.TestCase):
 
     def test_termination_reaches_the_command(self):
         self.assertEqual(self.signalled(signal.SIGTERM), ("got TERM\n", 4))
+
+
+class ProotRoad(Sandbox):
+    """The same by the other road, which no machine of ours takes by itself."""
+
+    def run_in(self, *arguments):
+        return super().run_in("--road", "proot", *arguments)
+
+    def signalled(self, number):
+        self.env["AITCAM_SANDBOX_ROAD"] = "proot"
+        return super().signalled(number)
+
+    def test_road_is_taken_without_a_word(self):
+        run = self.run_in("sh", "-c", "echo $AITCAM_SANDBOX")
+        self.assertEqual((run.stdout, run.stderr), ("proot\n", ""))
+
+
+class WithoutNamespaces(unittest.TestCase):
+    """Where mounting is not permitted, the road is found by trying, and said in one line."""
+
+    # In a user namespace of its own, what permits mounting can be taken away. Where even that is
+    # not permitted, as in a plain container, this process is in the wanted surroundings already.
+    DEPRIVE = ("echo 0 > /proc/sys/user/max_user_namespaces && "
+               "exec capsh --drop=cap_sys_admin -- -c 'exec \"$@\"' sh \"$@\"")
+
+    @classmethod
+    def deprived(cls, command):
+        return ["unshare", "-r", "sh", "-c", cls.DEPRIVE, "sh", *map(str, command)]
+
+    def run_without_namespaces(self, command):
+        makes_it = subprocess.run(self.deprived(["true"]), stdin=subprocess.DEVNULL,
+                                  capture_output=True).returncode == 0
+        has_it = subprocess.run(["bwrap", "--dev-bind", "/", "/", "true"],
+                                stdin=subprocess.DEVNULL, capture_output=True).returncode != 0
+        self.assertTrue(makes_it or has_it, "namespaces are permitted and cannot be taken away")
+        return subprocess.run(self.deprived(command) if makes_it else [str(c) for c in command],
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
+
+    def test_proot_takes_over_and_says_so_once(self):
+        run = self.run_without_namespaces(
+            [SANDBOX, "--road", "auto", "--", "sh", "-c", "echo x > /dtv/x && cat /dtv/x; exit 7"])
+        self.assertEqual((run.returncode, run.stdout), (7, "x\n"), run.stderr)
+        self.assertEqual(run.stderr.count("\n"), 1, run.stderr)
+        self.assertIn("using proot", run.stderr)
+
+    def test_namespace_road_cannot_be_forced(self):
+        run = self.run_without_namespaces([SANDBOX, "--road", "namespace", "--", "true"])
+        self.assertEqual(run.returncode, 125)
+        self.assertIn("cannot make a sandbox", run.stderr)
 
 
 if __name__ == "__main__":
