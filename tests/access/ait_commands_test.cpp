@@ -1,6 +1,7 @@
 // Vendor commands: the bytes at the camera, and what becomes of its answers.
 #include "AitXu.h"
 
+#include <array>
 #include <cstring>
 
 #include "LibusbWrap.h"
@@ -425,14 +426,59 @@ TEST_F(AitCommands, EveryTransferIsSerialised) {
     }
 }
 
-TEST_F(AitCommands, FaceTrackingMovesAFace) {
-    // Bit 3 of the option word switches detection on.
-    ASSERT_EQ(AitXU_SetVideoOption(device_, 0x08), 0);
+/// A camera that sees a face, asked for its place.
+class FaceTracking : public AitCommands {
+  protected:
+    static constexpr std::chrono::seconds kLimit{10};
+    /// Some periods in which a camera that tracks moves the face.
+    static constexpr std::chrono::milliseconds kQuiet{500};
+
+    void SwitchDetectionOn() {
+        constexpr unsigned kFaceDetection = 0x08;
+        ASSERT_EQ(AitXU_SetVideoOption(device_, kFaceDetection), 0);
+    }
+    void SwitchTracking(bool on) {
+        const uint8_t mode = on ? 5 : 6;
+        ASSERT_EQ(Set_TMK_TV_PreviewParam(device_, 0, mode, 0, 0, 0, 0, 0, 0), 0);
+    }
+    std::array<int, 4> Face() {
+        FacePositionList faces;
+        EXPECT_EQ(GetFD_Position(device_, &faces), 0);
+        EXPECT_EQ(faces.num_face, 1);
+        const FaceRect& face = faces.face_rect[0];
+        EXPECT_LT(face.left, face.right);
+        EXPECT_LT(face.top, face.bottom);
+        return {face.left, face.top, face.right, face.bottom};
+    }
+    /// True when the face leaves its place within the time.
+    bool Moves(std::chrono::milliseconds limit) {
+        const auto before = Face();
+        return virtbus::wait_until([&] { return Face() != before; }, limit);
+    }
+};
+
+TEST_F(FaceTracking, MovesAFace) {
+    SwitchTracking(true);
+    EXPECT_TRUE(Moves(kLimit));
+    EXPECT_TRUE(Moves(kLimit)) << "and goes on";
+}
+
+TEST_F(FaceTracking, LeavesTheFaceInItsPlaceOnceItIsOff) {
+    SwitchDetectionOn();
+    EXPECT_FALSE(Moves(kQuiet)) << "detection alone follows nothing";
+    SwitchTracking(true);
+    EXPECT_TRUE(Moves(kLimit));
+    SwitchTracking(false);
+    EXPECT_FALSE(Moves(kQuiet));
+}
+
+TEST_F(FaceTracking, SeesNoFaceOnceItIsOffWithoutDetection) {
+    SwitchTracking(true);
+    EXPECT_TRUE(Moves(kLimit));
+    SwitchTracking(false);
     FacePositionList faces;
-    ASSERT_EQ(GetFD_Position(device_, &faces), 0);
-    ASSERT_GE(faces.num_face, 1);
-    EXPECT_LT(faces.face_rect[0].left, faces.face_rect[0].right);
-    EXPECT_LT(faces.face_rect[0].top, faces.face_rect[0].bottom);
+    EXPECT_EQ(GetFD_Position(device_, &faces), 0);
+    EXPECT_EQ(faces.num_face, 0);
 }
 
 }  // namespace
