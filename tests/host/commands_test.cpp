@@ -215,7 +215,7 @@ TEST_F(Camhost, TourVisitsEveryCombination) {
 }
 
 TEST_F(Camhost, TourByVideoModeHasThreeStops) {
-    const ProcessResult result = record({"--tour", "--duration", "250ms"}, "video-mode");
+    const ProcessResult result = record({"--tour", "--duration", "500ms"}, "video-mode");
     EXPECT_EQ(result.code, kOk) << result.out;
     EXPECT_TRUE(has("h264-jpeg/main.h264"));
     EXPECT_FALSE(has("gray"));

@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
 """scripts/run-tests: every way in which a test can go wrong is counted."""
 
+import contextlib
 import importlib.machinery
 import importlib.util
+import io
 import sys
+import tempfile
 import unittest
+import unittest.mock
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
@@ -60,6 +64,32 @@ class Counting(unittest.TestCase):
 
     def test_test_that_was_not_run(self):
         self.assertEqual(self.count("notrun", "", "Unable to find executable")[:2], (0, 1))
+
+
+class MissingParts(unittest.TestCase):
+    """A tree without them must not pass for one in which they pass."""
+
+    def tally_of(self, function):
+        tally = run_tests.Tally()
+        with tempfile.TemporaryDirectory() as tree, \
+                unittest.mock.patch.object(run_tests, "ROOT", Path(tree)):
+            function(tally)
+        return tally.passed, len(tally.failures)
+
+    def test_no_kernel_test(self):
+        self.assertEqual(self.tally_of(run_tests.run_system_test), (0, 1))
+
+    def test_no_fuzz_targets(self):
+        self.assertEqual(self.tally_of(run_tests.run_fuzzers), (0, 1))
+
+    def test_fuzz_targets_that_were_not_built(self):
+        def build_nothing(tally):
+            (run_tests.ROOT / "fuzz").mkdir()
+            (run_tests.ROOT / "fuzz/CMakeLists.txt").touch()
+            with unittest.mock.patch.object(run_tests, "build", return_value=True), \
+                    contextlib.redirect_stdout(io.StringIO()):
+                run_tests.run_fuzzers(tally)
+        self.assertEqual(self.tally_of(build_nothing), (0, 1))
 
 
 if __name__ == "__main__":
