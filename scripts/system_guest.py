@@ -78,6 +78,13 @@ def copy_program(source, target):
     target.chmod(0o755)
 
 
+def copy_stripped(source, target):
+    """Without symbols and debugging information, which would only make the guest boot later."""
+    target.parent.mkdir(parents=True, exist_ok=True)
+    run(["strip", "-o", str(target), str(source)])
+    target.chmod(0o755)
+
+
 def needed_libraries(program, folders):
     environment = {**os.environ, "LD_LIBRARY_PATH": ":".join(map(str, folders))}
     listing = subprocess.run(["ldd", str(program)], env=environment, stdout=subprocess.PIPE,
@@ -141,14 +148,14 @@ def add_programs(root, packages, own_programs, own_libraries):
                      for path in (package / "usr" / name, package / name) if path.is_file())
                 for name in PROGRAMS]
     for program in [*programs, *own_programs]:
-        copy_program(program, root / "bin" / program.name)
+        copy_stripped(program, root / "bin" / program.name)
     library_folder = root / "lib/x86_64-linux-gnu"
     libraries = set(own_libraries)
     for program in [*programs, *own_programs, *own_libraries]:
         libraries.update(needed_libraries(program, folders))
     for library in libraries:
         place = root / "lib64" if library.name.startswith("ld-linux") else library_folder
-        copy_program(library.resolve(), place / library.name)
+        copy_stripped(library.resolve(), place / library.name)
 
 
 def add_data(root, packages):

@@ -1,11 +1,17 @@
 #include "tests/system/program.h"
 
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
+
+#include "tests/system/usb_tree.h"
 
 namespace systemtest {
 namespace {
@@ -17,6 +23,10 @@ double children_cpu_seconds() {
         return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
     };
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+int exit_code_of(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 }  // namespace
@@ -35,9 +45,39 @@ ProgramResult run_program(const std::string& command, int seconds) {
         result.output.append(block.data(), size);
     }
     const int status = ::pclose(pipe);
-    result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    result.exit_code = exit_code_of(status);
     result.cpu_seconds = children_cpu_seconds() - before;
     return result;
+}
+
+BackgroundProgram::BackgroundProgram(std::vector<std::string> arguments) {
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) {
+        pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
+    const int error =
+        ::posix_spawnp(&process_, pointers[0], nullptr, nullptr, pointers.data(), environ);
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), arguments[0]);
+    }
+}
+
+BackgroundProgram::~BackgroundProgram() {
+    if (process_ != -1) {
+        ::kill(process_, SIGKILL);
+        ::waitpid(process_, nullptr, 0);
+    }
+}
+
+int BackgroundProgram::terminate(std::chrono::milliseconds limit) {
+    ::kill(process_, SIGTERM);
+    int status = 0;
+    if (!wait_until([&] { return ::waitpid(process_, &status, WNOHANG) == process_; }, limit)) {
+        return -1;
+    }
+    process_ = -1;
+    return exit_code_of(status);
 }
 
 std::string results_folder() {

@@ -55,6 +55,10 @@ std::string RemoteCamera::command(const std::string& line) {
     return answer;
 }
 
+std::vector<unsigned> RemoteCamera::strikes() {
+    return nlohmann::json::parse(command("strikes")).get<std::vector<unsigned>>();
+}
+
 size_t RemoteCamera::count_vendor_requests(uint8_t request) {
     constexpr unsigned kTypeMask = 0x60;
     constexpr unsigned kVendor = 0x40;

@@ -1,8 +1,10 @@
 // The virtual camera outside of the guest, told what to do.
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 namespace systemtest {
 
@@ -21,6 +23,8 @@ class RemoteCamera {
     /// A new camera, switched on just now.
     void reset(const nlohmann::json& configuration) { command("reset " + configuration.dump()); }
     nlohmann::json status() { return nlohmann::json::parse(command("status")); }
+    /// How often each failure rule in force has struck, in the order in which they were added.
+    std::vector<unsigned> strikes();
     /// Vendor requests of this code that have reached the camera.
     size_t count_vendor_requests(uint8_t request);
 

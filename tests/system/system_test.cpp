@@ -29,6 +29,10 @@ void SystemTest::power_on_running(nlohmann::json camera, const nlohmann::json& f
     ASSERT_TRUE(wait_until(kernel_uses_camera, seconds(30))) << "no driver has taken the camera";
 }
 
+void SystemTest::power_on_for_plugin(const nlohmann::json& faults) {
+    power_on({{"boot_code", "newer"}, {"reenumerate_ms", 0}}, faults);
+}
+
 void SystemTest::report(const std::string& line) {
     std::ofstream file(results_folder() + "/report.txt", std::ios::app);
     file << line << '\n';

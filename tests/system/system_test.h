@@ -21,6 +21,9 @@ class SystemTest : public ::testing::Test {
     /// One that needs no firmware, held by the kernel's drivers when this returns.
     void power_on_running(nlohmann::json camera = nlohmann::json::object(),
                           const nlohmann::json& faults = nlohmann::json::array());
+    /// One that PluginCamera::init() brings up soonest: it waits for its firmware, as every camera
+    /// does that was without power, and leaves the bus for a moment only.
+    void power_on_for_plugin(const nlohmann::json& faults = nlohmann::json::array());
     /// Writes a line into the report that is brought back.
     static void report(const std::string& line);
 
