@@ -164,7 +164,7 @@ char** complete(const char* word, int begin, int /*end*/) {
     rl_attempted_completion_over = 1;
     const bool value_follows =
         g_editor.candidates.size() == 1 && g_editor.candidates.front().ends_with('=');
-    rl_completion_append_character = value_follows ? '\0' : ' ';
+    rl_completion_append_character = value_follows ? 0 : int{' '};
     return rl_completion_matches(word, next_candidate);
 }
 

@@ -29,11 +29,12 @@ std::vector<std::string> settable_names() {
 }
 
 std::vector<std::string> assignments(const std::string& name) {
+    const std::string head = name + "=";
     std::vector<std::string> words;
     for (const Property& property : property_catalog()) {
         if (property.settable && property.name == name) {
             for (const std::string& value : value_words(property)) {
-                words.push_back(name + "=" + value);
+                words.push_back(head + value);
             }
         }
     }
