@@ -32,7 +32,7 @@ TEST_F(Endurance, ThirtyCyclesKeepTheirMemory) {
     constexpr long kMostGrowthKib = 512;
     power_on_for_plugin();
     PluginCamera camera;
-    ASSERT_TRUE(camera.init());
+    ASSERT_TRUE(camera.init()) << remote_.last_commands();
     long settled = 0;
     for (int cycle = 1; cycle <= kCycles; ++cycle) {
         SCOPED_TRACE(cycle);

@@ -52,7 +52,7 @@ class Faults : public SystemTest {
     void set_up_camera() {
         power_on_for_plugin();
         camera_ = std::make_unique<PluginCamera>();
-        ASSERT_TRUE(camera_->init());
+        ASSERT_TRUE(camera_->init()) << remote_.last_commands();
     }
 
     CAM_STATE state() { return (*camera_)->GetState(); }

@@ -59,6 +59,18 @@ std::vector<unsigned> RemoteCamera::strikes() {
     return nlohmann::json::parse(command("strikes")).get<std::vector<unsigned>>();
 }
 
+std::string RemoteCamera::last_commands() {
+    constexpr size_t kMost = 12;
+    const nlohmann::json commands = status().at("commands");
+    std::string text;
+    for (size_t i = commands.size() > kMost ? commands.size() - kMost : 0; i < commands.size();
+         ++i) {
+        text += commands[i].at("text").get<std::string>();
+        text += commands[i].at("stalled").get<bool>() ? ", stalled\n" : "\n";
+    }
+    return text;
+}
+
 size_t RemoteCamera::count_vendor_requests(uint8_t request) {
     constexpr unsigned kTypeMask = 0x60;
     constexpr unsigned kVendor = 0x40;

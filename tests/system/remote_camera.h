@@ -25,6 +25,8 @@ class RemoteCamera {
     nlohmann::json status() { return nlohmann::json::parse(command("status")); }
     /// How often each failure rule in force has struck, in the order in which they were added.
     std::vector<unsigned> strikes();
+    /// The newest commands that have reached the camera, a line each: for what a failure prints.
+    std::string last_commands();
     /// Vendor requests of this code that have reached the camera.
     size_t count_vendor_requests(uint8_t request);
 
