@@ -234,6 +234,8 @@ TEST_F(Initialisation, TwiceBeforeTheFirstHasFinished) {
     const auto answers = InitAnswers::instance().All();
     EXPECT_LE(answers.size(), 2u);
     EXPECT_FALSE(answers[0]);
+    EXPECT_TRUE(virtbus::wait_until(
+        [&] { return log().count(4, "CCameraFwLoader::Run()\r\n") == 2; }, kLimit));
     // The first loader says nothing more once the second has begun.
     std::vector<std::thread::id> loaders;
     for (const LogLine& line : log().lines()) {
