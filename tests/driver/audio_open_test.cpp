@@ -139,6 +139,7 @@ TEST_F(UacOpen, HoldsTheDeviceLockToItsEnd) {
         }).join();
     });
     EXPECT_EQ(m_Engine->Init(kVendor, kProduct), 0);
+    usb().on_alternate_setting(nullptr);
     EXPECT_TRUE(held);
     ExpectUnusualRelease();
 }

@@ -151,6 +151,7 @@ TEST_F(UvcOpen, HoldsTheDeviceLockToItsEnd) {
         }).join();
     });
     EXPECT_EQ(m_Engine->Init(kVendor, kProduct), 0);
+    usb().on_alternate_setting(nullptr);
     EXPECT_TRUE(held);
 }
 
