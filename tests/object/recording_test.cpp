@@ -603,13 +603,13 @@ TEST_F(Recording, DeliversEveryStreamOfItsCombination) {
     EXPECT_TRUE(gray.WaitFor(3));
     EXPECT_TRUE(nv12.WaitFor(2));
     EXPECT_TRUE(sound.WaitFor(5));
+    for (RecordingObserver* observer : {&main, &sub, &gray, &sound, &nv12}) {
+        camera_->RemoveObserver(observer);  // before the empty records of the stop
+    }
     EXPECT_EQ(gray.size_, 320u * 240u);
     EXPECT_EQ(nv12.size_, 640u * 480u * 3 / 2);
     EXPECT_EQ(sound.size_, 960u);
     camera_->StopRecording();
-    for (RecordingObserver* observer : {&main, &sub, &gray, &sound, &nv12}) {
-        camera_->RemoveObserver(observer);
-    }
 }
 
 }  // namespace
