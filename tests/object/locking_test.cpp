@@ -1,6 +1,7 @@
 // Which lock is held where: hosts and workers depend on it for not waiting for each other.
 #include <pthread.h>
 
+#include <atomic>
 #include <latch>
 #include <memory>
 #include <string_view>
@@ -84,17 +85,18 @@ class Locking : public CameraTest {
   protected:
     /// Runs `call` and compares the locks during each of its pauses, of which there must be some.
     void ExpectDuringPauses(const LockState& expected, const std::function<void()>& call) {
-        size_t pauses = 0;
-        const auto self = std::this_thread::get_id();
-        clock().on_sleep([&](const SleepCall& sleep) {
+        // Copied into the hook: another thread may still be inside it when this returns.
+        const auto pauses = std::make_shared<std::atomic<size_t>>(0);
+        clock().on_sleep([pauses, expected,
+                          self = std::this_thread::get_id()](const SleepCall& sleep) {
             if (sleep.thread == self) {
                 EXPECT_EQ(LockState::Like(expected), expected) << sleep.duration.count() << " us";
-                ++pauses;
+                ++*pauses;
             }
         });
         call();
         clock().on_sleep(nullptr);
-        EXPECT_GT(pauses, 0u);
+        EXPECT_GT(*pauses, 0u);
         EXPECT_EQ(LockState::Controls(), kNone);
     }
 
