@@ -5,9 +5,11 @@
 #pragma once
 
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "LibusbWrap.h"
 #include "tests/driver/Allocations.h"
 #include "tests/driver/LibusbCalls.h"
 #include "tests/support/BusTest.h"
@@ -138,6 +140,24 @@ class EngineTest : public BusTest {
 
     /// Sleeps of exactly this length since the last reset of the clock.
     size_t Sleeps(std::chrono::microseconds length) { return clock().count(length); }
+
+    /// Runs `init` and tells whether the device lock was held at its last call, the alternate
+    /// setting.
+    template <typename Init>
+    bool HoldsTheDeviceLockToItsEnd(Init init) {
+        bool held = false;
+        usb().on_alternate_setting([&] {
+            std::thread([&] {
+                held = pthread_mutex_trylock(m_libusb_ctrl_lock.Get()) != 0;
+                if (!held) {
+                    m_libusb_ctrl_lock.Release();
+                }
+            }).join();
+        });
+        EXPECT_EQ(init(), 0);
+        usb().on_alternate_setting(nullptr);
+        return held;
+    }
 
     static nlohmann::json FailCall(const char* call, int result, int nth = 1) {
         return {{"on", {{"call", call}}}, {"nth", nth}, {"do", {{"return", result}}}};

@@ -1,6 +1,5 @@
 // Opening and closing the camera for video.
 #include <future>
-#include <thread>
 
 #include "LibusbWrap.h"
 #include "tests/driver/VideoEngineTest.h"
@@ -141,18 +140,7 @@ TEST_F(UvcOpen, WaitsForTheDeviceLock) {
 }
 
 TEST_F(UvcOpen, HoldsTheDeviceLockToItsEnd) {
-    bool held = false;
-    usb().on_alternate_setting([&] {
-        std::thread([&] {
-            held = pthread_mutex_trylock(m_libusb_ctrl_lock.Get()) != 0;
-            if (!held) {
-                m_libusb_ctrl_lock.Release();
-            }
-        }).join();
-    });
-    EXPECT_EQ(m_Engine->Init(kVendor, kProduct), 0);
-    usb().on_alternate_setting(nullptr);
-    EXPECT_TRUE(held);
+    EXPECT_TRUE(HoldsTheDeviceLockToItsEnd([&] { return m_Engine->Init(kVendor, kProduct); }));
 }
 
 TEST_F(UvcOpen, FreesTheDeviceLockOnEveryWayOut) {
