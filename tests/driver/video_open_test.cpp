@@ -121,6 +121,13 @@ TEST_F(UvcOpen, ActiveKernelDriversAreDetached) {
     EXPECT_EQ(calls[5], "libusb_detach_kernel_driver 0");
 }
 
+TEST_F(UvcOpen, ALostCameraIsForgottenWhenItIsOpenedAgain) {
+    virtbus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_NO_DEVICE));
+    EXPECT_EQ(Init(), -1);
+    EXPECT_EQ(Init(), 0);
+    EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}}));
+}
+
 TEST_F(UvcOpen, FailedQuestionForADriverCountsAsNone) {
     virtbus::add_fault(
         {{"on", {{"call", "libusb_kernel_driver_active"}}}, {"do", {{"return", -99}}}});
