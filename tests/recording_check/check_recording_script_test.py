@@ -109,6 +109,19 @@ class CheckRecording(unittest.TestCase):
         self.assert_good()
         self.assert_bad("missing: main, sub, jpeg, yuy2, nv12, nv21, pcm", "--all-kinds")
 
+    def test_folder_without_a_recording(self):
+        self.assert_bad("nothing is recorded here")
+        (self.folder / "report.txt").write_text("no camera\n")
+        self.assert_bad("nothing is recorded here")
+
+    def test_stream_that_was_counted_and_has_no_file(self):
+        self.film("gray.y4m", range(1, 6))
+        report = self.folder.parent / "report.json"
+        report.write_text(json.dumps({"recordings": [
+            {"name": "h264-gray", "streams": {"gray": {"pictures": 5}, "main": {"pictures": 5},
+                                              "sub": {"pictures": 0}}}]}))
+        self.assert_bad("counted by camhost, but without a file: main", "--report", report)
+
     def test_empty_file(self):
         (self.folder / "main.h264").write_bytes(b"")
         self.assert_bad("ffprobe finds no picture")
