@@ -226,17 +226,7 @@ void Bus::change_presence(virtfaults::DeviceAction action) {
 
 void Bus::run_actions(const std::vector<virtfaults::DeviceAction>& actions) {
     for (const auto action : actions) {
-        switch (action) {
-            case virtfaults::DeviceAction::kUnplug:
-                camera_->unplug();
-                break;
-            case virtfaults::DeviceAction::kPlug:
-                camera_->plug();
-                break;
-            case virtfaults::DeviceAction::kPowerCycle:
-                camera_->power_cycle();
-                break;
-        }
+        virtfaults::perform(action, *camera_);
         sync_presence();
     }
 }

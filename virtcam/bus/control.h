@@ -64,7 +64,7 @@ struct IsoPacket {
     std::optional<unsigned> actual_length;  ///< reported in place of the byte count
 };
 
-// --- life cycle ---------------------------------------------------------------------------------
+// --- life cycle ----------------------------------------------------------------------------------
 
 /// A fresh camera and bus: new attachment, no faults, empty logs, counters at 0, transfers in
 /// flight end with 'no device'. What is still open stays usable and is no leak of the fresh bus;
@@ -79,13 +79,13 @@ void unplug();       ///< has taken full effect on return: transfers ended, list
 void plug();         ///< likewise
 void power_cycle();  ///< likewise; a departure and an arrival
 
-// --- faults -------------------------------------------------------------------------------------
+// --- faults --------------------------------------------------------------------------------------
 
 /// Adds one rule, or a list of rules. Throws std::invalid_argument when malformed.
 void add_fault(const nlohmann::json& rule);
 void clear_faults();
 
-// --- observation --------------------------------------------------------------------------------
+// --- observation ---------------------------------------------------------------------------------
 
 std::vector<Complaint> complaints();
 /// Returns the complaints and forgets them.

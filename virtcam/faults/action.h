@@ -24,6 +24,22 @@ enum class Status {
 /// Change of presence that a rule causes besides, or instead of, a failure.
 enum class DeviceAction { kUnplug, kPlug, kPowerCycle };
 
+/// Lets it happen to a camera of any front end.
+template <typename Camera>
+void perform(DeviceAction action, Camera& camera) {
+    switch (action) {
+        case DeviceAction::kUnplug:
+            camera.unplug();
+            break;
+        case DeviceAction::kPlug:
+            camera.plug();
+            break;
+        case DeviceAction::kPowerCycle:
+            camera.power_cycle();
+            break;
+    }
+}
+
 /// How a request that is to time out does so.
 enum class TimeOut {
     kNone,

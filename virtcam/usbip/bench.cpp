@@ -47,17 +47,7 @@ uint64_t Bench::presence() const {
 }
 
 void Bench::run(virtfaults::DeviceAction action) {
-    switch (action) {
-        case virtfaults::DeviceAction::kUnplug:
-            camera_->unplug();
-            break;
-        case virtfaults::DeviceAction::kPlug:
-            camera_->plug();
-            break;
-        case virtfaults::DeviceAction::kPowerCycle:
-            camera_->power_cycle();
-            break;
-    }
+    virtfaults::perform(action, *camera_);
 }
 
 TimePoint Bench::run_due(TimePoint now) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "virtcam/usbip/handshake.h"
 
@@ -278,7 +279,7 @@ void Server::answer_host(Peer& peer) {
         return;
     }
     adopt(std::move(peer.fd));
-    link_->out = std::move(peer.out);
+    link_->out = std::exchange(peer.out, SendBuffer());
     take_commands(peer.received);
 }
 
