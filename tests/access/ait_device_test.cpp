@@ -18,14 +18,6 @@ nlohmann::json FailCall(const std::string& name, const nlohmann::json& action) {
 class AitDeviceTest : public BusTest {
   protected:
     using BusTest::BusTest;
-    typedef std::vector<std::pair<unsigned, std::string>> Lines;
-    Lines Log() {
-        Lines lines;
-        for (const LogLine& line : log().lines()) {
-            lines.emplace_back(line.level, line.text);
-        }
-        return lines;
-    }
     static ssize_t ListedDevices() {
         libusb_context* context = nullptr;
         libusb_init(&context);

@@ -174,42 +174,38 @@ TEST_F(FirmwareLoader, EveryLineOfAStartByTheExtensionUnitPath) {
         virtbus::wait_until([] { return virtbus::camera().attached(); }, kLimit);
     });
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
-    std::vector<std::pair<unsigned, std::string>> lines;
-    for (const LogLine& line : log().lines()) {
+    const Lines lines = Log([](const LogLine& line) {
         const bool ofTheListing = line.function == "IsProcDeviceChanged" ||
                                   line.function == "FindCamera" ||
                                   line.function == "LogFoundCamera";
-        if (line.level != 5 && !ofTheListing && line.function != "OpenAitDevice") {
-            lines.emplace_back(line.level, line.text);
-        }
-    }
+        return line.level != 5 && !ofTheListing && line.function != "OpenAitDevice";
+    });
     const std::pair<unsigned, std::string> noDownload[] = {
         {1, "no version file in /mtd_rwcommon/lumo/bin/opxCamera.xml, start update\n"},
         {1, "use /mtd_exe/lumo/\n"}};
     EXPECT_EQ(
         lines,
-        (std::vector<std::pair<unsigned, std::string>>{
-            {4, "CCameraFwLoader::Run()\r\n"},
-            {4, "CCameraFwLoader::Run() Open device VID=0x114D, PID=0x2065, Interface=2 \r\n"},
-            {4, "Current boot code is using UVC interface.\r\n"},
-            {4, "Exit OpenAitDevice. \r\n"},
-            {1, "BootCode version is 0x100\r\n"},
-            {4, "use_pcsync is 0\n"},
-            noDownload[0],
-            noDownload[1],
-            {1, "FW file[/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin] does not exist\n"},
-            {4, "FW file is [/mtd_exe/lumo/Tarlo_Ext_FW.bin]\n"},
-            {4, "Enter UpdateFirmwareUvcPath. \r\n"},
-            {4, "binary size=2000 bytes\r\n"},
-            {4, "UVC path fw update init.\r\n"},
-            {4, "UVC path fw data transfer.\r\n"},
-            {4, "Start burning.\r\n"},
-            {1, "Update flash successfully.\r\n"},
-            {4, "Exit UpdateFirmwareUvcPath. \r\n"},
-            {1, "Camera-Version:1.45.102"},
-            noDownload[0],
-            noDownload[1],
-            {4, "Camera firmware ready. change status to CAMERA_STATUS_OK.\r\n"}}));
+        (Lines{{4, "CCameraFwLoader::Run()\r\n"},
+               {4, "CCameraFwLoader::Run() Open device VID=0x114D, PID=0x2065, Interface=2 \r\n"},
+               {4, "Current boot code is using UVC interface.\r\n"},
+               {4, "Exit OpenAitDevice. \r\n"},
+               {1, "BootCode version is 0x100\r\n"},
+               {4, "use_pcsync is 0\n"},
+               noDownload[0],
+               noDownload[1],
+               {1, "FW file[/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin] does not exist\n"},
+               {4, "FW file is [/mtd_exe/lumo/Tarlo_Ext_FW.bin]\n"},
+               {4, "Enter UpdateFirmwareUvcPath. \r\n"},
+               {4, "binary size=2000 bytes\r\n"},
+               {4, "UVC path fw update init.\r\n"},
+               {4, "UVC path fw data transfer.\r\n"},
+               {4, "Start burning.\r\n"},
+               {1, "Update flash successfully.\r\n"},
+               {4, "Exit UpdateFirmwareUvcPath. \r\n"},
+               {1, "Camera-Version:1.45.102"},
+               noDownload[0],
+               noDownload[1],
+               {4, "Camera firmware ready. change status to CAMERA_STATUS_OK.\r\n"}}));
     ExpectLeavingsOfFailedClaim();
 }
 
@@ -441,8 +437,7 @@ TEST_F(FirmwareLoader, WhileTheCameraObjectGoesNothingIsReported) {
     EXPECT_NO_LOG(4, "Camera firmware ready. change status to CAMERA_STATUS_OK.\r\n");
 }
 
-// --- monitor
-// ------------------------------------------------------------------------------------------
+// --- monitor -------------------------------------------------------------------------------------
 
 TEST_F(FirmwareLoader, MonitorAsksOnceASecond) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
@@ -542,8 +537,7 @@ TEST_F(FirmwareLoader, ADisconnectionDuringDestructionIsNotReported) {
     EXPECT_EQ(reports_.All().size(), 1u);
 }
 
-// --- version
-// -----------------------------------------------------------------------------------------
+// --- version -------------------------------------------------------------------------------------
 
 TEST_F(FirmwareLoader, VersionOfAnOpenCamera) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
@@ -586,15 +580,14 @@ TEST_F(FirmwareLoader, VersionWithoutACamera) {
     EXPECT_LOG(1, "Get Firmware Version error\r\n");
 }
 
-// --- choice of files
-// -----------------------------------------------------------------------------------
+// --- choice of files -----------------------------------------------------------------------------
 
 struct Choice {
     const char* name;
     const char* shipped;     // content; null: no file
     const char* downloaded;  // likewise
     bool takesShipped;
-    std::vector<std::pair<unsigned, std::string>> lines;
+    Lines lines;
 };
 
 void PrintTo(const Choice& choice, std::ostream* out) {
@@ -613,15 +606,11 @@ TEST_P(FirmwareChoice, Decides) {
     }
     CCameraFwLoader loader(0x2065, 0x114D, 2, nullptr);
     EXPECT_EQ(loader.UseDefaultVersion(), GetParam().takesShipped);
-    std::vector<std::pair<unsigned, std::string>> lines;
-    for (const LogLine& line : log().lines()) {
-        lines.emplace_back(line.level, line.text);
-    }
-    EXPECT_EQ(lines, GetParam().lines);
+    EXPECT_EQ(Log(), GetParam().lines);
 }
 
-std::vector<std::pair<unsigned, std::string>> Compared(size_t length, const std::string& shipped,
-                                                       const std::string& downloaded, bool newer) {
+Lines Compared(size_t length, const std::string& shipped, const std::string& downloaded,
+               bool newer) {
     return {{4, "opxVersion Version XML String length=" + std::to_string(length) + " \n"},
             {4, "defaultVersion version : " + shipped + " \n"},
             {4, "opxVersion version : " + downloaded + " \n"},
@@ -727,8 +716,7 @@ TEST_F(FirmwareChoiceOfOddFiles, ReadsOneMebibyteOfAVersionFile) {
     RemoveTvFiles();
 }
 
-// --- boot code
-// -----------------------------------------------------------------------------------------
+// --- boot code -----------------------------------------------------------------------------------
 
 class BootCodeUpdate : public FirmwareLoader {
   protected:
@@ -786,25 +774,19 @@ TEST_F(BootCodeUpdate, WritesByTheExtensionUnitPathOnItsOwnDevice) {
     WriteBootCode(0xFACABCDE);
     log().reset();
     EXPECT_EQ(Update(0xABCDD), 0);
-    std::vector<std::pair<unsigned, std::string>> lines;
-    for (const LogLine& line : log().lines()) {
-        if (line.thread == std::this_thread::get_id()) {
-            lines.emplace_back(line.level, line.text);
-        }
-    }
-    EXPECT_EQ(lines, (std::vector<std::pair<unsigned, std::string>>{
-                         {4, "FwVerCode=0xFACABCDE\r\n"},
-                         {4, "Bootcode file path is: /dtv/boot.bin\r\n"},
-                         {4,
-                          "Found a new bootcode binary. binary version is 0xABCDE, device "
-                          "version is 0xABCDD\r\n"},
-                         {4, "Start to update bootcode. New version is 0xABCDE.\r\n"},
-                         {4, "binary size=12288 bytes\r\n"},
-                         {4, "UVC path fw update init.\r\n"},
-                         {4, "UVC path fw data transfer.\r\n"},
-                         {4, "Start burning.\r\n"},
-                         {1, "Update flash successfully.\r\n"},
-                         {4, "Boot code update done.\r\n"}}));
+    EXPECT_EQ(Log(OfThisThread),
+              (Lines{{4, "FwVerCode=0xFACABCDE\r\n"},
+                     {4, "Bootcode file path is: /dtv/boot.bin\r\n"},
+                     {4,
+                      "Found a new bootcode binary. binary version is 0xABCDE, device "
+                      "version is 0xABCDD\r\n"},
+                     {4, "Start to update bootcode. New version is 0xABCDE.\r\n"},
+                     {4, "binary size=12288 bytes\r\n"},
+                     {4, "UVC path fw update init.\r\n"},
+                     {4, "UVC path fw data transfer.\r\n"},
+                     {4, "Start burning.\r\n"},
+                     {1, "Update flash successfully.\r\n"},
+                     {4, "Boot code update done.\r\n"}}));
     EXPECT_EQ(clock().count(3s), 1u);
     const auto flash = virtbus::camera().flash();
     EXPECT_EQ(std::string(flash.begin(), flash.end()), ReadFile(path_));

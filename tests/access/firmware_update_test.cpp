@@ -50,14 +50,6 @@ class FirmwareUpdate : public BusTest {
         return {flash.begin(), flash.end()};
     }
     char* Path() { return path_; }
-    typedef std::vector<std::pair<unsigned, std::string>> Lines;
-    Lines Log() {
-        Lines lines;
-        for (const LogLine& line : log().lines()) {
-            lines.emplace_back(line.level, line.text);
-        }
-        return lines;
-    }
     static std::vector<unsigned> BulkPieces() {
         std::vector<unsigned> pieces;
         for (const auto& call : virtbus::call_log()) {

@@ -342,8 +342,7 @@ TEST_F(PayloadParser, ShowPrintsTheSizes) {
     ExpectTexts({"h264_size=1, mjpg_size=2, gray_size=3, yuy2_size=4,num=5\r\n"});
 }
 
-// --- key frame
-// ---------------------------------------------------------------------------------------
+// --- key frame -----------------------------------------------------------------------------------
 
 std::vector<uint8_t> KeyFrame() {
     std::vector<uint8_t> frame = {0, 0, 0, 1, 0x67, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};

@@ -1,12 +1,8 @@
 // The audio engine without its thread, on scripted isochronous transfers.
 #pragma once
 
-#include <errno.h>
-
-#include <memory>
-
 #include "CLibusb_UacCtrl.h"
-#include "tests/driver/EngineTest.h"
+#include "tests/driver/StreamTest.h"
 
 namespace test {
 
@@ -17,6 +13,7 @@ class AudioEngine : public CLibUSB_UacCtrl {
     using UsbStreamEngine::m_bDeviceGone;
     using UsbStreamEngine::m_ctx;
     using UsbStreamEngine::m_pDevH;
+    using UsbStreamEngine::m_ProducerMtx;
     using UsbStreamEngine::m_TransferMtx;
     using UsbStreamEngine::Queue;
 };
@@ -25,7 +22,7 @@ constexpr int kPackets = 10;
 /// Rate that the camera offers.
 constexpr int kRate = 16000;
 
-class AudioEngineTest : public EngineTest {
+class AudioEngineTest : public StreamTest<AudioEngine, 0x82> {
   protected:
     ~AudioEngineTest() override {
         // A stop that a test made fail leaves its transfers to the destructor.
@@ -66,22 +63,7 @@ class AudioEngineTest : public EngineTest {
         Deliver({{virtbus::TransferStatus::kCompleted, bytes, std::nullopt}});
     }
 
-    uint32_t Queued() { return m_Engine->Queue()->GetCnt(); }
-    Bytes Take() {
-        unsigned char* data = nullptr;
-        unsigned int length = 0;
-        if (Queued() == 0 || m_Engine->DequeFrameBuf(&data, &length) == 0) {
-            return {};
-        }
-        Bytes frame(data, data + length);
-        m_Engine->QueueFrameBuf();
-        return frame;
-    }
-    static size_t InFlight() { return virtbus::pending(0x82); }
-    static void ExpireWaits() { system_calls().pthread_cond_timedwait = ETIMEDOUT; }
-
     unsigned int m_PacketSize = 0;
-    std::unique_ptr<AudioEngine> m_Engine;
 };
 
 }  // namespace test

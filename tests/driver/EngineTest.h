@@ -16,9 +16,6 @@
 
 namespace test {
 
-/// Level and text of one log line.
-using Logged = std::pair<unsigned int, std::string>;
-
 using Bytes = std::vector<uint8_t>;
 
 /// `count` bytes that differ from their neighbours and from those of another seed.
@@ -91,13 +88,6 @@ class EngineTest : public BusTest {
 
     LibusbCalls& usb() { return LibusbCalls::instance(); }
 
-    std::vector<Logged> Log() {
-        std::vector<Logged> all;
-        for (const LogLine& line : log().lines()) {
-            all.emplace_back(line.level, line.text);
-        }
-        return all;
-    }
     void ForgetLog() { log().reset(); }
 
     /// Forgets what was observed so far.

@@ -1,12 +1,8 @@
 // The video engine without its thread, on scripted payloads.
 #pragma once
 
-#include <errno.h>
-
-#include <memory>
-
 #include "CLibusb_UvcCtrl.h"
-#include "tests/driver/EngineTest.h"
+#include "tests/driver/StreamTest.h"
 
 namespace test {
 
@@ -23,7 +19,7 @@ class VideoEngine : public CLibUSB_UvcCtrl {
     using UsbStreamEngine::Queue;
 };
 
-class VideoEngineTest : public EngineTest {
+class VideoEngineTest : public StreamTest<VideoEngine, 0x81> {
   protected:
     ~VideoEngineTest() override {
         clock().on_sleep(nullptr);  // what it refers to is gone
@@ -52,26 +48,6 @@ class VideoEngineTest : public EngineTest {
     }
     /// Ends the frame of frame ID `fid` as the camera does, with a header alone.
     void DeliverEnd(uint8_t fid) { Deliver(Payload(static_cast<uint8_t>(fid | kEof))); }
-
-    /// Frames that wait for the consumer.
-    uint32_t Queued() { return m_Engine->Queue()->GetCnt(); }
-    /// Takes the oldest frame; the queue must not be empty.
-    Bytes Take() {
-        unsigned char* data = nullptr;
-        unsigned int length = 0;
-        if (Queued() == 0 || m_Engine->DequeFrameBuf(&data, &length) == 0) {
-            return {};
-        }
-        Bytes frame(data, data + length);
-        m_Engine->QueueFrameBuf();
-        return frame;
-    }
-    static size_t InFlight() { return virtbus::pending(0x81); }
-
-    /// Waits of the queue time out at once.
-    static void ExpireWaits() { system_calls().pthread_cond_timedwait = ETIMEDOUT; }
-
-    std::unique_ptr<VideoEngine> m_Engine;
 };
 
 }  // namespace test

@@ -95,7 +95,7 @@ TEST_F(UacData, FullQueueDropsTheTransferWithALineAndResubmits) {
     for (int i = 0; i < 2; ++i) {
         ForgetLog();
         Deliver({Packet({99})});
-        EXPECT_EQ(Log(), (std::vector<Logged>{{5, "Audio frame drop. 4 buf, 0 offset\r\n"}}));
+        EXPECT_EQ(Log(), (Lines{{5, "Audio frame drop. 4 buf, 0 offset\r\n"}}));
         EXPECT_EQ(InFlight(), 2u);
     }
     for (uint8_t i = 1; i <= 4; ++i) {
@@ -109,7 +109,7 @@ TEST_F(UacData, FullQueueDropsTheTransferWithALineAndResubmits) {
 
 TEST_F(UacData, TimedOutTransferIsFilledLikeACompletion) {
     Deliver({Packet({1, 2})}, TransferStatus::kTimedOut);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "LIBUSB_TRANSFER_TIMED_OUT! EP = 82\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "LIBUSB_TRANSFER_TIMED_OUT! EP = 82\n"}}));
     EXPECT_EQ(Take(), (Bytes{1, 2}));
     EXPECT_EQ(InFlight(), 2u);
 }
@@ -128,7 +128,7 @@ TEST_F(UacData, OtherEndingsLeaveTheTransferIdle) {
         ASSERT_EQ(m_Engine->UAC_EnableAudioStream(kRate), 0);
         ForgetLog();
         Deliver({Packet({1})}, ending.status);
-        EXPECT_EQ(Log(), (std::vector<Logged>{{4, ending.text}}));
+        EXPECT_EQ(Log(), (Lines{{4, ending.text}}));
         EXPECT_EQ(Queued(), 0u);
         EXPECT_EQ(InFlight(), 1u);
         Deliver({Packet({2})});
@@ -141,7 +141,7 @@ TEST_F(UacData, OtherEndingsLeaveTheTransferIdle) {
 TEST_F(UacData, CompletionAfterTheStreamHasEndedIsPublishedAndNotResubmitted) {
     m_Engine->IsStreaming = false;
     Deliver({Packet({1})});
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Stop submit audio transfer.\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "Stop submit audio transfer.\r\n"}}));
     EXPECT_EQ(Take(), Bytes{1});
     EXPECT_EQ(InFlight(), 1u);
     m_Engine->IsStreaming = true;
@@ -161,7 +161,7 @@ TEST_F(UacData, CopyWrapsAt16000Bytes) {
     }
     unsigned char* buffer = m_Engine->Queue()->GetWritePtr(0)->buf;
     Deliver(packets);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "offset  =15000\n"}, {4, "acture = 3000\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "offset  =15000\n"}, {4, "acture = 3000\n"}}));
     EXPECT_EQ(Bytes(buffer + 2000, buffer + 16000), Bytes(all.begin() + 2000, all.begin() + 16000));
     EXPECT_EQ(buffer[16000], 0);
     // The rest went to the start, and only it counts.
@@ -173,7 +173,7 @@ TEST_F(UacData, CopyThatEndsAtTheLimitWrapsToNothing) {
     std::vector<IsoPacket> packets(8, Packet(Pattern(2000)));
     unsigned char* buffer = m_Engine->Queue()->GetWritePtr(0)->buf;
     Deliver(packets);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "offset  =14000\n"}, {4, "acture = 2000\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "offset  =14000\n"}, {4, "acture = 2000\n"}}));
     EXPECT_EQ(Bytes(buffer + 14000, buffer + 16000), Pattern(2000));
     EXPECT_EQ(Queued(), 1u);
     EXPECT_EQ(Take(), Bytes{});
@@ -202,7 +202,7 @@ TEST_F(UacData, SmallBufferBoundsTheCopyNoEarlierThanItsEnd) {
     StreamPackets(1600);  // 16,000 bytes: the wrap limit is the buffer's end
     std::vector<IsoPacket> packets(10, Packet(Pattern(1600)));
     Deliver(packets);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "offset  =14400\n"}, {4, "acture = 1600\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "offset  =14400\n"}, {4, "acture = 1600\n"}}));
     EXPECT_EQ(Queued(), 1u);
 }
 

@@ -43,7 +43,7 @@ TEST_F(UacOpen, ClaimsStreamingSelectsIdleThenClaimsControl) {
                            "libusb_set_interface_alt_setting 3", "libusb_kernel_driver_active 2",
                            "libusb_claim_interface 2"}));
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 0}}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{kStreamOk, kControlOk}));
+    EXPECT_EQ(Log(), (Lines{kStreamOk, kControlOk}));
 }
 
 TEST_F(UacOpen, NoCameraIsLogged) {
@@ -51,7 +51,7 @@ TEST_F(UacOpen, NoCameraIsLogged) {
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(usb().opens(),
               (std::vector<std::pair<int, int>>{{kVendor, kProduct}, {0x114D, 0x8C00}}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "AIT Camera Device not found\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "AIT Camera Device not found\n"}}));
 }
 
 TEST_F(UacOpen, FallbackIdentityIsOpenedAndLogged) {
@@ -59,15 +59,15 @@ TEST_F(UacOpen, FallbackIdentityIsOpenedAndLogged) {
     usb().set_product(0x8C00);
     EXPECT_EQ(m_Engine->Init(0x1234, 0x5678), 0);
     ExpectUnusualRelease();
-    EXPECT_EQ(Log(),
-              (std::vector<Logged>{
-                  {4, "Found an AIT device VID=0x114D, PID=0x8C00\r\n"}, kStreamOk, kControlOk}));
+    EXPECT_EQ(
+        Log(),
+        (Lines{{4, "Found an AIT device VID=0x114D, PID=0x8C00\r\n"}, kStreamOk, kControlOk}));
 }
 
 TEST_F(UacOpen, UnreadableConfigurationClosesTheDevice) {
     virtbus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_IO));
     EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "libusb_get_configuration Error!\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "libusb_get_configuration Error!\n"}}));
     EXPECT_EQ(Calls().back(), "libusb_close");
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
 }
@@ -75,8 +75,7 @@ TEST_F(UacOpen, UnreadableConfigurationClosesTheDevice) {
 TEST_F(UacOpen, RefusedStreamingInterfaceClosesTheDevice) {
     virtbus::add_fault(FailCallOn("libusb_claim_interface", 3, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Log(),
-              (std::vector<Logged>{{4, "libusb_claim_interface (AudioStream) fail!(-6)\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "libusb_claim_interface (AudioStream) fail!(-6)\n"}}));
     EXPECT_TRUE(usb().alternate_settings().empty());
     EXPECT_EQ(Calls().back(), "libusb_close");
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
@@ -85,8 +84,7 @@ TEST_F(UacOpen, RefusedStreamingInterfaceClosesTheDevice) {
 TEST_F(UacOpen, RefusedControlInterfaceClosesTheDeviceWithoutReleasingTheOther) {
     virtbus::add_fault(FailCallOn("libusb_claim_interface", 2, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{
-                         kStreamOk, {4, "libusb_claim_interface (AudioControl)  fail!(-6)\n"}}));
+    EXPECT_EQ(Log(), (Lines{kStreamOk, {4, "libusb_claim_interface (AudioControl)  fail!(-6)\n"}}));
     EXPECT_EQ(CountCalls("libusb_release_interface"), 0u);
     EXPECT_EQ(Calls().back(), "libusb_close");
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
@@ -97,7 +95,7 @@ TEST_F(UacOpen, RefusedIdleSettingIsIgnoredSilently) {
     virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Init(), 0);
     ExpectUnusualRelease();
-    EXPECT_EQ(Log(), (std::vector<Logged>{kStreamOk, kControlOk}));
+    EXPECT_EQ(Log(), (Lines{kStreamOk, kControlOk}));
 }
 
 TEST_F(UacOpen, ActiveKernelDriversAreDetached) {
@@ -107,8 +105,8 @@ TEST_F(UacOpen, ActiveKernelDriversAreDetached) {
     virtbus::add_fault(FailCallOn("libusb_detach_kernel_driver", 2, LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Init(), 0);
     ExpectUnusualRelease();
-    EXPECT_EQ(Log(), (std::vector<Logged>{
-                         kStreamOk, {4, "libusb_detach_kernel_driver fail!(-99)\n"}, kControlOk}));
+    EXPECT_EQ(Log(),
+              (Lines{kStreamOk, {4, "libusb_detach_kernel_driver fail!(-99)\n"}, kControlOk}));
     const auto calls = Calls();
     ASSERT_GE(calls.size(), 8u);
     EXPECT_EQ(calls[3], "libusb_detach_kernel_driver 3");
@@ -139,8 +137,8 @@ TEST_F(UacOpen, DestructionReleasesInterfaceOneClosesAndExits) {
     Close();
     EXPECT_EQ(Calls(), (std::vector<std::string>{"libusb_release_interface 1", "libusb_close",
                                                  "libusb_exit"}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() +\r\n"},
-                                          {4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() -\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() +\r\n"},
+                            {4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() -\r\n"}}));
 }
 
 TEST_F(UacOpen, DestructionOfARunningStreamFreesEverything) {
@@ -158,7 +156,7 @@ TEST_F(UacOpen, WithoutAContextNothingIsFound) {
     AudioEngine engine;
     Forget();
     EXPECT_EQ(engine.Init(kVendor, kProduct), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "AIT Camera Device not found\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "AIT Camera Device not found\n"}}));
     EXPECT_EQ(engine.UAC_EnableAudioStream(kRate), -1);
     EXPECT_EQ(engine.UAC_DisableAudioStream(), -1);
     EXPECT_EQ(engine.UAC_SetSamplingRate(kRate), -1);

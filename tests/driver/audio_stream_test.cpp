@@ -39,7 +39,7 @@ TEST_F(UacStream, SetsAndReadsTheRateReadsTheRangeAndAppliesTheVolume) {
                                                 {0xA1, 0x83, 0x0200, 0x0503, {0x00, 0x00}},
                                                 {0xA1, 0x82, 0x0200, 0x0503, {0x00, 0xF0}},
                                                 {0x21, 0x01, 0x0200, 0x0503, {0xFF, 0xFF}}}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine, kVolumeLine}));
+    EXPECT_EQ(Log(), (Lines{kStartLine, kVolumeLine}));
     EXPECT_TRUE(m_Engine->IsStreaming);
     EXPECT_EQ(m_Engine->UAC_GetMaxVolume(), 0);
     EXPECT_EQ(m_Engine->UAC_GetMinVolume(), -4096);
@@ -139,9 +139,10 @@ TEST_F(UacStream, RateThatCannotBeSetFailsTheStart) {
         virtbus::clear_faults();
         virtbus::add_fault(OnRequest(0x22, 0x01, test.action));
         EXPECT_EQ(Start(), -1);
-        EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
-                                              {4, "Failed to SET sampling rate: (" +
-                                                      std::to_string(test.code) + ")\n"}}));
+        EXPECT_EQ(
+            Log(),
+            (Lines{kStartLine,
+                   {4, "Failed to SET sampling rate: (" + std::to_string(test.code) + ")\n"}}));
         EXPECT_EQ(Requests().size(), 1u);
         EXPECT_TRUE(usb().alternate_settings().empty());
         ExpectIdle();
@@ -158,9 +159,10 @@ TEST_F(UacStream, RateThatCannotBeReadBackFailsTheStart) {
         virtbus::clear_faults();
         virtbus::add_fault(OnRequest(0xA2, 0x81, test.action));
         EXPECT_EQ(Start(), -1);
-        EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
-                                              {4, "Failed to GET sampling rate: (" +
-                                                      std::to_string(test.code) + ")\n"}}));
+        EXPECT_EQ(
+            Log(),
+            (Lines{kStartLine,
+                   {4, "Failed to GET sampling rate: (" + std::to_string(test.code) + ")\n"}}));
         EXPECT_EQ(Requests().size(), 2u);
         ExpectIdle();
     }
@@ -174,9 +176,10 @@ TEST_F(UacStream, VolumeLimitThatCannotBeReadFailsTheStart) {
             virtbus::clear_faults();
             virtbus::add_fault(OnRequest(0xA1, request, action));
             EXPECT_EQ(Start(), -1);
-            EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
-                                                  {4, "libusb_control_transfer: Error: (" +
-                                                          std::to_string(code) + ")\n"}}));
+            EXPECT_EQ(
+                Log(),
+                (Lines{kStartLine,
+                       {4, "libusb_control_transfer: Error: (" + std::to_string(code) + ")\n"}}));
             EXPECT_EQ(Requests().size(), request == 0x83 ? 3u : 4u);
             ExpectIdle();
         }
@@ -186,8 +189,7 @@ TEST_F(UacStream, VolumeLimitThatCannotBeReadFailsTheStart) {
 TEST_F(UacStream, StreamingSettingThatIsRefusedFailsTheStart) {
     virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Start(), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine,
-                                          {4, "UAC_EnableAudioStream Error: IF = 3, Alt = 1"}}));
+    EXPECT_EQ(Log(), (Lines{kStartLine, {4, "UAC_EnableAudioStream Error: IF = 3, Alt = 1"}}));
     EXPECT_EQ(CountCalls("libusb_alloc_transfer"), 0u);
     ExpectIdle();
 }
@@ -198,8 +200,7 @@ TEST_F(UacStream, PacketSizeMustBePositive) {
         virtbus::clear_faults();
         virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", answer));
         EXPECT_EQ(Start(), -1);
-        EXPECT_EQ(Log(),
-                  (std::vector<Logged>{kStartLine, {4, "libusb_get_max_iso_packet_size Fail"}}));
+        EXPECT_EQ(Log(), (Lines{kStartLine, {4, "libusb_get_max_iso_packet_size Fail"}}));
         EXPECT_TRUE(usb().submits().empty());
         EXPECT_FALSE(m_Engine->IsStreaming);
         EXPECT_EQ(m_Engine->Queue(), nullptr);
@@ -213,8 +214,7 @@ TEST_F(UacStream, PacketSizeMustBePositive) {
 TEST_F(UacStream, FirstRefusedSubmitLeavesTheRestForTheNextStop) {
     virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 1));
     EXPECT_EQ(Start(), -1);
-    EXPECT_EQ(Log(),
-              (std::vector<Logged>{kStartLine, {4, "libusb_fill_iso_transfer error: Audio 0\n"}}));
+    EXPECT_EQ(Log(), (Lines{kStartLine, {4, "libusb_fill_iso_transfer error: Audio 0\n"}}));
     EXPECT_TRUE(m_Engine->IsStreaming);
     EXPECT_NE(m_Engine->Queue(), nullptr);
     EXPECT_EQ(usb().submits().size(), 1u);
@@ -281,7 +281,7 @@ TEST_F(UacStream, StartAfterAFailedStartTearsDownWhatItLeft) {
     EXPECT_EQ(Start(), 0);
     EXPECT_EQ(log().count_containing("LIBUSB_TRANSFER_CANCELLED"), 0u);
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 2u);
-    EXPECT_EQ(Log(), (std::vector<Logged>{kStartLine, kVolumeLine}));
+    EXPECT_EQ(Log(), (Lines{kStartLine, kVolumeLine}));
 }
 
 TEST_F(UacStream, StartWhileStreamingStopsFirst) {
@@ -352,8 +352,8 @@ TEST_F(UacStream, VolumeIsSetWithinTheRangeOnly) {
     EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -4096);
     EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0200, 0x0503, {0x00, 0x00}},
                                                 {0x21, 0x01, 0x0200, 0x0503, {0x00, 0xF0}}}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC SetVolume Min=-4096, Max=0, Vol=0\r\n"},
-                                          {4, "UAC SetVolume Min=-4096, Max=0, Vol=-4096\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "UAC SetVolume Min=-4096, Max=0, Vol=0\r\n"},
+                            {4, "UAC SetVolume Min=-4096, Max=0, Vol=-4096\r\n"}}));
 }
 
 TEST_F(UacStream, FailedVolumeIsLoggedAndNotRemembered) {
@@ -361,8 +361,8 @@ TEST_F(UacStream, FailedVolumeIsLoggedAndNotRemembered) {
     Forget();
     virtbus::add_fault(OnRequest(0x21, 0x01, "stall"));
     EXPECT_EQ(m_Engine->UAC_SetCurVolume(-5), LIBUSB_ERROR_PIPE);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC SetVolume Min=-4096, Max=0, Vol=-5\r\n"},
-                                          {4, "UAC_SetCurVolume: Error: (-9)\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "UAC SetVolume Min=-4096, Max=0, Vol=-5\r\n"},
+                            {4, "UAC_SetCurVolume: Error: (-9)\n"}}));
     EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -1);
     virtbus::clear_faults();
     virtbus::add_fault(OnRequest(0x21, 0x01, {{"actual_length", 0}}));
@@ -382,7 +382,7 @@ TEST_F(UacStream, SamplingRateIsSetByItself) {
     EXPECT_TRUE(Log().empty());
     virtbus::add_fault(OnRequest(0x22, 0x01, "stall"));
     EXPECT_EQ(m_Engine->UAC_SetSamplingRate(24000), LIBUSB_ERROR_PIPE);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC_SetSamplingRate: Error: (-9)\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "UAC_SetSamplingRate: Error: (-9)\n"}}));
 }
 
 // --- stop ----------------------------------------------------------------------------------------
@@ -424,8 +424,8 @@ TEST_F(UacStream, CancelledCompletionsAreLoggedWhileTheQueueExists) {
     ASSERT_EQ(Start(), 0);
     Forget();
     m_Engine->UAC_DisableAudioStream();
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "LIBUSB_TRANSFER_CANCELLED!\n"},
-                                          {4, "LIBUSB_TRANSFER_CANCELLED!\n"}}));
+    EXPECT_EQ(Log(),
+              (Lines{{4, "LIBUSB_TRANSFER_CANCELLED!\n"}, {4, "LIBUSB_TRANSFER_CANCELLED!\n"}}));
 }
 
 TEST_F(UacStream, RefusedIdleSettingEndsTheStopWithoutFreeing) {
@@ -433,7 +433,7 @@ TEST_F(UacStream, RefusedIdleSettingEndsTheStopWithoutFreeing) {
     Forget();
     virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
     EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!"}}));
     EXPECT_FALSE(m_Engine->IsStreaming);
     EXPECT_NE(m_Engine->Queue(), nullptr);
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 0u);
@@ -454,16 +454,13 @@ TEST_F(UacStream, StopWithoutAStreamSelectsIdle) {
 
 TEST_F(UacStream, StopWakesABlockedConsumer) {
     ASSERT_EQ(Start(), 0);
-    auto consumer = std::async(std::launch::async, [&] {
-        uint8_t byte;
-        return m_Engine->ReadFrame(&byte, 1);
-    });
-    while (m_Engine->Queue()->GetNumWaiters() == 0) {
-        std::this_thread::yield();
-    }
-    m_Engine->UAC_DisableAudioStream();
-    EXPECT_EQ(consumer.wait_for(300ms), std::future_status::ready);
-    EXPECT_EQ(consumer.get(), 0u);
+    ExpectStopWakesTheConsumer([&] { m_Engine->UAC_DisableAudioStream(); });
+}
+
+TEST_F(UacStream, StopWaitsForACompletionOfAnotherThread) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    ExpectStopWaitsForACompletion([&] { m_Engine->UAC_DisableAudioStream(); });
 }
 
 TEST_F(UacStream, CompletionsAfterTheStopBeganAreNotResubmitted) {

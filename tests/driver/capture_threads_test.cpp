@@ -40,8 +40,8 @@ class VideoThread : public EngineTest {
 const Logged kThreadEnd{4, "CAIT_CAM_LIB::run() Exit libusb thread.\n"};
 
 /// The lines that are not among those of the engine below, in order.
-std::vector<Logged> OwnLines(const std::vector<Logged>& all, const std::vector<std::string>& own) {
-    std::vector<Logged> picked;
+Lines OwnLines(const Lines& all, const std::vector<std::string>& own) {
+    Lines picked;
     for (const Logged& line : all) {
         if (std::find(own.begin(), own.end(), line.second) != own.end()) {
             picked.push_back(line);
@@ -106,14 +106,14 @@ TEST_F(VideoThread, StopEndsStreamThenThreadThenSelectsIdleAgain) {
                                "UVC_DisableVideoStream -\r\n", "VideoTransferStop +\r\n",
                                "pthread_cancel+\n", kThreadEnd.second, "pthread_cancel-\n",
                                "VideoTransferStop -\r\n"}),
-              (std::vector<Logged>{{4, "UVC_DisableVideoStream +\r\n"},
-                                   {4, "UVC_DisableVideoStream finish.\r\n"},
-                                   {4, "UVC_DisableVideoStream -\r\n"},
-                                   {4, "VideoTransferStop +\r\n"},
-                                   {4, "pthread_cancel+\n"},
-                                   kThreadEnd,
-                                   {4, "pthread_cancel-\n"},
-                                   {4, "VideoTransferStop -\r\n"}}));
+              (Lines{{4, "UVC_DisableVideoStream +\r\n"},
+                     {4, "UVC_DisableVideoStream finish.\r\n"},
+                     {4, "UVC_DisableVideoStream -\r\n"},
+                     {4, "VideoTransferStop +\r\n"},
+                     {4, "pthread_cancel+\n"},
+                     kThreadEnd,
+                     {4, "pthread_cancel-\n"},
+                     {4, "VideoTransferStop -\r\n"}}));
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}, {1, 0}}));
     EXPECT_FALSE(m_Engine->Running);
     EXPECT_FALSE(m_Engine->IsStreaming);
@@ -132,9 +132,9 @@ TEST_F(VideoThread, StopOfAnEngineThatNeverStreamedOnlySelectsIdle) {
 TEST_F(VideoThread, DestructionSaysItsFrame) {
     Forget();
     m_Engine.reset();
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n"},
-                                          {4, "CAIT_CAM_LIB::~CAIT_CAM_LIB()-\r\n"},
-                                          {4, "LibUSB_UvcCtrl::~CLibUSB_UvcCtrl()\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n"},
+                            {4, "CAIT_CAM_LIB::~CAIT_CAM_LIB()-\r\n"},
+                            {4, "LibUSB_UvcCtrl::~CLibUSB_UvcCtrl()\r\n"}}));
 }
 
 TEST_F(VideoThread, DestructionWithARunningStreamLeavesNothing) {
@@ -153,7 +153,7 @@ TEST_F(VideoThread, TheEngineStopsItsThreadItself) {
     const std::string begin = "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n";
     const std::string end = "CAIT_CAM_LIB::~CAIT_CAM_LIB()-\r\n";
     EXPECT_EQ(OwnLines(Log(), {begin, kThreadEnd.second, end}),
-              (std::vector<Logged>{{4, begin}, kThreadEnd, {4, end}}));
+              (Lines{{4, begin}, kThreadEnd, {4, end}}));
 }
 
 TEST_F(VideoThread, RestartsManyTimes) {
@@ -236,8 +236,8 @@ TEST_F(VideoCapture, WithoutACameraItIsNotReady) {
     ForgetLog();
     AitUvcCapture capture(kVendor, kProduct);
     EXPECT_FALSE(capture.IsReady());
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "AIT Camera Device not found\n"},
-                                          {1, "AitUvcCapture:: Device not exist.\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "AIT Camera Device not found\n"},
+                            {1, "AitUvcCapture:: Device not exist.\r\n"}}));
     EXPECT_FALSE(capture.ConfigureDev(1280, 720, 0, 30));
     EXPECT_EQ(log().texts().back(), "Failed to start streaming.\r\n");
 }
@@ -428,8 +428,7 @@ TEST_F(VideoCapture, DestructionStopsARunningStream) {
     EXPECT_EQ(CountCalls("libusb_close"), 1u);
 }
 
-// --- audio engine with its thread
-// ------------------------------------------------------------------
+// --- audio engine with its thread ----------------------------------------------------------------
 
 class AudioThreadEngine : public CAIT_AUDIO_LIB {
   public:
@@ -496,13 +495,13 @@ TEST_F(AudioThread, StopEndsStreamThenThread) {
     EXPECT_EQ(OwnLines(Log(), {"UAC_DisableAudioStream+\r\n", "UAC_DisableAudioStream-\r\n",
                                "AudioTransferStop+\r\n", "AudioTransferStop+\n", kThreadEnd.second,
                                "AudioTransferStop-\n", "AudioTransferStop-\r\n"}),
-              (std::vector<Logged>{{4, "UAC_DisableAudioStream+\r\n"},
-                                   {4, "UAC_DisableAudioStream-\r\n"},
-                                   {4, "AudioTransferStop+\r\n"},
-                                   {4, "AudioTransferStop+\n"},
-                                   kThreadEnd,
-                                   {4, "AudioTransferStop-\n"},
-                                   {4, "AudioTransferStop-\r\n"}}));
+              (Lines{{4, "UAC_DisableAudioStream+\r\n"},
+                     {4, "UAC_DisableAudioStream-\r\n"},
+                     {4, "AudioTransferStop+\r\n"},
+                     {4, "AudioTransferStop+\n"},
+                     kThreadEnd,
+                     {4, "AudioTransferStop-\n"},
+                     {4, "AudioTransferStop-\r\n"}}));
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 0}}));
     EXPECT_FALSE(m_Engine->Running);
 }
@@ -516,10 +515,10 @@ TEST_F(AudioThread, StopWithoutAStreamDoesNothing) {
 TEST_F(AudioThread, DestructionSaysItsFrame) {
     Forget();
     m_Engine.reset();
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"},
-                                          {4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()-"},
-                                          {4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() +\r\n"},
-                                          {4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() -\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"},
+                            {4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()-"},
+                            {4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() +\r\n"},
+                            {4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() -\r\n"}}));
 }
 
 TEST_F(AudioThread, VolumeIsAnOffsetAboveTheMinimum) {
@@ -684,10 +683,10 @@ TEST_F(AudioCapture, DestructionStopsARunningStreamInsideItsFrame) {
     EXPECT_EQ(OwnLines(Log(), {"CAudioCapture::~CAudioCapture+\r\n", "UAC_DisableAudioStream+\r\n",
                                "CAudioCapture::~CAudioCapture-\r\n",
                                "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"}),
-              (std::vector<Logged>{{4, "CAudioCapture::~CAudioCapture+\r\n"},
-                                   {4, "UAC_DisableAudioStream+\r\n"},
-                                   {4, "CAudioCapture::~CAudioCapture-\r\n"},
-                                   {4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"}}));
+              (Lines{{4, "CAudioCapture::~CAudioCapture+\r\n"},
+                     {4, "UAC_DisableAudioStream+\r\n"},
+                     {4, "CAudioCapture::~CAudioCapture-\r\n"},
+                     {4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"}}));
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ TEST_F(UvcOpen, ClaimsStreamingThenControlAndSelectsTheIdleSetting) {
                            "libusb_set_interface_alt_setting 1"}));
     EXPECT_EQ(usb().opens(), (std::vector<std::pair<int, int>>{{kVendor, kProduct}}));
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{kStreamingOk, kControlOk}));
+    EXPECT_EQ(Log(), (Lines{kStreamingOk, kControlOk}));
     EXPECT_NE(m_Engine->m_pDev, nullptr);
 }
 
@@ -47,7 +47,7 @@ TEST_F(UvcOpen, NoCameraIsLoggedAfterBothIdentitiesWereTried) {
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(usb().opens(),
               (std::vector<std::pair<int, int>>{{kVendor, kProduct}, {0x114D, 0x8C00}}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "AIT Camera Device not found\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "AIT Camera Device not found\n"}}));
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
 }
 
@@ -57,15 +57,15 @@ TEST_F(UvcOpen, FallbackIdentityIsOpenedAndLogged) {
     EXPECT_EQ(m_Engine->Init(0x1234, 0x5678), 0);
     EXPECT_EQ(usb().opens(),
               (std::vector<std::pair<int, int>>{{0x1234, 0x5678}, {0x114D, 0x8C00}}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Found an AIT device VID=0x114D, PID=0x8C00\r\n"},
-                                          kStreamingOk,
-                                          kControlOk}));
+    EXPECT_EQ(
+        Log(),
+        (Lines{{4, "Found an AIT device VID=0x114D, PID=0x8C00\r\n"}, kStreamingOk, kControlOk}));
 }
 
 TEST_F(UvcOpen, UnreadableConfigurationClosesTheDevice) {
     virtbus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_IO));
     EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "libusb_get_configuration Error!\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "libusb_get_configuration Error!\n"}}));
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
     EXPECT_EQ(Calls().back(), "libusb_close");
     EXPECT_EQ(CountCalls("libusb_claim_interface"), 0u);
@@ -75,8 +75,7 @@ TEST_F(UvcOpen, UnreadableConfigurationClosesTheDevice) {
 TEST_F(UvcOpen, RefusedStreamingInterfaceClosesTheDevice) {
     virtbus::add_fault(FailCallOn("libusb_claim_interface", 1, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Log(),
-              (std::vector<Logged>{{4, "libusb_claim_interface (VideoStreaming) fail!(-6)\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "libusb_claim_interface (VideoStreaming) fail!(-6)\n"}}));
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
     EXPECT_EQ(CountCalls("libusb_release_interface"), 0u);
     EXPECT_EQ(Calls().back(), "libusb_close");
@@ -85,8 +84,8 @@ TEST_F(UvcOpen, RefusedStreamingInterfaceClosesTheDevice) {
 TEST_F(UvcOpen, RefusedControlInterfaceReleasesTheOtherAndClosesTheDevice) {
     virtbus::add_fault(FailCallOn("libusb_claim_interface", 0, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{
-                         kStreamingOk, {4, "libusb_claim_interface (VideoControl) fail!(-6)\n"}}));
+    EXPECT_EQ(Log(),
+              (Lines{kStreamingOk, {4, "libusb_claim_interface (VideoControl) fail!(-6)\n"}}));
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
     const auto calls = Calls();
     ASSERT_GE(calls.size(), 2u);
@@ -97,10 +96,9 @@ TEST_F(UvcOpen, RefusedControlInterfaceReleasesTheOtherAndClosesTheDevice) {
 TEST_F(UvcOpen, RefusedIdleSettingIsLoggedAndIgnored) {
     virtbus::add_fault(FailCallOn("libusb_set_interface_alt_setting", 1, LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Init(), 0);
-    EXPECT_EQ(Log(), (std::vector<Logged>{
-                         kStreamingOk,
-                         kControlOk,
-                         {4, "libusb_set_interface_alt_setting (VideoStream) fail!(-99)\n"}}));
+    EXPECT_EQ(Log(), (Lines{kStreamingOk,
+                            kControlOk,
+                            {4, "libusb_set_interface_alt_setting (VideoStream) fail!(-99)\n"}}));
     EXPECT_NE(m_Engine->m_pDevH, nullptr);
 }
 
@@ -111,8 +109,7 @@ TEST_F(UvcOpen, ActiveKernelDriversAreDetached) {
     virtbus::add_fault(FailCallOn("libusb_detach_kernel_driver", 1, LIBUSB_ERROR_NOT_FOUND));
     EXPECT_EQ(Init(), 0);
     EXPECT_EQ(Log(),
-              (std::vector<Logged>{
-                  {4, "libusb_detach_kernel_driver fail!(-5)\n"}, kStreamingOk, kControlOk}));
+              (Lines{{4, "libusb_detach_kernel_driver fail!(-5)\n"}, kStreamingOk, kControlOk}));
     const auto calls = Calls();
     ASSERT_GE(calls.size(), 6u);
     EXPECT_EQ(calls[2], "libusb_kernel_driver_active 1");
@@ -178,14 +175,14 @@ TEST_F(UvcOpen, DestructionReleasesBothInterfacesClosesAndExits) {
     EXPECT_EQ(Calls(),
               (std::vector<std::string>{"libusb_release_interface 1", "libusb_release_interface 0",
                                         "libusb_close", "libusb_exit"}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "LibUSB_UvcCtrl::~CLibUSB_UvcCtrl()\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "LibUSB_UvcCtrl::~CLibUSB_UvcCtrl()\r\n"}}));
 }
 
 TEST_F(UvcOpen, DestructionWithoutADeviceOnlyExits) {
     Forget();
     m_Engine.reset();
     EXPECT_EQ(Calls(), (std::vector<std::string>{"libusb_exit"}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "LibUSB_UvcCtrl::~CLibUSB_UvcCtrl()\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "LibUSB_UvcCtrl::~CLibUSB_UvcCtrl()\r\n"}}));
 }
 
 TEST_F(UvcOpen, DestructionOfARunningStreamCancelsAndFreesItsTransfers) {
@@ -205,7 +202,7 @@ TEST_F(UvcOpen, WithoutAContextNothingIsFound) {
     EXPECT_EQ(engine.m_ctx, nullptr);
     Forget();
     EXPECT_EQ(engine.Init(kVendor, kProduct), -1);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "AIT Camera Device not found\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "AIT Camera Device not found\n"}}));
     EXPECT_EQ(engine.UVC_EnableVideoStream(4, 1, 30), -1);
     engine.handle_libusb_event();
     EXPECT_EQ(engine.UVC_DisableVideoStream(), 0);

@@ -126,7 +126,7 @@ TEST_F(UvcReassembly, HeaderOnlyEndsPublishNothingOfTheirOwn) {
 TEST_F(UvcReassembly, PayloadWithTheErrorBitIsDropped) {
     Deliver(Payload(0, Pattern(10, 1)));
     Deliver(Payload(kErr, Pattern(10, 2)));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Dropping payload (error bit set).\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "Dropping payload (error bit set).\n"}}));
     EXPECT_EQ(InFlight(), 3u);
     DeliverEnd(0);
     EXPECT_EQ(Take(), Pattern(10, 1));
@@ -136,7 +136,7 @@ TEST_F(UvcReassembly, EndOfFrameWithTheErrorBitStillPublishes) {
     Deliver(Payload(0, Pattern(10, 1)));
     Deliver(Payload(kEof | kErr, Pattern(10, 2)));
     EXPECT_EQ(Queued(), 1u);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Dropping payload (error bit set).\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "Dropping payload (error bit set).\n"}}));
     EXPECT_EQ(Take(), Pattern(10, 1));
 }
 
@@ -144,9 +144,8 @@ TEST_F(UvcReassembly, AnotherHeaderLengthOnABoundaryMakesThePayloadErroneous) {
     for (const int length : {0, 1, 2, 11, 13, 16, 255}) {
         ForgetLog();
         Deliver(Payload(kEof, Pattern(4), static_cast<uint8_t>(length)));
-        EXPECT_EQ(Log(), (std::vector<Logged>{
-                             {4, "UVC Payload Header Length = " + std::to_string(length) + "\n"},
-                             {4, "Dropping payload (error bit set).\n"}}));
+        EXPECT_EQ(Log(), (Lines{{4, "UVC Payload Header Length = " + std::to_string(length) + "\n"},
+                                {4, "Dropping payload (error bit set).\n"}}));
         EXPECT_EQ(InFlight(), 3u);
     }
     EXPECT_EQ(Queued(), 0u);
@@ -194,8 +193,8 @@ TEST_F(UvcReassembly, PayloadOfOneByteHasNoFlags) {
     Deliver(Payload(kFid | kEof));
     ForgetLog();
     Deliver({16});  // flags count as 0, another frame ID: a boundary
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "UVC Payload Header Length = 16\n"},
-                                          {4, "Dropping payload (error bit set).\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "UVC Payload Header Length = 16\n"},
+                            {4, "Dropping payload (error bit set).\n"}}));
     ForgetLog();
     Deliver({16});
     EXPECT_TRUE(Log().empty());
@@ -242,13 +241,13 @@ TEST_F(UvcReassembly, FrameFillsTheWholeBufferAndNoByteMore) {
     const size_t rest = kCapacity - gathered;
     ASSERT_GT(rest, 1u);
     Deliver(Payload(0, Pattern(rest + 1)));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Fram size exceed MaxFrameSize!! 2097153\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "Fram size exceed MaxFrameSize!! 2097153\n"}}));
     EXPECT_EQ(InFlight(), 3u);
     ForgetLog();
     Deliver(Payload(0, Pattern(rest)));  // what was gathered was kept, and this just fits
     EXPECT_TRUE(Log().empty());
     Deliver(Payload(0, {1}));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Fram size exceed MaxFrameSize!! 2097153\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "Fram size exceed MaxFrameSize!! 2097153\n"}}));
     // A boundary with a long header has no room left to copy to.
     unsigned char* buffer = m_Engine->Queue()->GetWritePtr(0)->buf;
     Deliver(Payload(kEof, Bytes(100, 0xEE), 13));
@@ -303,8 +302,7 @@ TEST_F(UvcReassembly, WithoutABufferDataIsLostUpToTheNextEndOfFrame) {
     EXPECT_TRUE(Log().empty());
     DeliverEnd(m_Fid);
     EXPECT_EQ(Log(),
-              (std::vector<Logged>{
-                  {1, "Dropped a UVC frame,Now trying to request a new frame buffer.\r\n"}}));
+              (Lines{{1, "Dropped a UVC frame,Now trying to request a new frame buffer.\r\n"}}));
     EXPECT_EQ(InFlight(), 3u);
     m_Fid ^= kFid;
     Deliver(Payload(m_Fid, {93}));
@@ -374,7 +372,7 @@ TEST_F(UvcReassembly, ConsumerThatReadsInTimeGivesTheWaitingEngineItsBuffer) {
 TEST_F(UvcReassembly, TimedOutTransferIsLoggedAndResubmittedWithoutItsData) {
     Deliver(Payload(0, Pattern(10)));
     Deliver(Payload(0, Pattern(5)), TransferStatus::kTimedOut);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "LIBUSB_TRANSFER_TIMED_OUT! EP = 81\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "LIBUSB_TRANSFER_TIMED_OUT! EP = 81\n"}}));
     EXPECT_EQ(InFlight(), 3u);
     DeliverEnd(0);
     EXPECT_EQ(Take(), Pattern(10));
@@ -396,7 +394,7 @@ TEST_F(UvcReassembly, OtherEndingsLeaveTheTransferIdleAndTheStreamGoesOn) {
         ASSERT_EQ(m_Engine->UVC_EnableVideoStream(4, 4, 30), 0);
         ForgetLog();
         Deliver(Payload(0, Pattern(7, 9)), ending.status);
-        EXPECT_EQ(Log(), (std::vector<Logged>{{4, ending.text}}));
+        EXPECT_EQ(Log(), (Lines{{4, ending.text}}));
         EXPECT_EQ(InFlight(), 2u);
         Deliver(Payload(0, Pattern(10)));
         Deliver(Payload(kEof));
@@ -464,7 +462,7 @@ TEST_F(UvcReassembly, ReadIntoNothingConsumesTheFrame) {
 TEST_F(UvcReassembly, CompletionAfterTheStreamHasEndedIsNotResubmitted) {
     m_Engine->IsStreaming = false;
     Deliver(Payload(0, Pattern(5)));
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Stop submit transfer.\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "Stop submit transfer.\r\n"}}));
     EXPECT_EQ(InFlight(), 2u);
     m_Engine->IsStreaming = true;
 }
@@ -472,9 +470,9 @@ TEST_F(UvcReassembly, CompletionAfterTheStreamHasEndedIsNotResubmitted) {
 TEST_F(UvcReassembly, TimedOutDataCountsWhenTheStreamHasEnded) {
     m_Engine->IsStreaming = false;
     Deliver(Payload(0, Pattern(5)), TransferStatus::kTimedOut);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "LIBUSB_TRANSFER_TIMED_OUT! EP = 81\n"},
-                                          {4, "status 2\n"},
-                                          {4, "Stop submit transfer.\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "LIBUSB_TRANSFER_TIMED_OUT! EP = 81\n"},
+                            {4, "status 2\n"},
+                            {4, "Stop submit transfer.\r\n"}}));
     m_Engine->IsStreaming = true;
     DeliverEnd(0);
     EXPECT_EQ(Take(), Pattern(5));

@@ -94,10 +94,9 @@ TEST_F(UvcStream, ProposalCarriesIndicesAndInterval) {
 
 TEST_F(UvcStream, StartLogsItsStepsInOrder) {
     ASSERT_EQ(Start(2, 1), 0);
-    EXPECT_EQ(Log(), (std::vector<Logged>{
-                         {4, "UVC_EnableVideoStream start video FormatID:2 FrameID:1\r\n"},
-                         {4, "Max Frame Size = 2097152\n"},
-                         {4, "Max Payload Transfer Size = 8192\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "UVC_EnableVideoStream start video FormatID:2 FrameID:1\r\n"},
+                            {4, "Max Frame Size = 2097152\n"},
+                            {4, "Max Payload Transfer Size = 8192\n"}}));
     EXPECT_TRUE(m_Engine->IsStreaming);
 }
 
@@ -192,9 +191,9 @@ TEST_F(UvcStream, EachRequestMustMoveExactly26Bytes) {
             virtbus::clear_faults();
             FailRequest(nth, action);
             EXPECT_EQ(Start(), -1);
-            EXPECT_EQ(Log(), (std::vector<Logged>{
-                                 {4, "UVC_EnableVideoStream start video FormatID:4 FrameID:4\r\n"},
-                                 {4, kRequestFailures[nth - 1].text}}));
+            EXPECT_EQ(Log(),
+                      (Lines{{4, "UVC_EnableVideoStream start video FormatID:4 FrameID:4\r\n"},
+                             {4, kRequestFailures[nth - 1].text}}));
             EXPECT_EQ(Requests().size(), static_cast<size_t>(nth));
             EXPECT_EQ(CountCalls("libusb_alloc_transfer"), 0u);
             EXPECT_EQ(CountCalls("libusb_get_max_packet_size"), 0u);
@@ -351,7 +350,7 @@ TEST_F(UvcStream, FailedFrameRateLeavesARunningStreamAlone) {
 
 // --- stop ----------------------------------------------------------------------------------------
 
-const std::vector<Logged> kStopLog = {
+const Lines kStopLog = {
     {4, "Video lock +\r\n"},
     {4, "UVC_DisableVideoStream:: cancel bulk transfer. 0\r\n"},
     {4, "UVC_DisableVideoStream:: cancel bulk transfer. 1\r\n"},
@@ -425,9 +424,9 @@ TEST_F(UvcStream, TransferLockIsFreeDuringTheSleepOfTheStop) {
 
 TEST_F(UvcStream, StopWithoutAStreamIsHarmlessAndSaysItsFrame) {
     EXPECT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
-    EXPECT_EQ(Log(), (std::vector<Logged>{{4, "Video lock +\r\n"},
-                                          {4, "Video lock -\r\n"},
-                                          {4, "UVC_DisableVideoStream finish.\r\n"}}));
+    EXPECT_EQ(Log(), (Lines{{4, "Video lock +\r\n"},
+                            {4, "Video lock -\r\n"},
+                            {4, "UVC_DisableVideoStream finish.\r\n"}}));
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}}));
     EXPECT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
 }
@@ -453,16 +452,13 @@ TEST_F(UvcStream, RefusedIdleSettingIsLoggedAndTheStopGoesOn) {
 
 TEST_F(UvcStream, StopWakesABlockedConsumerAndWaitsUntilItHasLeft) {
     ASSERT_EQ(Start(), 0);
-    auto consumer = std::async(std::launch::async, [&] {
-        uint8_t byte;
-        return m_Engine->ReadFrame(&byte, 1);
-    });
-    while (m_Engine->Queue()->GetNumWaiters() == 0) {
-        std::this_thread::yield();
-    }
-    m_Engine->UVC_DisableVideoStream();
-    EXPECT_EQ(consumer.wait_for(300ms), std::future_status::ready);
-    EXPECT_EQ(consumer.get(), 0u);
+    ExpectStopWakesTheConsumer([&] { m_Engine->UVC_DisableVideoStream(); });
+}
+
+TEST_F(UvcStream, StopWaitsForACompletionOfAnotherThread) {
+    ASSERT_EQ(Start(), 0);
+    Forget();
+    ExpectStopWaitsForACompletion([&] { m_Engine->UVC_DisableVideoStream(); });
 }
 
 TEST_F(UvcStream, CompletionsDuringTheStopAreNotResubmitted) {

@@ -57,7 +57,7 @@ class Camhost : public testing::Test {
     TemporaryFolder folder_;
 };
 
-// --- command line -------------------------------------------------------------------------------
+// --- command line --------------------------------------------------------------------------------
 
 TEST_F(Camhost, HelpListsTheExitCodes) {
     const ProcessResult result = run_process({CAMHOST_PROGRAM, "--help"});
@@ -114,7 +114,7 @@ TEST_F(Camhost, VirtualBusThatIsNotThereIsExplained) {
     EXPECT_THAT(result.err, HasSubstr("libusb-1.0.so.0"));
 }
 
-// --- recording ----------------------------------------------------------------------------------
+// --- recording -----------------------------------------------------------------------------------
 
 TEST_F(Camhost, RecordsEveryStreamIntoFiles) {
     const ProcessResult result = record({"--duration", "1s", "--signal", "h264-gray-si",
@@ -248,7 +248,7 @@ TEST_F(Camhost, InterruptDecidesHowATourEnds) {
     EXPECT_FALSE(has("h264-mjpeg"));
 }
 
-// --- how it ends --------------------------------------------------------------------------------
+// --- how it ends ---------------------------------------------------------------------------------
 
 TEST_F(Camhost, CameraThatIsNotUsable) {
     const ProcessResult result = record({}, "not-usable");
@@ -314,7 +314,7 @@ TEST_F(Camhost, FullDiscIsToldAndStopsNothingElse) {
     EXPECT_GT(text_of("sub.h264").size(), 0U);
 }
 
-// --- properties ---------------------------------------------------------------------------------
+// --- properties ----------------------------------------------------------------------------------
 
 TEST_F(Camhost, SetTellsWhatTheAnswerIsWorth) {
     const ProcessResult result = run(
@@ -377,7 +377,7 @@ INSTANTIATE_TEST_SUITE_P(Words, CamhostInterrupted,
                                          std::vector<std::string>{"list"},
                                          std::vector<std::string>{"capabilities"}));
 
-// --- shell --------------------------------------------------------------------------------------
+// --- shell ---------------------------------------------------------------------------------------
 
 TEST_F(Camhost, ShellRunsCommandsFromAPipe) {
     const ProcessResult result =
@@ -435,7 +435,7 @@ TEST_F(Camhost, ShellEndsWhenTheCameraGoes) {
     EXPECT_THAT(result.err, HasSubstr("Init's callback reported false; it is disconnected"));
 }
 
-// --- check --------------------------------------------------------------------------------------
+// --- check ---------------------------------------------------------------------------------------
 
 TEST_F(Camhost, CheckPassesAGoodCamera) {
     const ProcessResult result = run({"check"});

@@ -36,7 +36,7 @@ Record record(Stream stream, std::vector<uint8_t> data, int at_ms = 0) {
     return made;
 }
 
-// --- Annex B ------------------------------------------------------------------------------------
+// --- Annex B -------------------------------------------------------------------------------------
 
 TEST(AnnexB, FindsUnitsBehindShortAndLongStartCodes) {
     const std::vector<uint8_t> bytes{9, 0, 0, 0, 1, 0x67, 1, 0, 0, 1, 0x68, 0, 0, 1};
@@ -55,7 +55,7 @@ TEST(AnnexB, TellsKeyFrameFromPFrame) {
     EXPECT_EQ(other.slices, 1U);
 }
 
-// --- H.264 --------------------------------------------------------------------------------------
+// --- H.264 ---------------------------------------------------------------------------------------
 
 TEST(H264Decoder, GivesOnePicturePerAccessUnit) {
     H264Decoder decoder;
@@ -115,7 +115,7 @@ TEST(H264Writer, SaysThatThereIsNoKeyFrame) {
     EXPECT_EQ(written.notes.size(), 1U);
 }
 
-// --- JPEG ---------------------------------------------------------------------------------------
+// --- JPEG ----------------------------------------------------------------------------------------
 
 TEST(Jpeg, DecodesWholePicturesOnly) {
     EXPECT_EQ(decode_jpeg(fake::jpeg()).size, (Size{fake::kWidth, fake::kHeight}));
@@ -136,7 +136,7 @@ TEST(JpegWriter, NumbersItsFiles) {
     EXPECT_FALSE(written.picture.empty());
 }
 
-// --- raw pictures -------------------------------------------------------------------------------
+// --- raw pictures --------------------------------------------------------------------------------
 
 TEST(RawPicture, SizesAreDeducedFromTheBytes) {
     EXPECT_EQ(deduce_size(Stream::kGray, 76'800), (Size{320, 240}));
@@ -229,7 +229,7 @@ TEST(Y4mWriter, UnknownSizeIsKeptRawAndSaid) {
     EXPECT_TRUE(written.picture.empty());
 }
 
-// --- sound --------------------------------------------------------------------------------------
+// --- sound ---------------------------------------------------------------------------------------
 
 struct Sound {
     SF_INFO layout{};
@@ -279,7 +279,7 @@ TEST(WavWriter, NewRateTakesEffectAtTheRestart) {
     EXPECT_EQ(read_wav(folder.path() / "audio-2.wav").layout.samplerate, 24000);
 }
 
-// --- contact sheet ------------------------------------------------------------------------------
+// --- contact sheet -------------------------------------------------------------------------------
 
 TEST(BitmapFont, DrawsAndClips) {
     RgbPicture picture({20, 12}, 0);

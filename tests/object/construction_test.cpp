@@ -5,17 +5,7 @@
 namespace test {
 namespace {
 
-class Construction : public CameraTest {
-  protected:
-    typedef std::vector<std::pair<unsigned, std::string>> Lines;
-    Lines Log() {
-        Lines lines;
-        for (const LogLine& line : log().lines()) {
-            lines.emplace_back(line.level, line.text);
-        }
-        return lines;
-    }
-};
+class Construction : public CameraTest {};
 
 TEST_F(Construction, VersionNeedsNoCamera) {
     EXPECT_EQ(cam_version(), 169);
@@ -134,8 +124,7 @@ TEST_F(Construction, RememberedSettings) {
     EXPECT_EQ(last_.value, 5);
 }
 
-// --- platform
-// ------------------------------------------------------------------------------------------
+// --- platform ------------------------------------------------------------------------------------
 
 struct PlatformCase {
     const char* info;
@@ -201,8 +190,7 @@ TEST_F(Construction, OnlyTheStartOfTheInfoFileIsRead) {
     EXPECT_LOG(1, "TV platform is TENCH_S \r\n");
 }
 
-// --- mains frequency
-// -----------------------------------------------------------------------------------
+// --- mains frequency -----------------------------------------------------------------------------
 
 struct FrequencyCase {
     const char* line;
@@ -249,8 +237,7 @@ INSTANTIATE_TEST_SUITE_P(Lines, Frequency,
                                            FrequencyCase{"abc\n", 2}, FrequencyCase{"\n", 2},
                                            FrequencyCase{"      21", 1}));
 
-// --- debug level
-// ---------------------------------------------------------------------------------------
+// --- debug level ---------------------------------------------------------------------------------
 
 class DebugLevel : public CameraTest {
   protected:

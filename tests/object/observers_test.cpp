@@ -207,8 +207,7 @@ TEST_F(Observers, RegistrationFromInsideUpdateTakesPartAtOnce) {
     EXPECT_EQ(guest.Count(), 2u);
 }
 
-// --- stills
-// -----------------------------------------------------------------------------------------
+// --- stills --------------------------------------------------------------------------------------
 
 TEST_F(Observers, InVideoModesEveryStillIsDelivered) {
     RecordingObserver still(CAM_STREAM_JPEG);
@@ -241,8 +240,7 @@ TEST_F(Observers, WithSignalTypesOneStillPerTrigger) {
     Destroy();
 }
 
-// --- crop area
-// ----------------------------------------------------------------------------------------
+// --- crop area -----------------------------------------------------------------------------------
 
 TEST_F(Observers, TheCropAreaIsLatchedWhenTheFlagChanges) {
     RecordingObserver gray(CAM_STREAM_GRAY);
@@ -338,8 +336,7 @@ TEST_F(Observers, TheEndIsToldToNv12AndThenToGray) {
     EXPECT_LOG_COUNT(1, "Null Gray or NV12 Data is received !!!\r\n", 2);
 }
 
-// --- key frame for a newcomer
-// ---------------------------------------------------------------------------
+// --- key frame for a newcomer --------------------------------------------------------------------
 
 class Newcomer : public CameraTest {};
 

@@ -129,8 +129,7 @@ TEST_F(PropertyQuery, SelfTestsThatAnswerWhetherThereIsAVersion) {
     EXPECT_LOG(4, "Camera Connection Check.(Result: 0)");
 }
 
-// --- capabilities
-// --------------------------------------------------------------------------------------
+// --- capabilities --------------------------------------------------------------------------------
 
 TEST_F(PropertyQuery, EveryCapability) {
     Create();
@@ -172,8 +171,7 @@ TEST_F(PropertyQuery, TheSignalTypeQuestionSwitchesTheMode) {
     EXPECT_TRUE(Sent().empty());
 }
 
-// --- stream format
-// --------------------------------------------------------------------------------------
+// --- stream format -------------------------------------------------------------------------------
 
 TEST_F(PropertyQuery, StreamFormats) {
     Create();
@@ -189,8 +187,7 @@ TEST_F(PropertyQuery, StreamFormats) {
                                         "CAitOrixCamera Video Format= H264\r\n"}));
 }
 
-// --- option word and light
-// ------------------------------------------------------------------------------
+// --- option word and light -----------------------------------------------------------------------
 
 TEST_F(PropertyQuery, OptionWordIsPlainLittleEndian) {
     Ready();

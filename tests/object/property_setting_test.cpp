@@ -19,16 +19,7 @@ class PropertySetting : public CameraTest {
   protected:
     typedef std::vector<Request> Sequence;
     /// Lines of this thread about the call, beginning with its frame line.
-    typedef std::vector<std::pair<unsigned, std::string>> Lines;
-    Lines Log() {
-        Lines lines;
-        for (const LogLine& line : log().lines()) {
-            if (line.thread == std::this_thread::get_id()) {
-                lines.emplace_back(line.level, line.text);
-            }
-        }
-        return lines;
-    }
+    Lines Log() { return CameraTest::Log(OfThisThread); }
     static std::string FrameLine(int property, CAM_PROP_VALUE param) {
         char line[160];
         snprintf(line, sizeof line,
@@ -46,8 +37,7 @@ class PropertySetting : public CameraTest {
     static Sequence ReadOptions() { return {Mmp({0x02, 0x01}), MmpResult()}; }
 };
 
-// --- every number
-// ---------------------------------------------------------------------------------------
+// --- every number --------------------------------------------------------------------------------
 
 /// What a row does with value 1 on a ready camera (not playing), and without adapters.
 struct RowExpectation {
@@ -169,8 +159,7 @@ TEST_F(PropertySetting, WithoutARecord) {
     EXPECT_LOG(4, "Not supported camera property 0x0\r\n");
 }
 
-// --- rows that send one command
-// --------------------------------------------------------------------------
+// --- rows that send one command ------------------------------------------------------------------
 
 struct CommandCase {
     const char* name;
@@ -312,8 +301,7 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{
             "NV12 640x480", 104, 0, C::AMmp({0x2D, 0}), {" Set NV12 Resolution 640x480"}, 1}));
 
-// --- pan and tilt
-// ----------------------------------------------------------------------------------------
+// --- pan and tilt --------------------------------------------------------------------------------
 
 TEST_F(PropertySetting, PanAndTiltAreDegreesAndTravelTogether) {
     Ready();
@@ -336,8 +324,7 @@ TEST_F(PropertySetting, PanAndTiltAreDegreesAndTravelTogether) {
     EXPECT_EQ(Sent().back().data[0], 0xF0);
 }
 
-// --- option bits
-// -----------------------------------------------------------------------------------------
+// --- option bits ---------------------------------------------------------------------------------
 
 TEST_F(PropertySetting, OptionBitsAreReadModifiedAndWritten) {
     Ready();
@@ -386,8 +373,7 @@ TEST_F(PropertySetting, OptionsThatCannotBeReadFail) {
     EXPECT_TRUE(Set(CAM_PROPERTY_MIRROR, 1));  // the write's result is not looked at
 }
 
-// --- what counts as success
-// ------------------------------------------------------------------------------
+// --- what counts as success ----------------------------------------------------------------------
 
 TEST_F(PropertySetting, OnlyATransferOfNothingFailsACommand) {
     Ready();
@@ -419,8 +405,7 @@ TEST_F(PropertySetting, ATruthValueFailsWithItsTransfer) {
     EXPECT_TRUE(Set(102, 1));
 }
 
-// --- remembered state
-// ------------------------------------------------------------------------------------
+// --- remembered state ----------------------------------------------------------------------------
 
 TEST_F(PropertySetting, RatesAreKeptEvenWhenTheCheckFails) {
     Create();
@@ -515,8 +500,7 @@ TEST_F(PropertySetting, InVideoModesATriggerSendsNothing) {
     EXPECT_LOG(4, kTrue);
 }
 
-// --- audio registers
-// -------------------------------------------------------------------------------------
+// --- audio registers -----------------------------------------------------------------------------
 
 TEST_F(PropertySetting, AudioRegisterReadAlwaysAnswersFalse) {
     Ready();
@@ -549,8 +533,7 @@ TEST_F(PropertySetting, AudioRegisterWrite) {
     EXPECT_FALSE(SetPair(CAM_PROPERTY_I2C_WRITE_AUDIO, 0x1234, 0x5678));
 }
 
-// --- restart of recording
-// --------------------------------------------------------------------------------
+// --- restart of recording ------------------------------------------------------------------------
 
 class Restart : public PropertySetting {
   protected:

@@ -134,15 +134,11 @@ TEST_F(Recording, StopUndoesIt) {
 TEST_F(Recording, StopTellsTheEndBetweenThreadAndStream) {
     Playing();
     EXPECT_TRUE(camera_->StopRecording());
-    typedef std::vector<std::pair<unsigned, std::string>> Lines;
-    Lines lines;
-    for (const LogLine& line : log().lines()) {
-        if (line.thread == std::this_thread::get_id() &&
-            (line.function == "StopRecording" || line.function == "DisableStream" ||
-             line.function == "AttachCropArea" || line.function == "DeliverVideo")) {
-            lines.emplace_back(line.level, line.text);
-        }
-    }
+    const Lines lines = Log([](const LogLine& line) {
+        return OfThisThread(line) &&
+               (line.function == "StopRecording" || line.function == "DisableStream" ||
+                line.function == "AttachCropArea" || line.function == "DeliverVideo");
+    });
     EXPECT_EQ(lines, (Lines{{1, "CAitOrixCamera::StopRecording\r\n"},
                             {4, "CAitOrixCamera:: stop audio capture thread\r\n"},
                             {4, "UAC_DisableAudioStream+\r\n"},
@@ -233,8 +229,7 @@ TEST_F(Recording, StopWhileDisconnectedLeavesTheVideo) {
     ExpectTheVideoThreadToEndWithTheObject();
 }
 
-// --- selection of streams
-// -------------------------------------------------------------------------------
+// --- selection of streams ------------------------------------------------------------------------
 
 struct SignalCase {
     int type;
@@ -470,8 +465,7 @@ TEST_F(Recording, SizeBitrateAndRateAsSetBefore) {
     camera_->StopRecording();
 }
 
-// --- failures
-// ----------------------------------------------------------------------------------------
+// --- failures ------------------------------------------------------------------------------------
 
 TEST_F(Recording, FailedTargetsAreReportedAndPassedOver) {
     Ready();
@@ -585,8 +579,7 @@ TEST_F(Recording, FlickerThatFailsIsTriedAgain) {
     camera_->StopRecording();
 }
 
-// --- data
-// -------------------------------------------------------------------------------------------
+// --- data ----------------------------------------------------------------------------------------
 
 TEST_F(Recording, DeliversEveryStreamOfItsCombination) {
     Ready();

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace test {
@@ -20,6 +21,10 @@ struct LogLine {
 };
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
+
+/// Level and text, what most tests compare.
+typedef std::pair<unsigned, std::string> Logged;
+typedef std::vector<Logged> Lines;
 
 class LogRecorder {
   public:

@@ -22,6 +22,24 @@ class PluginTest : public ::testing::Test {
 
     LogRecorder& log() { return LogRecorder::instance(); }
     TestClock& clock() { return TestClock::instance(); }
+
+    /// The lines that pass a test, in order.
+    template <typename Keep>
+    Lines Log(Keep keep) {
+        Lines kept;
+        for (const LogLine& line : log().lines()) {
+            if (keep(line)) {
+                kept.emplace_back(line.level, line.text);
+            }
+        }
+        return kept;
+    }
+    Lines Log() {
+        return Log([](const LogLine&) { return true; });
+    }
+    static bool OfThisThread(const LogLine& line) {
+        return line.thread == std::this_thread::get_id();
+    }
 };
 
 }  // namespace test

@@ -97,7 +97,7 @@ TEST(Counter, EveryBitPatternIsReadAndDamageIsNoticed) {
     EXPECT_FALSE(read_counter(grey.data(), 16, 16, 16).has_value());
 }
 
-// --- what a setting does to a picture --------------------------------------------------------
+// --- what a setting does to a picture ------------------------------------------------------------
 
 /// The first main picture after a start, decoded, of a camera on which `prepare` ran first: the
 /// same moment of the same scene each time.
@@ -267,7 +267,7 @@ TEST(JpegPicture, FitsItsLimitByLosingQuality) {
     EXPECT_TRUE(decode_jpeg(worse).has_value());
 }
 
-// --- Y4M ---------------------------------------------------------------------------------------
+// --- Y4M -----------------------------------------------------------------------------------------
 
 class Y4mFile : public testing::Test {
   protected:

@@ -511,18 +511,14 @@ TEST_F(VideoCapture, ALossIsLoggedThenAskedForThenDropped) {
     Run();
     EXPECT_EQ(logged_before_request, (std::vector<std::string>{"Main H264, FRAME LOST. 3\r\n",
                                                                "Sub H264, FRAME LOST. 4\r\n"}));
-    std::vector<std::pair<unsigned, std::string>> lines;
-    for (const LogLine& line : log().lines()) {
-        if (line.text.find("LOST") != std::string::npos ||
-            line.text.find("Drop") != std::string::npos) {
-            lines.emplace_back(line.level, line.text);
-        }
-    }
-    EXPECT_EQ(lines,
-              (std::vector<std::pair<unsigned, std::string>>{{4, "Main H264, FRAME LOST. 3\r\n"},
-                                                             {3, "Drop H264[1] frame.\r\n"},
-                                                             {4, "Sub H264, FRAME LOST. 4\r\n"},
-                                                             {4, "Drop H264[2] frame.\r\n"}}));
+    const Lines lines = Log([](const LogLine& line) {
+        return line.text.find("LOST") != std::string::npos ||
+               line.text.find("Drop") != std::string::npos;
+    });
+    EXPECT_EQ(lines, (Lines{{4, "Main H264, FRAME LOST. 3\r\n"},
+                            {3, "Drop H264[1] frame.\r\n"},
+                            {4, "Sub H264, FRAME LOST. 4\r\n"},
+                            {4, "Drop H264[2] frame.\r\n"}}));
 }
 
 TEST_F(VideoCapture, AWaitingDetectorDropsWithoutAsking) {

@@ -88,8 +88,7 @@ int CLibUSB_UacCtrl::Init(int vid, int pid) {
     return 0;
 }
 
-// --- start
-// -----------------------------------------------------------------------------------------
+// --- start ---------------------------------------------------------------------------------------
 
 int CLibUSB_UacCtrl::UAC_EnableAudioStream(int rate) {
     if (IsStreaming) {
@@ -220,8 +219,7 @@ int CLibUSB_UacCtrl::SubmitTransfers() {
     return 0;
 }
 
-// --- data
-// ------------------------------------------------------------------------------------------
+// --- data ----------------------------------------------------------------------------------------
 
 int CLibUSB_UacCtrl::FillAudioData(libusb_transfer* transfer) {
     auto* queue = Queue();
@@ -275,8 +273,7 @@ unsigned int CLibUSB_UacCtrl::CopyPackets(const libusb_transfer* transfer, CFram
     return std::min(offset, m_nFrameCapacity);
 }
 
-// --- controls
-// --------------------------------------------------------------------------------------
+// --- controls ------------------------------------------------------------------------------------
 
 int CLibUSB_UacCtrl::UAC_SetCurVolume(short volume) {
     if (m_pDevH == nullptr || volume < m_MinVolume || volume > m_MaxVolume) {
@@ -311,8 +308,7 @@ int CLibUSB_UacCtrl::UAC_SetSamplingRate(unsigned int rate) {
     return result;
 }
 
-// --- stop
-// ------------------------------------------------------------------------------------------
+// --- stop ----------------------------------------------------------------------------------------
 
 int CLibUSB_UacCtrl::UAC_DisableAudioStream() {
     if (m_pDevH == nullptr) {

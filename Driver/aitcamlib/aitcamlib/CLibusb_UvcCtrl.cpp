@@ -100,8 +100,7 @@ int CLibUSB_UvcCtrl::Init(int vid, int pid) {
     return 0;
 }
 
-// --- start
-// -----------------------------------------------------------------------------------------
+// --- start ---------------------------------------------------------------------------------------
 
 int CLibUSB_UvcCtrl::UVC_EnableVideoStream(int formatIndex, int frameIndex, int fps) {
     if (fps == 0) {
@@ -220,8 +219,7 @@ int CLibUSB_UvcCtrl::SubmitTransfers() {
     return result;
 }
 
-// --- stop
-// ------------------------------------------------------------------------------------------
+// --- stop ----------------------------------------------------------------------------------------
 
 int CLibUSB_UvcCtrl::UVC_DisableVideoStream() {
     IsStreaming = false;

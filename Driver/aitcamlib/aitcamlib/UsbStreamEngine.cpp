@@ -61,8 +61,7 @@ UsbStreamEngine::UsbStreamEngine(libusb_transfer** transfers, int transferCount,
       m_pFrameBufs(frameBufs),
       m_nFrameBufCount(frameBufCount) {}
 
-// --- consumer side
-// ---------------------------------------------------------------------------------
+// --- consumer side -------------------------------------------------------------------------------
 
 unsigned int UsbStreamEngine::ReadFrame(unsigned char* dst, unsigned int size) {
     ConsumerCall call(*this);
@@ -112,8 +111,7 @@ unsigned int UsbStreamEngine::QueueFrameBuf() {
     return 0;
 }
 
-// --- events
-// ----------------------------------------------------------------------------------------
+// --- events --------------------------------------------------------------------------------------
 
 void UsbStreamEngine::handle_libusb_event() {
     if (m_ctx != nullptr) {
@@ -173,8 +171,7 @@ bool UsbStreamEngine::CompletionCarriesData(const libusb_transfer* transfer) {
     }
 }
 
-// --- device
-// ----------------------------------------------------------------------------------------
+// --- device --------------------------------------------------------------------------------------
 
 bool UsbStreamEngine::OpenDevice(int vid, int pid) {
     if (m_ctx != nullptr) {
@@ -253,8 +250,7 @@ int UsbStreamEngine::NoteResult(int result) {
     return result;
 }
 
-// --- transfers
-// -------------------------------------------------------------------------------------
+// --- transfers -----------------------------------------------------------------------------------
 
 UsbStreamEngine::TransferCbParam* UsbStreamEngine::Param(int index) const {
     const libusb_transfer* transfer = m_pTransfers[index];
@@ -314,8 +310,7 @@ void UsbStreamEngine::FreeTransfer(int index) {
     libusb_free_transfer(transfer);
 }
 
-// --- frame buffers
-// ---------------------------------------------------------------------------------
+// --- frame buffers -------------------------------------------------------------------------------
 
 bool UsbStreamEngine::CreateQueue(unsigned int capacity) {
     for (int i = 0; i < m_nFrameBufCount; ++i) {
