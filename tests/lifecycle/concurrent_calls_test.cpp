@@ -14,7 +14,7 @@ namespace {
 
 class ConcurrentCalls : public CameraTest {
   protected:
-    static std::chrono::seconds Duration() {
+    static std::chrono::milliseconds Duration() {
         const char* text = getenv("AITCAM_STRESS_SECONDS");
         return std::chrono::seconds(text != nullptr ? std::atoi(text) : 6);
     }
@@ -127,6 +127,8 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
     std::filesystem::remove("/mtd_rwarea/camera_l5");
     Create();
     ASSERT_TRUE(Init());
+    RecordingObserver listener(CAM_STREAM_PCM);  // stays, while those of the callers come and go
+    camera_->RegisterObserver(&listener);
     std::atomic<bool> over{false};
     std::vector<std::thread> callers;
     for (unsigned i = 0; i < 4; ++i) {
@@ -143,6 +145,7 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
         });
     }
     Pass(Duration() / 2);
+    EXPECT_TRUE(listener.WaitFor(1));
     virtbus::unplug();
     ASSERT_TRUE(InitAnswers::instance().Wait(2));
     Pass(Duration() / 2);
@@ -150,11 +153,9 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
     for (std::thread& caller : callers) {
         caller.join();
     }
-    const auto counts = virtbus::call_counts();
-    const size_t restarts = counts.at("libusb_alloc_transfer") / 5;
+    const size_t restarts = virtbus::call_counts()["libusb_alloc_transfer"] / 5;
     std::printf("%zu calls, %zu starts, %zu records\n", calls_.load(), restarts, records_.load());
     EXPECT_GT(restarts, 1u);
-    EXPECT_GT(records_, 0u);
     EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
 
     // What is remembered is answered, also on a lost camera.
