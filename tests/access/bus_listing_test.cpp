@@ -132,13 +132,16 @@ TEST_F(BusListing, TheFirstOfTwoCamerasWins) {
 }
 
 TEST_F(BusListing, CopyAndRemovalAreSyncedToDisc) {
-    std::filesystem::create_directories("/dtv/bin");
-    WriteFile("/dtv/bin/sync", "#!/bin/sh\necho synced >> /dtv/synced\n");
-    std::filesystem::permissions("/dtv/bin/sync", std::filesystem::perms::owner_all);
+    // A shell looks a program up with a call that proot does not translate: it is at a real path.
+    const std::string folder = testing::TempDir() + "sync." + std::to_string(getpid());
+    std::filesystem::create_directories(folder);
+    WriteFile(folder + "/sync", "#!/bin/sh\necho synced >> /dtv/synced\n");
+    std::filesystem::permissions(folder + "/sync", std::filesystem::perms::owner_all);
     const std::string path = getenv("PATH");
-    setenv("PATH", ("/dtv/bin:" + path).c_str(), 1);
+    setenv("PATH", (folder + ":" + path).c_str(), 1);
     Search(Block("01", "114d", "2066"));
     setenv("PATH", path.c_str(), 1);
+    std::filesystem::remove_all(folder);
     EXPECT_EQ(ReadFile("/dtv/synced"), "synced\nsynced\n");
 }
 

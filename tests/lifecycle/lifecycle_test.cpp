@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -59,7 +60,8 @@ class Lifecycle : public ::testing::Test {
             std::to_string(rounds.starts) + " 3 >" + folder + "/out 2>" + errors;
         const int result = system(command.c_str());
         const std::string said = ReadAll(errors);
-        EXPECT_TRUE(WIFEXITED(result) && WEXITSTATUS(result) == 0) << said;
+        EXPECT_TRUE(WIFEXITED(result) && WEXITSTATUS(result) == 0)
+            << said << LastOf(ReadAll(folder + "/out"));
         EXPECT_NE(said.find("plugin_host: done"), std::string::npos) << said;
         ExpectCleanBus(status, static_cast<size_t>(rounds.loads * rounds.creates));
         EXPECT_EQ(said.find("ERROR: LeakSanitizer"), std::string::npos) << said;
@@ -67,6 +69,12 @@ class Lifecycle : public ::testing::Test {
     }
 
   private:
+    /// What the plug-in logged last.
+    static std::string LastOf(const std::string& log) {
+        constexpr size_t kShown = 2000;
+        return log.substr(log.size() - std::min(log.size(), kShown));
+    }
+
     /// A sanitizer's run-time library wants to be the first one.
     static std::string SanitizerFirst() {
         const std::string kind = Environment("SANITIZE");

@@ -70,6 +70,7 @@ class Counter : public ICameraObserver {
 
 [[noreturn]] void Fail(const char* what) {
     std::fprintf(stderr, "plugin_host: %s\n", what);
+    std::fflush(nullptr);  // what the plug-in has logged
     std::_Exit(1);
 }
 
