@@ -49,7 +49,8 @@ class StreamTest : public EngineTest {
         EXPECT_EQ(consumer.get(), 0u);
     }
 
-    /// The stop of a running stream cancels nothing while a completion is at work elsewhere.
+    /// The stop of a running stream neither publishes what is half filled nor cancels anything
+    /// while a completion is at work elsewhere.
     template <typename Stop>
     void ExpectStopWaitsForACompletion(Stop stop) {
         std::future<void> stopping;
@@ -58,6 +59,7 @@ class StreamTest : public EngineTest {
             stopping = std::async(std::launch::async, stop);
             EXPECT_EQ(stopping.wait_for(std::chrono::milliseconds(20)),
                       std::future_status::timeout);
+            EXPECT_EQ(Queued(), 0u);
             EXPECT_EQ(CountCalls("libusb_cancel_transfer"), 0u);
         }
         stopping.get();
