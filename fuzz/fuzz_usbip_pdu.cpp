@@ -9,21 +9,21 @@
 
 namespace {
 
-virtcam::CameraConfig running_camera() {
-    virtcam::CameraConfig config;
-    config.identity = virtcam::CameraConfig::Identity::kRunTime;
+virtcam::model::CameraConfig running_camera() {
+    virtcam::model::CameraConfig config;
+    config.identity = virtcam::model::CameraConfig::Identity::kRunTime;
     return config;
 }
 
 /// A reply begins with a header of this side's commands, and has at least that.
-void check_replies(virtusbip::ByteView wire) {
+void check_replies(virtcam::usbip::ByteView wire) {
     if (wire.empty()) {
         return;
     }
-    if (wire.size() < virtusbip::kHeaderBytes) {
+    if (wire.size() < virtcam::usbip::kHeaderBytes) {
         __builtin_trap();
     }
-    const uint32_t command = virtusbip::load_be32(wire, 0);
+    const uint32_t command = virtcam::usbip::load_be32(wire, 0);
     if (command != 3 && command != 4) {
         __builtin_trap();
     }
@@ -32,28 +32,28 @@ void check_replies(virtusbip::ByteView wire) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static virtcam::Camera camera(running_camera());
-    static virtfaults::RuleSet rules;
-    virtusbip::UrbStream stream({camera, rules, [](virtfaults::DeviceAction) {}, false});
-    virtusbip::PduReader reader;
+    static virtcam::model::Camera camera(running_camera());
+    static virtcam::faults::RuleSet rules;
+    virtcam::usbip::UrbStream stream({camera, rules, [](virtcam::faults::DeviceAction) {}, false});
+    virtcam::usbip::PduReader reader;
     // The first byte says how the rest is cut.
     const size_t step = size > 0 ? 1 + data[0] : 1;
-    virtusbip::Bytes wire;
+    virtcam::usbip::Bytes wire;
     try {
         for (size_t at = 1; at < size; at += step) {
             reader.feed({data + at, std::min(step, size - at)});
             while (const auto command = reader.next()) {
-                if (const auto* unlink = std::get_if<virtusbip::Unlink>(&*command)) {
+                if (const auto* unlink = std::get_if<virtcam::usbip::Unlink>(&*command)) {
                     stream.unlink(*unlink, wire);
                 } else {
-                    stream.submit(std::get<virtusbip::Submit>(*command));
+                    stream.submit(std::get<virtcam::usbip::Submit>(*command));
                 }
-                stream.serve(virtcam::Clock::now(), wire);
+                stream.serve(virtcam::model::Clock::now(), wire);
                 check_replies(wire);
                 wire.clear();
             }
         }
-    } catch (const virtusbip::ProtocolError&) {
+    } catch (const virtcam::usbip::ProtocolError&) {
         // the connection would be closed
     }
     return 0;

@@ -18,13 +18,13 @@ class AitCommands : public BusTest {
   protected:
     AitCommands() {
         device_ = OpenAitDevice(0x114D, 0x2066, kNoInterface);
-        virtbus::clear_logs();
+        virtcam::bus::clear_logs();
         log().reset();
     }
     ~AitCommands() override { CloseAitDevice(device_); }
 
     static void Fail(const nlohmann::json& selector, const nlohmann::json& action) {
-        virtbus::add_fault({{"on", {{"control", selector}}}, {"do", action}});
+        virtcam::bus::add_fault({{"on", {{"control", selector}}}, {"do", action}});
     }
     /// Every write, or every read, is refused.
     static void FailWrites(const char* error = "LIBUSB_ERROR_IO") {
@@ -74,7 +74,7 @@ TEST_F(AitCommands, IspGetResult) {
     EXPECT_EQ(block[7], 8);
     EXPECT_EQ(Requests(), (Sequence{Read(0xA0, 0x81, 0x0200, 0x0600, 8, 1234)}));
     EXPECT_EQ(AitIspCmdGetResult(nullptr, block, 500), -1);
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     FailReads("LIBUSB_ERROR_TIMEOUT");
     EXPECT_EQ(AitIspCmdGetResult(device_, block, 500), LIBUSB_ERROR_TIMEOUT);
     ExpectOneLine(1, "AitIspCmdGet failed : 0xFFFFFFF9");
@@ -125,7 +125,7 @@ TEST_F(AitCommands, VideoOptionIsCombinedInItsOddWay) {
     EXPECT_EQ(options, 0x01001002u);
     EXPECT_EQ(Requests(),
               (Sequence{MmpSet({0x02, 0x01}), Read(0xA0, 0x81, 0x0F00, 0x0600, 16, 1000)}));
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     Reply(0x0F00, "FF8040F0120000000000000000000000");
     EXPECT_EQ(AitXU_GetVideoOption(device_, &options), 0);
     EXPECT_EQ(options, 0x80u + 0x40u + (0xF0u << 12) + (0x12u << 24));
@@ -136,7 +136,7 @@ TEST_F(AitCommands, VideoOptionIsWrittenOnSuccessOnly) {
     FailReads("LIBUSB_ERROR_PIPE");
     EXPECT_EQ(AitXU_GetVideoOption(device_, &options), LIBUSB_ERROR_PIPE);
     FailWrites("LIBUSB_ERROR_BUSY");
-    virtbus::clear_logs();
+    virtcam::bus::clear_logs();
     EXPECT_EQ(AitXU_GetVideoOption(device_, &options), LIBUSB_ERROR_BUSY);
     EXPECT_EQ(Requests().size(), 1u);
     EXPECT_EQ(AitXU_GetVideoOption(nullptr, &options), -1);
@@ -164,7 +164,7 @@ TEST_F(AitCommands, FirmwareVersionWithAnErrorStatusStaysUntouched) {
     unsigned char version[6] = {1, 2, 3, 4, 5, 6};
     EXPECT_EQ(AitXU_GetFWVersion(device_, version), 0);
     EXPECT_THAT(version, ::testing::ElementsAre(1, 2, 3, 4, 5, 6));
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     FailReads("LIBUSB_ERROR_PIPE");
     EXPECT_EQ(AitXU_GetFWVersion(device_, version), LIBUSB_ERROR_PIPE);
     FailWrites("LIBUSB_ERROR_BUSY");
@@ -273,7 +273,7 @@ TEST_F(AitCommands, FaceParameters) {
     EXPECT_EQ(SetFD_Param(device_, &command), 0);
     EXPECT_TRUE(log().lines().empty());
     EXPECT_EQ(Requests(), (Sequence{Write(0x40, 2, 0, 0, expected, 500)}));
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     log().reset();
     Fail({{"type", 0x40}}, {{"return", "LIBUSB_ERROR_IO"}});
     EXPECT_EQ(SetFD_Param(device_, &command), AIT_ERR_DEVICE);
@@ -360,8 +360,8 @@ TEST_F(AitCommands, PanSendsTheTiltsUpperHalfAsFlags) {
         {"0000000034120001", {0x64, 0, 0, 0, 0x34, 0x12, 1, 1}},
     };
     for (const Case& c : cases) {
-        virtbus::clear_faults();
-        virtbus::clear_logs();
+        virtcam::bus::clear_faults();
+        virtcam::bus::clear_logs();
         Reply(0x0D00, c.tilt);
         EXPECT_EQ(SetPTZ_Pos(device_, kPan, 100), -1);
         EXPECT_EQ(Requests(), (Sequence{Read(0xA0, 0x81, 0x0D00, 0x0100, 8, 500),
@@ -453,7 +453,7 @@ class FaceTracking : public AitCommands {
     /// True when the face leaves its place within the time.
     bool Moves(std::chrono::milliseconds limit) {
         const auto before = Face();
-        return virtbus::wait_until([&] { return Face() != before; }, limit);
+        return virtcam::bus::wait_until([&] { return Face() != before; }, limit);
     }
 };
 

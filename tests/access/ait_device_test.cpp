@@ -28,7 +28,7 @@ class AitDeviceTest : public BusTest {
         return count;
     }
     static size_t Calls(const std::string& name) {
-        const auto counts = virtbus::call_counts();
+        const auto counts = virtcam::bus::call_counts();
         const auto found = counts.find(name);
         return found == counts.end() ? 0 : found->second;
     }
@@ -83,7 +83,7 @@ TEST_F(AitDeviceTest, EachOpenDeviceHasItsOwnContext) {
 
 TEST_F(AitDeviceTest, CloseOfNothing) {
     CloseAitDevice(nullptr);
-    EXPECT_TRUE(virtbus::call_counts().empty());
+    EXPECT_TRUE(virtcam::bus::call_counts().empty());
 }
 
 TEST_F(AitDeviceTest, NoSuchDevice) {
@@ -94,7 +94,7 @@ TEST_F(AitDeviceTest, NoSuchDevice) {
 }
 
 TEST_F(AitDeviceTest, NoContext) {
-    virtbus::add_fault(FailCall("libusb_init", {{"return", "LIBUSB_ERROR_NO_MEM"}}));
+    virtcam::bus::add_fault(FailCall("libusb_init", {{"return", "LIBUSB_ERROR_NO_MEM"}}));
     EXPECT_EQ(OpenAitDevice(kVendor, kProduct, 0), nullptr);
     EXPECT_EQ(Log(), (Lines{{4, "libusb initialized. \r\n"},
                             {1, "libusb_init return error 0xFFFFFFF5,\r\n"}}));
@@ -114,7 +114,7 @@ TEST_F(AitDeviceTest, AContextThatComesWithAnErrorIsReleased) {
 }
 
 TEST_F(AitDeviceTest, NoList) {
-    virtbus::add_fault(FailCall("libusb_get_device_list", {{"return", "LIBUSB_ERROR_IO"}}));
+    virtcam::bus::add_fault(FailCall("libusb_get_device_list", {{"return", "LIBUSB_ERROR_IO"}}));
     EXPECT_EQ(OpenAitDevice(kVendor, kProduct, 0), nullptr);
     EXPECT_EQ(Log(), (Lines{{4, "libusb initialized. \r\n"},
                             {1, "libusb_get_device_list error 0xffffffff \r\n"}}));
@@ -127,36 +127,37 @@ TEST_F(AitDeviceTest, NoList) {
 }
 
 TEST_F(AitDeviceTest, NullList) {
-    virtbus::add_fault(FailCall("libusb_get_device_list", "null"));
+    virtcam::bus::add_fault(FailCall("libusb_get_device_list", "null"));
     EXPECT_EQ(OpenAitDevice(kVendor, kProduct, 0), nullptr);
     EXPECT_EQ(Log(), (Lines{{4, "libusb initialized. \r\n"}}));
     EXPECT_FALSE(CheckDeviceExist(kVendor, kProduct));
 }
 
 TEST_F(AitDeviceTest, AnUnreadableDescriptorEndsTheSearch) {
-    virtbus::add_fault(FailCall("libusb_get_device_descriptor", {{"return", "LIBUSB_ERROR_IO"}}));
+    virtcam::bus::add_fault(
+        FailCall("libusb_get_device_descriptor", {{"return", "LIBUSB_ERROR_IO"}}));
     EXPECT_FALSE(CheckDeviceExist(kVendor, kProduct));
     EXPECT_LOG_COUNT(1, "failed to get device descriptor", 1);
     EXPECT_EQ(Calls("libusb_get_device_descriptor"), 1u);
 }
 
 TEST_F(AitDeviceTest, AFailedOpenLeavesItsContext) {
-    virtbus::add_fault(FailCall("libusb_open", {{"return", "LIBUSB_ERROR_ACCESS"}}));
+    virtcam::bus::add_fault(FailCall("libusb_open", {{"return", "LIBUSB_ERROR_ACCESS"}}));
     EXPECT_EQ(OpenAitDevice(kVendor, kProduct, 0), nullptr);
     EXPECT_LOG(4, "found a usb device.\r\n");
     EXPECT_EQ(Calls("libusb_exit"), 0u);
-    const auto leaks = virtbus::leaks();
+    const auto leaks = virtcam::bus::leaks();
     ASSERT_EQ(leaks.size(), 1u);
     EXPECT_EQ(leaks[0].code, "leaked_context");
     ExpectComplaint(leaks[0].text);
 }
 
 TEST_F(AitDeviceTest, AFailedClaimLeavesHandleListAndContext) {
-    virtbus::add_fault(FailCall("libusb_claim_interface", {{"return", "LIBUSB_ERROR_BUSY"}}));
+    virtcam::bus::add_fault(FailCall("libusb_claim_interface", {{"return", "LIBUSB_ERROR_BUSY"}}));
     EXPECT_EQ(OpenAitDevice(kVendor, kProduct, 1), nullptr);
     EXPECT_LOG(4, "OpenAitDevice claim interface. interface=1 hr=-6\r\n");
     std::vector<std::string> codes;
-    for (const auto& leak : virtbus::leaks()) {
+    for (const auto& leak : virtcam::bus::leaks()) {
         codes.push_back(leak.code);
         ExpectComplaint(leak.text);
     }
@@ -184,14 +185,14 @@ TEST_F(AitDeviceTest, PresenceTestOpensNothing) {
 /// The library's calls in order, with their interface where they have one.
 std::vector<std::pair<std::string, int>> CallOrder() {
     std::vector<std::pair<std::string, int>> order;
-    for (const auto& call : virtbus::call_log()) {
+    for (const auto& call : virtcam::bus::call_log()) {
         order.emplace_back(call.name, call.argument.value_or(-1));
     }
     return order;
 }
 
 TEST_F(AitDeviceTest, OpensAndClosesInOrder) {
-    virtbus::clear_logs();
+    virtcam::bus::clear_logs();
     CloseAitDevice(OpenAitDevice(kVendor, kProduct, 1));
     auto order = CallOrder();
     std::erase_if(order, [](const auto& call) {
@@ -209,7 +210,7 @@ TEST_F(AitDeviceTest, OpensAndClosesInOrder) {
 }
 
 TEST_F(AitDeviceTest, TheResultOfTheDetachIsIgnored) {
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         FailCall("libusb_detach_kernel_driver", {{"return", "LIBUSB_ERROR_NOT_SUPPORTED"}}));
     AitDevHandle* device = OpenAitDevice(kVendor, kProduct, 1);
     ASSERT_NE(device, nullptr);
@@ -242,14 +243,14 @@ TEST_F(AitDeviceTest, EnumeratesAndOpensUnderItsLock) {
 
 TEST_F(AitDeviceTest, ADescriptorThatFailsBeforeTheCameraEndsTheSearch) {
     // The camera is not the first of the list.
-    virtbus::reset({{"camera", {{"identity", "run-time"}}},
-                    {"bus",
-                     {{"listing", ""},
-                      {"other_devices",
-                       nlohmann::json::array({{{"vendor", 0x1234}, {"product", 0x5678}}})}}}});
-    virtbus::add_fault({{"on", {{"call", "libusb_get_device_descriptor"}}},
-                        {"nth", 2},
-                        {"do", {{"return", "LIBUSB_ERROR_IO"}}}});
+    virtcam::bus::reset({{"camera", {{"identity", "run-time"}}},
+                         {"bus",
+                          {{"listing", ""},
+                           {"other_devices",
+                            nlohmann::json::array({{{"vendor", 0x1234}, {"product", 0x5678}}})}}}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_get_device_descriptor"}}},
+                             {"nth", 2},
+                             {"do", {{"return", "LIBUSB_ERROR_IO"}}}});
     EXPECT_EQ(OpenAitDevice(kVendor, kProduct, kNoInterface), nullptr);
     EXPECT_EQ(Log(), (Lines{{4, "libusb initialized. \r\n"},
                             {4, "get device list.\r\n"},

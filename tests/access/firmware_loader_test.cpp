@@ -104,7 +104,7 @@ class FirmwareLoader : public BusTest {
     /// A boot code without the newer interface makes the first open leave what it has.
     void ExpectLeavingsOfFailedClaim() {
         Stop();  // what the running loader holds open is not left behind
-        for (const auto& leak : virtbus::leaks()) {
+        for (const auto& leak : virtcam::bus::leaks()) {
             ExpectComplaint(leak.text);
         }
     }
@@ -113,8 +113,8 @@ class FirmwareLoader : public BusTest {
         configuration["camera"].update(more);
         return configuration;
     }
-    void Reset(const nlohmann::json& configuration) { virtbus::reset(configuration); }
-    static size_t Opens() { return virtbus::call_counts()["libusb_open"]; }
+    void Reset(const nlohmann::json& configuration) { virtcam::bus::reset(configuration); }
+    static size_t Opens() { return virtcam::bus::call_counts()["libusb_open"]; }
 
     NiceMock<FakeSubject> subject_;
     Reports reports_;
@@ -136,26 +136,26 @@ TEST_F(FirmwareLoader, StatusNumbersAreTheHosts) {
 }
 
 TEST_F(FirmwareLoader, BootCodeVersionIsBigEndian) {
-    virtbus::add_fault({{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}},
-                        {"nth", 1},
-                        {"do", {{"reply", "000012345678AABB"}}}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}},
+                             {"nth", 1},
+                             {"do", {{"reply", "000012345678AABB"}}}});
     EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     EXPECT_LOG_COUNT(1, "BootCode version is 0x12345678\r\n", 1);
 }
 
 TEST_F(FirmwareLoader, ABootCodeWithoutAVersionIsLoadedAllTheSame) {
-    virtbus::add_fault({{"on", {{"control", {{"type", 0x20}, {"value", 0x0100}}}}},
-                        {"nth", 1},
-                        {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0x20}, {"value", 0x0100}}}}},
+                             {"nth", 1},
+                             {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
     EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     EXPECT_EQ(log().count_containing("BootCode version"), 0u);
 }
 
 TEST_F(FirmwareLoader, LaterOpensTakeTheOlderInterface) {
     // The newer interface is refused once and the older one twice.
-    virtbus::add_fault({{"on", {{"call", "libusb_open"}}},
-                        {"count", 3},
-                        {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_open"}}},
+                             {"count", 3},
+                             {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
     EXPECT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     EXPECT_EQ(log().count_containing("OpenAitDevice claim interface. interface=2 "), 0u);
     EXPECT_LOG_COUNT(4, "OpenAitDevice claim interface. interface=0 hr=0\r\n", 1);
@@ -165,13 +165,13 @@ TEST_F(FirmwareLoader, LaterOpensTakeTheOlderInterface) {
 }
 
 TEST_F(FirmwareLoader, EveryLineOfAStartByTheExtensionUnitPath) {
-    virtbus::add_fault({{"on", {{"call", "libusb_open"}}},
-                        {"count", 1},
-                        {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_open"}}},
+                             {"count", 1},
+                             {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
     std::filesystem::remove("/mtd_rwcommon/lumo/bin/opxCamera.xml");
     clock().on_sleep([](const SleepCall&) {
         // The camera is back before the first look at the listing.
-        virtbus::wait_until([] { return virtbus::camera().attached(); }, kLimit);
+        virtcam::bus::wait_until([] { return virtcam::bus::camera().attached(); }, kLimit);
     });
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     const Lines lines = Log([](const LogLine& line) {
@@ -214,7 +214,7 @@ TEST_F(FirmwareLoader, LoadsByTheBulkPathAndReportsReady) {
     Stop();
     EXPECT_EQ(reports_.All().size(), 1u);
     EXPECT_EQ(ReadFile("/dtv/cm_cam_version"), "1.45.304");
-    const auto flash = virtbus::camera().flash();
+    const auto flash = virtcam::bus::camera().flash();
     EXPECT_EQ(std::string(flash.begin(), flash.end()),
               ReadFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin"));
     const std::pair<unsigned, const char*> inOrder[] = {
@@ -287,11 +287,11 @@ TEST_F(FirmwareLoader, AnOlderVersionRecordIsReplaced) {
 
 TEST_F(FirmwareLoader, DestructionWaitsForTheThread) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
-    virtbus::clear_logs();
+    virtcam::bus::clear_logs();
     loader_.reset();
     EXPECT_LOG_COUNT(4, "Exit device mointer trhead.\r\n", 1);
     size_t closes = 0;
-    for (const auto& call : virtbus::call_log()) {
+    for (const auto& call : virtcam::bus::call_log()) {
         if (call.name == "libusb_close") {
             ++closes;
             EXPECT_NE(call.thread, std::this_thread::get_id());  // the monitor closed its camera
@@ -321,7 +321,7 @@ TEST_F(FirmwareLoader, AFailedLoadEndsWithOneReport) {
     EXPECT_LOG(1, "CCameraFwLoader :Failed to load firmware, exit. \r\n");
     EXPECT_EQ(reports_.All().size(), 1u);
     EXPECT_EQ(Pauses(), 0u);
-    EXPECT_TRUE(virtbus::leaks().empty());  // closed by the thread itself
+    EXPECT_TRUE(virtcam::bus::leaks().empty());  // closed by the thread itself
 }
 
 TEST_F(FirmwareLoader, AFailedLoadDuringDestructionIsNotReported) {
@@ -334,7 +334,7 @@ TEST_F(FirmwareLoader, AFailedLoadDuringDestructionIsNotReported) {
 }
 
 TEST_F(FirmwareLoader, NoCameraAtAll) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     EXPECT_EQ(Result(), unsigned{CAMERA_CANT_FOUND_DEVICE});
     Stop();
     EXPECT_EQ(Pauses(), 5u);
@@ -359,7 +359,7 @@ TEST_F(FirmwareLoader, ACameraThatNeverComesBack) {
     clock().shorten(1ms);
     // The first pause is long enough for the camera to go, however it is shortened.
     clock().on_sleep([](const SleepCall&) {
-        EXPECT_TRUE(virtbus::wait_until(
+        EXPECT_TRUE(virtcam::bus::wait_until(
             [] {
                 return ReadFile("/proc/bus/usb/devices").find("ProdID=2065") == std::string::npos;
             },
@@ -374,9 +374,9 @@ TEST_F(FirmwareLoader, ACameraThatNeverComesBack) {
 }
 
 TEST_F(FirmwareLoader, ACameraThatComesBackButCannotBeOpened) {
-    virtbus::add_fault({{"on", {{"call", "libusb_open"}}},
-                        {"from", 2},
-                        {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_open"}}},
+                             {"from", 2},
+                             {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
     EXPECT_EQ(Result(), unsigned{CAMERA_CANT_FOUND_DEVICE});
     Stop();
     EXPECT_LOG(1, "CCameraFwLoader: Failed to open camera device. exit \r\n");
@@ -385,14 +385,14 @@ TEST_F(FirmwareLoader, ACameraThatComesBackButCannotBeOpened) {
 }
 
 TEST_F(FirmwareLoader, ACameraThatCannotBeOpenedDuringDestructionLeavesAnIdleMonitor) {
-    virtbus::add_fault({{"on", {{"call", "libusb_open"}}},
-                        {"from", 2},
-                        {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_open"}}},
+                             {"from", 2},
+                             {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
     SetCamDestroy(true);
     Start();
     ASSERT_TRUE(log().wait_for(1, "Camera-Version:0.45.00", kLimit)) << log_listing();
     const size_t before = Pauses();
-    ASSERT_TRUE(virtbus::wait_until([&] { return Pauses() >= before + 3; }, kLimit));
+    ASSERT_TRUE(virtcam::bus::wait_until([&] { return Pauses() >= before + 3; }, kLimit));
     Stop();
     EXPECT_TRUE(reports_.All().empty());
     EXPECT_EQ(log().count_containing("AIT Camera Checking"), 0u);
@@ -409,7 +409,7 @@ TEST_F(FirmwareLoader, AStopDuringThePauseEndsItWithoutAReport) {
     for (const bool plugged : {false, true}) {
         Reset(Camera({{"returns", false}}));
         if (!plugged) {
-            virtbus::unplug();
+            virtcam::bus::unplug();
         }
         Loader loader(kBootCodeProductId, kCameraVendorId, 2, &subject_);
         loader.SetInitDoneCallback(Reports::Callback, &reports_);
@@ -420,7 +420,7 @@ TEST_F(FirmwareLoader, AStopDuringThePauseEndsItWithoutAReport) {
             }
         });
         loader.Start(nullptr);
-        EXPECT_TRUE(virtbus::wait_until([&] { return pauses >= 3; }, kLimit));
+        EXPECT_TRUE(virtcam::bus::wait_until([&] { return pauses >= 3; }, kLimit));
         loader.Stop();
         EXPECT_EQ(pauses, 3);
         EXPECT_TRUE(reports_.All().empty());
@@ -441,8 +441,8 @@ TEST_F(FirmwareLoader, WhileTheCameraObjectGoesNothingIsReported) {
 
 TEST_F(FirmwareLoader, MonitorAsksOnceASecond) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
-    virtbus::clear_logs();
-    ASSERT_TRUE(virtbus::wait_until([] { return Requests().size() >= 3; }, kLimit));
+    virtcam::bus::clear_logs();
+    ASSERT_TRUE(virtcam::bus::wait_until([] { return Requests().size() >= 3; }, kLimit));
     Stop();
     for (const Request& request : Requests()) {
         EXPECT_EQ(request, Read(0xA0, 0x81, 0x0200, 0x0600, 8, 5000));
@@ -451,7 +451,7 @@ TEST_F(FirmwareLoader, MonitorAsksOnceASecond) {
     EXPECT_GE(checks, 3u);
     EXPECT_EQ(Pauses(), reports_.PausesBefore(0) + checks);
     EXPECT_LOG(4, "Exit device mointer trhead.\r\n");
-    EXPECT_TRUE(virtbus::leaks().empty());  // closed by the thread itself
+    EXPECT_TRUE(virtcam::bus::leaks().empty());  // closed by the thread itself
 }
 
 TEST_F(FirmwareLoader, AnUnpluggedCameraIsReportedOnce) {
@@ -461,11 +461,11 @@ TEST_F(FirmwareLoader, AnUnpluggedCameraIsReportedOnce) {
         EXPECT_EQ(reports_.All().size(), 1u);  // before the report
         EXPECT_EQ(clock().count(300ms), 1u);   // after the camera had time to settle
         EXPECT_LOG(4, "CloseAitDevice -\r\n");
-        EXPECT_TRUE(virtbus::leaks().empty());  // and after it was closed
+        EXPECT_TRUE(virtcam::bus::leaks().empty());  // and after it was closed
         ++stops;
         return true;
     });
-    virtbus::unplug();
+    virtcam::bus::unplug();
     ASSERT_TRUE(reports_.Wait(2));
     Stop();
     EXPECT_EQ(reports_.All(), (std::vector<unsigned>{CAMERA_STATUS_OK, CAMERA_CANT_FOUND_DEVICE}));
@@ -489,11 +489,11 @@ TEST_F(FirmwareLoader, TheCameraMayGoWhileItsVersionIsAsked) {
             ++asked;
         }
     });
-    EXPECT_TRUE(virtbus::wait_until([&] { return asked >= 3; }, kLimit));
-    virtbus::unplug();
+    EXPECT_TRUE(virtcam::bus::wait_until([&] { return asked >= 3; }, kLimit));
+    virtcam::bus::unplug();
     EXPECT_TRUE(reports_.Wait(2));
     const int then = asked;
-    EXPECT_TRUE(virtbus::wait_until([&] { return asked >= then + 2; }, kLimit));
+    EXPECT_TRUE(virtcam::bus::wait_until([&] { return asked >= then + 2; }, kLimit));
     over = true;
     host.join();
     EXPECT_FALSE(loader_->GetCamVersion());
@@ -502,13 +502,13 @@ TEST_F(FirmwareLoader, TheCameraMayGoWhileItsVersionIsAsked) {
 TEST_F(FirmwareLoader, SixTimeoutsAreForgivenInAllTheSeventhIsNot) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     // Five in a row, then answers, then two more.
-    virtbus::add_fault({{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}},
-                        {"count", 5},
-                        {"do", {{"timeout", "now"}}}});
-    virtbus::add_fault({{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}},
-                        {"from", 8},
-                        {"count", 2},
-                        {"do", {{"timeout", "now"}}}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}},
+                             {"count", 5},
+                             {"do", {{"timeout", "now"}}}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}},
+                             {"from", 8},
+                             {"count", 2},
+                             {"do", {{"timeout", "now"}}}});
     ASSERT_TRUE(reports_.Wait(2)) << log_listing();
     Stop();
     EXPECT_EQ(reports_.All()[1], unsigned{CAMERA_CANT_FOUND_DEVICE});
@@ -518,7 +518,7 @@ TEST_F(FirmwareLoader, SixTimeoutsAreForgivenInAllTheSeventhIsNot) {
 
 TEST_F(FirmwareLoader, ForgivenTimeoutsDoNotPause) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         {{"on", {{"control", {{"type", 0xA0}, {"value", 0x0200}}}}}, {"do", {{"timeout", "now"}}}});
     ASSERT_TRUE(reports_.Wait(2));
     Stop();
@@ -531,7 +531,7 @@ TEST_F(FirmwareLoader, ForgivenTimeoutsDoNotPause) {
 TEST_F(FirmwareLoader, ADisconnectionDuringDestructionIsNotReported) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     SetCamDestroy(true);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     ASSERT_TRUE(log().wait_for(4, "Exit device mointer trhead.\r\n", kLimit));
     Stop();
     EXPECT_EQ(reports_.All().size(), 1u);
@@ -541,11 +541,11 @@ TEST_F(FirmwareLoader, ADisconnectionDuringDestructionIsNotReported) {
 
 TEST_F(FirmwareLoader, VersionOfAnOpenCamera) {
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
-    virtbus::clear_logs();
+    virtcam::bus::clear_logs();
     EXPECT_TRUE(loader_->GetCamVersion());
     log().reset();
-    virtbus::add_fault({{"on", {{"control", {{"type", 0x20}, {"value", 0x0100}}}}},
-                        {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0x20}, {"value", 0x0100}}}}},
+                             {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
     EXPECT_FALSE(loader_->GetCamVersion());
     EXPECT_LOG(1, "Get Firmware Version error\r\n");
 }
@@ -788,7 +788,7 @@ TEST_F(BootCodeUpdate, WritesByTheExtensionUnitPathOnItsOwnDevice) {
                      {1, "Update flash successfully.\r\n"},
                      {4, "Boot code update done.\r\n"}}));
     EXPECT_EQ(clock().count(3s), 1u);
-    const auto flash = virtbus::camera().flash();
+    const auto flash = virtcam::bus::camera().flash();
     EXPECT_EQ(std::string(flash.begin(), flash.end()), ReadFile(path_));
 }
 

@@ -31,13 +31,13 @@ class FirmwareUpdate : public BusTest {
     void Reopen() {
         device_ = OpenAitDevice(0x114D, 0x2065, 2);
         ASSERT_NE(device_, nullptr);
-        virtbus::clear_logs();
+        virtcam::bus::clear_logs();
         log().reset();
     }
     /// A camera that has never been flashed.
     void FreshCamera() {
         CloseAitDevice(device_);
-        virtbus::reset(BootCodeCamera());
+        virtcam::bus::reset(BootCodeCamera());
         Reopen();
     }
     std::string Image(size_t size) {
@@ -46,13 +46,13 @@ class FirmwareUpdate : public BusTest {
         return image;
     }
     static std::string Flash() {
-        const auto flash = virtbus::camera().flash();
+        const auto flash = virtcam::bus::camera().flash();
         return {flash.begin(), flash.end()};
     }
     char* Path() { return path_; }
     static std::vector<unsigned> BulkPieces() {
         std::vector<unsigned> pieces;
-        for (const auto& call : virtbus::call_log()) {
+        for (const auto& call : virtcam::bus::call_log()) {
             if (call.name == "libusb_bulk_transfer") {
                 EXPECT_EQ(call.argument, 1);
                 pieces.push_back(static_cast<unsigned>(call.result));
@@ -66,11 +66,11 @@ class FirmwareUpdate : public BusTest {
                      {}, timeout);
     }
     static void FailRequest(int request, const nlohmann::json& action) {
-        virtbus::add_fault(
+        virtcam::bus::add_fault(
             {{"on", {{"control", {{"type", 0x40}, {"request", request}}}}}, {"do", action}});
     }
     static void FailBulk(const nlohmann::json& action, int nth) {
-        virtbus::add_fault(
+        virtcam::bus::add_fault(
             {{"on", {{"call", "libusb_bulk_transfer"}}}, {"nth", nth}, {"do", action}});
     }
 
@@ -120,11 +120,11 @@ TEST_F(FirmwareUpdate, UvcPathWithoutFile) {
 TEST_F(FirmwareUpdate, UvcPathStopsAtTheFirstFailure) {
     Image(100);
     const auto failWrite = [](uint16_t value, int nth) {
-        virtbus::clear_faults();
-        virtbus::clear_logs();
-        virtbus::add_fault({{"on", {{"control", {{"type", 0x20}, {"value", value}}}}},
-                            {"nth", nth},
-                            {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
+        virtcam::bus::clear_faults();
+        virtcam::bus::clear_logs();
+        virtcam::bus::add_fault({{"on", {{"control", {{"type", 0x20}, {"value", value}}}}},
+                                 {"nth", nth},
+                                 {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
     };
     failWrite(0x0400, 1);
     EXPECT_EQ(UpdateFirmwareUvcPath(device_, Path(), 4), AIT_ERR_DEVICE);
@@ -163,7 +163,7 @@ TEST_F(FirmwareUpdate, PcsyncPathAnnouncesAndBurns) {
     Image(70000);
     EXPECT_EQ(UpdateFirmwarePcsyncPath(device_, Path(), 4), 0);
     EXPECT_EQ(Requests(), (std::vector<Request>{Size(130, 70000, 1000), Size(8, 70000, 1000)}));
-    EXPECT_EQ(virtbus::last_timeout(0x01), 100u);
+    EXPECT_EQ(virtcam::bus::last_timeout(0x01), 100u);
     EXPECT_EQ(BulkCalls(), 137u);
     EXPECT_EQ(Log(),
               (Lines{{4, "binary size=70000 bytes\r\n"}, {4, "Start burning.\r\n"}, {1, kDone}}));
@@ -191,14 +191,14 @@ TEST_F(FirmwareUpdate, PcsyncPathTakesALostCameraForASuccess) {
     EXPECT_LOG(1, kDone);
     for (const char* error :
          {"LIBUSB_ERROR_PIPE", "LIBUSB_ERROR_NOT_FOUND", "LIBUSB_ERROR_ACCESS"}) {
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         log().reset();
         FailRequest(8, {{"return", error}});
         EXPECT_EQ(UpdateFirmwarePcsyncPath(device_, Path(), 4), AIT_ERR_DEVICE);
         EXPECT_LOG(1, kFailed);
         EXPECT_NO_LOG(1, kDone);
     }
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     FailRequest(8, {{"return", 1}});
     EXPECT_EQ(UpdateFirmwarePcsyncPath(device_, Path(), 4), AIT_ERR_DEVICE);
 }
@@ -218,7 +218,7 @@ TEST_F(FirmwareUpdate, BulkPathFillsTheFlashAndChoosesTheBurnRequest) {
                   (std::vector<Request>{Size(130, bits, 1000), Size(request, bits, 30000)}));
         EXPECT_EQ(BulkCalls(), (size + 32767) / 32768);
         if (size != 0) {
-            EXPECT_EQ(virtbus::last_timeout(0x01), 5000u);
+            EXPECT_EQ(virtcam::bus::last_timeout(0x01), 5000u);
         }
         EXPECT_LOG_COUNT(1, kDone, 1);
     }
@@ -231,8 +231,8 @@ TEST_F(FirmwareUpdate, BulkPathPassesOverATimeoutAndEndsAtAnError) {
     EXPECT_EQ(UpdateFirmware(device_, Path(), 0), 0);
     EXPECT_LOG_COUNT(4, "PCSYNC_BULK_OUT_EP(1) timeout.\r\n", 1);
     EXPECT_EQ(BulkCalls(), 3u);
-    virtbus::clear_faults();
-    virtbus::clear_logs();
+    virtcam::bus::clear_faults();
+    virtcam::bus::clear_logs();
     log().reset();
     FailBulk({{"return", "LIBUSB_ERROR_PIPE"}}, 1);
     EXPECT_EQ(UpdateFirmware(device_, Path(), 0), AIT_ERR_DEVICE);
@@ -270,7 +270,7 @@ TEST_F(FirmwareUpdate, ChecksumPathFillsTheFlash) {
         EXPECT_EQ(BulkCalls(), (size + 32767) / 32768);
         EXPECT_LOG_COUNT(1, kDone, 1);
     }
-    EXPECT_EQ(virtbus::last_timeout(0x01), 1000u);
+    EXPECT_EQ(virtcam::bus::last_timeout(0x01), 1000u);
 }
 
 TEST_F(FirmwareUpdate, ChecksumTravelsWithTheSize) {

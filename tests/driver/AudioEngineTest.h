@@ -54,13 +54,13 @@ class AudioEngineTest : public StreamTest<AudioEngine, 0x82> {
     }
 
     /// The camera ends one transfer with these packets, and the engine meets it.
-    void Deliver(std::vector<virtbus::IsoPacket> packets,
-                 virtbus::TransferStatus status = virtbus::TransferStatus::kCompleted) {
-        virtbus::push_iso(std::move(packets), status);
+    void Deliver(std::vector<virtcam::bus::IsoPacket> packets,
+                 virtcam::bus::TransferStatus status = virtcam::bus::TransferStatus::kCompleted) {
+        virtcam::bus::push_iso(std::move(packets), status);
         m_Engine->handle_libusb_event();
     }
     void DeliverBytes(const Bytes& bytes) {
-        Deliver({{virtbus::TransferStatus::kCompleted, bytes, std::nullopt}});
+        Deliver({{virtcam::bus::TransferStatus::kCompleted, bytes, std::nullopt}});
     }
 
     unsigned int m_PacketSize = 0;

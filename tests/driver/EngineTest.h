@@ -79,7 +79,7 @@ class EngineTest : public BusTest {
     EngineTest() : BusTest(QuietCamera()) {
         LibusbCalls::instance().reset();
         fail_allocation(0);
-        virtbus::script_stream(true);
+        virtcam::bus::script_stream(true);
     }
     ~EngineTest() override {
         fail_allocation(0);
@@ -93,7 +93,7 @@ class EngineTest : public BusTest {
     /// Forgets what was observed so far.
     void Forget() {
         ForgetLog();
-        virtbus::clear_logs();
+        virtcam::bus::clear_logs();
         clock().reset();
         LibusbCalls::instance().reset();
     }
@@ -101,7 +101,7 @@ class EngineTest : public BusTest {
     /// Control transfers since the logs were cleared, alternate-setting requests excluded.
     static std::vector<Request> Requests() {
         std::vector<Request> all;
-        for (const auto& record : virtbus::control_log()) {
+        for (const auto& record : virtcam::bus::control_log()) {
             all.push_back({record.setup.request_type, record.setup.request, record.setup.value,
                            record.setup.index, record.data, record.timeout_ms});
         }
@@ -111,7 +111,7 @@ class EngineTest : public BusTest {
     /// Names of the calls since the logs were cleared, with the first number where there is one.
     static std::vector<std::string> Calls() {
         std::vector<std::string> all;
-        for (const auto& record : virtbus::call_log()) {
+        for (const auto& record : virtcam::bus::call_log()) {
             std::string text = record.name;
             if (record.argument) {
                 text += " " + std::to_string(*record.argument);
@@ -122,7 +122,7 @@ class EngineTest : public BusTest {
     }
     static size_t CountCalls(const std::string& name) {
         size_t count = 0;
-        for (const auto& record : virtbus::call_log()) {
+        for (const auto& record : virtcam::bus::call_log()) {
             count += record.name == name ? 1 : 0;
         }
         return count;

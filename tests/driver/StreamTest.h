@@ -29,7 +29,7 @@ class StreamTest : public EngineTest {
         m_Engine->QueueFrameBuf();
         return frame;
     }
-    static size_t InFlight() { return virtbus::pending(kEndpoint); }
+    static size_t InFlight() { return virtcam::bus::pending(kEndpoint); }
 
     /// Waits of the queue time out at once.
     static void ExpireWaits() { system_calls().pthread_cond_timedwait = ETIMEDOUT; }

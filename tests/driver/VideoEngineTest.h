@@ -41,9 +41,9 @@ class VideoEngineTest : public StreamTest<VideoEngine, 0x81> {
 
     /// The camera ends one transfer with this, and the engine meets it.
     void Deliver(const Bytes& bytes,
-                 virtbus::TransferStatus status = virtbus::TransferStatus::kCompleted,
+                 virtcam::bus::TransferStatus status = virtcam::bus::TransferStatus::kCompleted,
                  std::optional<int> actualLength = std::nullopt) {
-        virtbus::push_bulk(status, bytes, actualLength);
+        virtcam::bus::push_bulk(status, bytes, actualLength);
         m_Engine->handle_libusb_event();
     }
     /// Ends the frame of frame ID `fid` as the camera does, with a header alone.

@@ -4,8 +4,8 @@
 namespace test {
 namespace {
 
-using virtbus::IsoPacket;
-using virtbus::TransferStatus;
+using virtcam::bus::IsoPacket;
+using virtcam::bus::TransferStatus;
 
 class UacData : public AudioEngineTest {
   protected:
@@ -13,7 +13,7 @@ class UacData : public AudioEngineTest {
 
     /// A stream whose endpoint takes packets of this size.
     void StreamPackets(int size) {
-        virtbus::add_fault(
+        virtcam::bus::add_fault(
             {{"on", {{"call", "libusb_get_max_iso_packet_size"}}}, {"do", {{"return", size}}}});
         ASSERT_EQ(m_Engine->UAC_EnableAudioStream(kRate), 0);
         Forget();

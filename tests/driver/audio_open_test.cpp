@@ -47,7 +47,7 @@ TEST_F(UacOpen, ClaimsStreamingSelectsIdleThenClaimsControl) {
 }
 
 TEST_F(UacOpen, NoCameraIsLogged) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(usb().opens(),
               (std::vector<std::pair<int, int>>{{kVendor, kProduct}, {0x114D, 0x8C00}}));
@@ -65,7 +65,7 @@ TEST_F(UacOpen, FallbackIdentityIsOpenedAndLogged) {
 }
 
 TEST_F(UacOpen, UnreadableConfigurationClosesTheDevice) {
-    virtbus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_IO));
+    virtcam::bus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_IO));
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(Log(), (Lines{{4, "libusb_get_configuration Error!\n"}}));
     EXPECT_EQ(Calls().back(), "libusb_close");
@@ -73,7 +73,7 @@ TEST_F(UacOpen, UnreadableConfigurationClosesTheDevice) {
 }
 
 TEST_F(UacOpen, RefusedStreamingInterfaceClosesTheDevice) {
-    virtbus::add_fault(FailCallOn("libusb_claim_interface", 3, LIBUSB_ERROR_BUSY));
+    virtcam::bus::add_fault(FailCallOn("libusb_claim_interface", 3, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(Log(), (Lines{{4, "libusb_claim_interface (AudioStream) fail!(-6)\n"}}));
     EXPECT_TRUE(usb().alternate_settings().empty());
@@ -82,7 +82,7 @@ TEST_F(UacOpen, RefusedStreamingInterfaceClosesTheDevice) {
 }
 
 TEST_F(UacOpen, RefusedControlInterfaceClosesTheDeviceWithoutReleasingTheOther) {
-    virtbus::add_fault(FailCallOn("libusb_claim_interface", 2, LIBUSB_ERROR_BUSY));
+    virtcam::bus::add_fault(FailCallOn("libusb_claim_interface", 2, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(Log(), (Lines{kStreamOk, {4, "libusb_claim_interface (AudioControl)  fail!(-6)\n"}}));
     EXPECT_EQ(CountCalls("libusb_release_interface"), 0u);
@@ -92,17 +92,17 @@ TEST_F(UacOpen, RefusedControlInterfaceClosesTheDeviceWithoutReleasingTheOther) 
 }
 
 TEST_F(UacOpen, RefusedIdleSettingIsIgnoredSilently) {
-    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Init(), 0);
     ExpectUnusualRelease();
     EXPECT_EQ(Log(), (Lines{kStreamOk, kControlOk}));
 }
 
 TEST_F(UacOpen, ActiveKernelDriversAreDetached) {
-    virtbus::add_fault(FailCall("libusb_kernel_driver_active", 1, 1));
-    virtbus::add_fault(FailCall("libusb_kernel_driver_active", 1, 2));
-    virtbus::add_fault(FailCallOn("libusb_detach_kernel_driver", 3, LIBUSB_SUCCESS));
-    virtbus::add_fault(FailCallOn("libusb_detach_kernel_driver", 2, LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCall("libusb_kernel_driver_active", 1, 1));
+    virtcam::bus::add_fault(FailCall("libusb_kernel_driver_active", 1, 2));
+    virtcam::bus::add_fault(FailCallOn("libusb_detach_kernel_driver", 3, LIBUSB_SUCCESS));
+    virtcam::bus::add_fault(FailCallOn("libusb_detach_kernel_driver", 2, LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Init(), 0);
     ExpectUnusualRelease();
     EXPECT_EQ(Log(),
@@ -119,7 +119,8 @@ TEST_F(UacOpen, WaitsForTheDeviceLock) {
     {
         pMutexLock lock(m_libusb_ctrl_lock);
         init = std::async(std::launch::async, [&] { return m_Engine->Init(kVendor, kProduct); });
-        EXPECT_FALSE(virtbus::wait_until([] { return !virtbus::call_log().empty(); }, 20ms));
+        EXPECT_FALSE(
+            virtcam::bus::wait_until([] { return !virtcam::bus::call_log().empty(); }, 20ms));
     }
     EXPECT_EQ(init.get(), 0);
     ExpectUnusualRelease();
@@ -152,7 +153,7 @@ TEST_F(UacOpen, DestructionOfARunningStreamFreesEverything) {
 }
 
 TEST_F(UacOpen, WithoutAContextNothingIsFound) {
-    virtbus::add_fault(FailCall("libusb_init", LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCall("libusb_init", LIBUSB_ERROR_OTHER));
     AudioEngine engine;
     Forget();
     EXPECT_EQ(engine.Init(kVendor, kProduct), -1);

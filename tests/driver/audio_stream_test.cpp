@@ -16,8 +16,10 @@ class UacStream : public AudioEngineTest {
 
     /// The device's volume range, in bytes as they travel.
     static void Range(const char* max, const char* min) {
-        virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", {{"reply", max}}}});
-        virtbus::add_fault({{"on", {{"control", {{"request", 0x82}}}}}, {"do", {{"reply", min}}}});
+        virtcam::bus::add_fault(
+            {{"on", {{"control", {{"request", 0x83}}}}}, {"do", {{"reply", max}}}});
+        virtcam::bus::add_fault(
+            {{"on", {{"control", {{"request", 0x82}}}}}, {"do", {{"reply", min}}}});
     }
     static nlohmann::json OnRequest(int type, int request, const nlohmann::json& action) {
         return {{"on", {{"control", {{"type", type}, {"request", request}}}}}, {"do", action}};
@@ -47,7 +49,7 @@ TEST_F(UacStream, SetsAndReadsTheRateReadsTheRangeAndAppliesTheVolume) {
 }
 
 TEST_F(UacStream, RateTravelsAsThreeBytes) {
-    virtbus::add_fault(OnRequest(0x22, 0x01, {{"actual_length", 3}}));
+    virtcam::bus::add_fault(OnRequest(0x22, 0x01, {{"actual_length", 3}}));
     for (const int rate : {24000, 0x123456, 0x7F123456}) {
         Forget();
         Start(rate);
@@ -74,7 +76,7 @@ TEST_F(UacStream, OrderOfTheStartOnTheBus) {
 }
 
 TEST_F(UacStream, SubmitsTwoTransfersOfTenPackets) {
-    virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", 64));
+    virtcam::bus::add_fault(FailCall("libusb_get_max_iso_packet_size", 64));
     ASSERT_EQ(Start(), 0);
     const auto submits = usb().submits();
     ASSERT_EQ(submits.size(), 2u);
@@ -96,7 +98,7 @@ TEST_F(UacStream, SubmitsTwoTransfersOfTenPackets) {
     }
     ASSERT_NE(m_Engine->Queue(), nullptr);
     EXPECT_EQ(m_Engine->Queue()->GetEmptyCnt(), 4u);
-    EXPECT_EQ(virtbus::last_timeout(0x82), 1000u);
+    EXPECT_EQ(virtcam::bus::last_timeout(0x82), 1000u);
 }
 
 TEST_F(UacStream, BuffersHaveTheSizeOfTheTransferAndAtLeast10240Bytes) {
@@ -107,8 +109,8 @@ TEST_F(UacStream, BuffersHaveTheSizeOfTheTransferAndAtLeast10240Bytes) {
     for (const Case& test :
          {Case{64, 10240}, Case{1024, 10240}, Case{1025, 10250}, Case{3072, 30720}}) {
         m_Engine->UAC_DisableAudioStream();
-        virtbus::clear_faults();
-        virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", test.packet));
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(FailCall("libusb_get_max_iso_packet_size", test.packet));
         take_array_sizes();
         ASSERT_EQ(Start(), 0);
         std::vector<size_t> expected(2, test.transfer);
@@ -136,8 +138,8 @@ TEST_F(UacStream, RateThatCannotBeSetFailsTheStart) {
     };
     for (const Case& test : {Case{"stall", -9}, Case{{{"actual_length", 2}}, 2}}) {
         Forget();
-        virtbus::clear_faults();
-        virtbus::add_fault(OnRequest(0x22, 0x01, test.action));
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(OnRequest(0x22, 0x01, test.action));
         EXPECT_EQ(Start(), -1);
         EXPECT_EQ(
             Log(),
@@ -156,8 +158,8 @@ TEST_F(UacStream, RateThatCannotBeReadBackFailsTheStart) {
     };
     for (const Case& test : {Case{"stall", -9}, Case{{{"short", 2}}, 2}}) {
         Forget();
-        virtbus::clear_faults();
-        virtbus::add_fault(OnRequest(0xA2, 0x81, test.action));
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(OnRequest(0xA2, 0x81, test.action));
         EXPECT_EQ(Start(), -1);
         EXPECT_EQ(
             Log(),
@@ -173,8 +175,8 @@ TEST_F(UacStream, VolumeLimitThatCannotBeReadFailsTheStart) {
         for (const auto& [action, code] :
              {std::pair<nlohmann::json, int>{"stall", -9}, {{{"short", 1}}, 1}}) {
             Forget();
-            virtbus::clear_faults();
-            virtbus::add_fault(OnRequest(0xA1, request, action));
+            virtcam::bus::clear_faults();
+            virtcam::bus::add_fault(OnRequest(0xA1, request, action));
             EXPECT_EQ(Start(), -1);
             EXPECT_EQ(
                 Log(),
@@ -187,7 +189,7 @@ TEST_F(UacStream, VolumeLimitThatCannotBeReadFailsTheStart) {
 }
 
 TEST_F(UacStream, StreamingSettingThatIsRefusedFailsTheStart) {
-    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Start(), -1);
     EXPECT_EQ(Log(), (Lines{kStartLine, {4, "UAC_EnableAudioStream Error: IF = 3, Alt = 1"}}));
     EXPECT_EQ(CountCalls("libusb_alloc_transfer"), 0u);
@@ -197,22 +199,22 @@ TEST_F(UacStream, StreamingSettingThatIsRefusedFailsTheStart) {
 TEST_F(UacStream, PacketSizeMustBePositive) {
     for (const int answer : {0, int{LIBUSB_ERROR_NOT_FOUND}}) {
         Forget();
-        virtbus::clear_faults();
-        virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", answer));
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(FailCall("libusb_get_max_iso_packet_size", answer));
         EXPECT_EQ(Start(), -1);
         EXPECT_EQ(Log(), (Lines{kStartLine, {4, "libusb_get_max_iso_packet_size Fail"}}));
         EXPECT_TRUE(usb().submits().empty());
         EXPECT_FALSE(m_Engine->IsStreaming);
         EXPECT_EQ(m_Engine->Queue(), nullptr);
     }
-    virtbus::clear_faults();
-    virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", 1));
+    virtcam::bus::clear_faults();
+    virtcam::bus::add_fault(FailCall("libusb_get_max_iso_packet_size", 1));
     EXPECT_EQ(Start(), 0);
     EXPECT_EQ(usb().submits().at(0).contents.length, 10);
 }
 
 TEST_F(UacStream, FirstRefusedSubmitLeavesTheRestForTheNextStop) {
-    virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 1));
+    virtcam::bus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 1));
     EXPECT_EQ(Start(), -1);
     EXPECT_EQ(Log(), (Lines{kStartLine, {4, "libusb_fill_iso_transfer error: Audio 0\n"}}));
     EXPECT_TRUE(m_Engine->IsStreaming);
@@ -226,7 +228,7 @@ TEST_F(UacStream, FirstRefusedSubmitLeavesTheRestForTheNextStop) {
 }
 
 TEST_F(UacStream, SecondRefusedSubmitLeavesTheFirstInFlight) {
-    virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 2));
+    virtcam::bus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 2));
     EXPECT_EQ(Start(), -1);
     EXPECT_EQ(log().texts().back(), "libusb_fill_iso_transfer error: Audio 1\n");
     EXPECT_TRUE(m_Engine->IsStreaming);
@@ -243,8 +245,8 @@ TEST_F(UacStream, SecondRefusedSubmitLeavesTheFirstInFlight) {
 TEST_F(UacStream, TransferThatLibusbDoesNotGiveFailsTheStart) {
     for (int nth = 1; nth <= 2; ++nth) {
         Forget();
-        virtbus::clear_faults();
-        virtbus::add_fault(
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(
             {{"on", {{"call", "libusb_alloc_transfer"}}}, {"nth", nth}, {"do", "null"}});
         EXPECT_EQ(Start(), -1);
         EXPECT_TRUE(usb().submits().empty());
@@ -275,7 +277,7 @@ TEST_F(UacStream, ShortMemoryReleasesEverythingAndFailsTheStart) {
 }
 
 TEST_F(UacStream, StartAfterAFailedStartTearsDownWhatItLeft) {
-    virtbus::add_fault(FailCall("libusb_get_max_iso_packet_size", 0));
+    virtcam::bus::add_fault(FailCall("libusb_get_max_iso_packet_size", 0));
     EXPECT_EQ(Start(), -1);
     Forget();
     EXPECT_EQ(Start(), 0);
@@ -310,7 +312,7 @@ TEST_F(UacStream, InitialVolumeIsKeptInsideTheRangeElse30PercentAboveTheMinimum)
           VolumeCase{"0a00", "0000", 3},      // 0 to 10
           VolumeCase{"0300", "0000", 0},      // truncated
           VolumeCase{"ff7f", "0100", 9830}, VolumeCase{"0500", "0500", 5}}) {
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         Range(test.max, test.min);
         Close();
         Open();
@@ -359,19 +361,19 @@ TEST_F(UacStream, VolumeIsSetWithinTheRangeOnly) {
 TEST_F(UacStream, FailedVolumeIsLoggedAndNotRemembered) {
     ASSERT_EQ(Start(), 0);
     Forget();
-    virtbus::add_fault(OnRequest(0x21, 0x01, "stall"));
+    virtcam::bus::add_fault(OnRequest(0x21, 0x01, "stall"));
     EXPECT_EQ(m_Engine->UAC_SetCurVolume(-5), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(Log(), (Lines{{4, "UAC SetVolume Min=-4096, Max=0, Vol=-5\r\n"},
                             {4, "UAC_SetCurVolume: Error: (-9)\n"}}));
     EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -1);
-    virtbus::clear_faults();
-    virtbus::add_fault(OnRequest(0x21, 0x01, {{"actual_length", 0}}));
+    virtcam::bus::clear_faults();
+    virtcam::bus::add_fault(OnRequest(0x21, 0x01, {{"actual_length", 0}}));
     EXPECT_EQ(m_Engine->UAC_SetCurVolume(-5), 0);  // only a negative result is a failure
     EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -5);
 }
 
 TEST_F(UacStream, VolumeThatIsRefusedDoesNotFailTheStart) {
-    virtbus::add_fault(OnRequest(0x21, 0x01, "stall"));
+    virtcam::bus::add_fault(OnRequest(0x21, 0x01, "stall"));
     EXPECT_EQ(Start(), 0);
     EXPECT_LOG(4, "UAC_SetCurVolume: Error: (-9)\n");
 }
@@ -380,7 +382,7 @@ TEST_F(UacStream, SamplingRateIsSetByItself) {
     EXPECT_EQ(m_Engine->UAC_SetSamplingRate(24000), 3);
     EXPECT_EQ(Requests(), (std::vector<Request>{{0x22, 0x01, 0x0100, 0x0082, {0xC0, 0x5D, 0x00}}}));
     EXPECT_TRUE(Log().empty());
-    virtbus::add_fault(OnRequest(0x22, 0x01, "stall"));
+    virtcam::bus::add_fault(OnRequest(0x22, 0x01, "stall"));
     EXPECT_EQ(m_Engine->UAC_SetSamplingRate(24000), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(Log(), (Lines{{4, "UAC_SetSamplingRate: Error: (-9)\n"}}));
 }
@@ -431,7 +433,7 @@ TEST_F(UacStream, CancelledCompletionsAreLoggedWhileTheQueueExists) {
 TEST_F(UacStream, RefusedIdleSettingEndsTheStopWithoutFreeing) {
     ASSERT_EQ(Start(), 0);
     Forget();
-    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
     EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), -1);
     EXPECT_EQ(Log(), (Lines{{4, "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!"}}));
     EXPECT_FALSE(m_Engine->IsStreaming);
@@ -465,7 +467,7 @@ TEST_F(UacStream, StopWaitsForACompletionOfAnotherThread) {
 
 TEST_F(UacStream, CompletionsAfterTheStopBeganAreNotResubmitted) {
     ASSERT_EQ(Start(), 0);
-    virtbus::push_iso({{virtbus::TransferStatus::kCompleted, Pattern(8), std::nullopt}});
+    virtcam::bus::push_iso({{virtcam::bus::TransferStatus::kCompleted, Pattern(8), std::nullopt}});
     Forget();
     m_Engine->UAC_DisableAudioStream();
     EXPECT_TRUE(usb().submits().empty());
@@ -475,7 +477,7 @@ TEST_F(UacStream, CompletionsAfterTheStopBeganAreNotResubmitted) {
 
 TEST_F(UacStream, TransferThatIsNeverReapedIsLeaked) {
     ASSERT_EQ(Start(), 0);
-    virtbus::hold_completions(0x82);
+    virtcam::bus::hold_completions(0x82);
     Forget();
     EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
     EXPECT_EQ(log().texts(1), (std::vector<std::string>{
@@ -483,7 +485,7 @@ TEST_F(UacStream, TransferThatIsNeverReapedIsLeaked) {
                                   "Transfer 1 was never given back, it is left to libusb.\r\n"}));
     ExpectComplaint("a transfer was never freed", 2);
     // What comes back when the engine streams again is none of its business.
-    virtbus::release_completions(0x82);
+    virtcam::bus::release_completions(0x82);
     ASSERT_EQ(Start(), 0);
     Forget();
     m_Engine->handle_libusb_event();
@@ -536,7 +538,7 @@ TEST_F(UacGone, NoSettingIsSelectedTheStopFailsAndTheHandleIsClosed) {
     m_Engine = std::make_unique<AudioEngine>();
     ASSERT_EQ(m_Engine->Init(kVendor, kProduct), 0);
     ASSERT_EQ(m_Engine->UAC_EnableAudioStream(kRate), 0);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Forget();
     m_Engine->handle_libusb_event();
     EXPECT_LOG_COUNT(4, "LIBUSB_TRANSFER_NO_DEVICE \r\n", 2);

@@ -11,7 +11,7 @@ namespace test {
 namespace {
 
 using namespace std::chrono_literals;
-using virtbus::TransferStatus;
+using virtcam::bus::TransferStatus;
 constexpr auto kLimit = 10s;
 constexpr uint32_t kNv12 = 0x3231564E;
 
@@ -66,8 +66,8 @@ TEST_F(VideoThread, StartsTheThreadAfterTheStreamAndLetsItSettle) {
 
 TEST_F(VideoThread, ThreadRaisesItsPriorityAndDeliversFrames) {
     ASSERT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(0, {1, 2, 3}));
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(kEof));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(0, {1, 2, 3}));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(kEof));
     uint8_t data[8] = {};
     unsigned int count = 0;
     const auto end = std::chrono::steady_clock::now() + kLimit;
@@ -85,13 +85,13 @@ TEST_F(VideoThread, RefusedPriorityIsLoggedAndTheThreadGoesOn) {
     system_calls().setpriority = EACCES;
     ASSERT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
     EXPECT_TRUE(log().wait_for(1, "setpriority error!", kLimit));
-    EXPECT_TRUE(virtbus::wait_until([&] { return !usb().event_timeouts().empty(); }, kLimit));
+    EXPECT_TRUE(virtcam::bus::wait_until([&] { return !usb().event_timeouts().empty(); }, kLimit));
     m_Engine->DisableStream();
     EXPECT_LOG_COUNT(1, "setpriority error!", 1);
 }
 
 TEST_F(VideoThread, FailedStartStartsNoThread) {
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
     EXPECT_EQ(m_Engine->EnableStream(4, 4, 30), -1);
     EXPECT_FALSE(m_Engine->Running);
     EXPECT_EQ(Sleeps(30ms), 0u);
@@ -161,7 +161,7 @@ TEST_F(VideoThread, RestartsManyTimes) {
         ASSERT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
         ASSERT_EQ(m_Engine->DisableStream(), 0);
     }
-    EXPECT_EQ(virtbus::pending(0x81), 0u);
+    EXPECT_EQ(virtcam::bus::pending(0x81), 0u);
 }
 
 TEST_F(VideoThread, ConsumerProducerAndControlsRunSideBySide) {
@@ -188,8 +188,10 @@ TEST_F(VideoThread, ConsumerProducerAndControlsRunSideBySide) {
     });
     for (int i = 0; i < kFrames; ++i) {
         const auto fid = static_cast<uint8_t>(i & 1);
-        virtbus::push_bulk(TransferStatus::kCompleted, Payload(fid, {static_cast<uint8_t>(i)}));
-        virtbus::push_bulk(TransferStatus::kCompleted, Payload(static_cast<uint8_t>(fid | kEof)));
+        virtcam::bus::push_bulk(TransferStatus::kCompleted,
+                                Payload(fid, {static_cast<uint8_t>(i)}));
+        virtcam::bus::push_bulk(TransferStatus::kCompleted,
+                                Payload(static_cast<uint8_t>(fid | kEof)));
     }
     EXPECT_EQ(consumer.get(), kFrames);
     controls.get();
@@ -197,9 +199,9 @@ TEST_F(VideoThread, ConsumerProducerAndControlsRunSideBySide) {
 
 TEST_F(VideoThread, UnplugWhileStreaming) {
     ASSERT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     EXPECT_TRUE(log().wait_for(4, "LIBUSB_TRANSFER_NO_DEVICE \r\n", kLimit));
-    EXPECT_TRUE(virtbus::wait_until([] { return virtbus::pending(0x81) == 0; }, kLimit));
+    EXPECT_TRUE(virtcam::bus::wait_until([] { return virtcam::bus::pending(0x81) == 0; }, kLimit));
     EXPECT_FALSE(m_Engine->RequestKeyFrame());
     Forget();
     EXPECT_EQ(m_Engine->DisableStream(), 0);
@@ -218,7 +220,7 @@ class VideoCapture : public EngineTest {
     }
     /// Format, frame and interval of the first proposal since the logs were cleared.
     static std::vector<uint32_t> Proposed() {
-        for (const auto& record : virtbus::control_log()) {
+        for (const auto& record : virtcam::bus::control_log()) {
             if (record.setup.value == 0x0100 && record.setup.index == 1 &&
                 record.data.size() == 26) {
                 const auto& d = record.data;
@@ -232,7 +234,7 @@ class VideoCapture : public EngineTest {
 };
 
 TEST_F(VideoCapture, WithoutACameraItIsNotReady) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     ForgetLog();
     AitUvcCapture capture(kVendor, kProduct);
     EXPECT_FALSE(capture.IsReady());
@@ -254,7 +256,7 @@ struct SizeCase {
 TEST_F(VideoCapture, SizeAndPixelFormatChooseTheIndices) {
     Open();
     // Negotiation is refused at its second request: the proposal has been seen by then.
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
     for (const SizeCase& test :
          {SizeCase{864, 486, kNv12, 2, 1}, SizeCase{864, 486, 0, 3, 1},
           SizeCase{864, 487, kNv12, 3, 1}, SizeCase{865, 486, kNv12, 3, 1},
@@ -275,9 +277,9 @@ TEST_F(VideoCapture, ConfiguresStreamsAndUnconfigures) {
     Open();
     EXPECT_TRUE(m_Capture->ConfigureDev(1280, 720, 0, 15));
     EXPECT_EQ(Proposed(), (std::vector<uint32_t>{4, 4, 333333}));
-    EXPECT_EQ(virtbus::pending(0x81), 3u);
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(0, {5, 6, 7}));
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(kEof));
+    EXPECT_EQ(virtcam::bus::pending(0x81), 3u);
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(0, {5, 6, 7}));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(kEof));
     MediaSample sample;
     sample.AllocBuffer(2, nullptr);
     EXPECT_EQ(m_Capture->CaptureFrame(sample), 2);  // cut to the sample's buffer
@@ -286,7 +288,7 @@ TEST_F(VideoCapture, ConfiguresStreamsAndUnconfigures) {
     Forget();
     m_Capture->UnConfigureDev();
     EXPECT_LOG(4, "UVC_DisableVideoStream +\r\n");
-    EXPECT_EQ(virtbus::pending(0x81), 0u);
+    EXPECT_EQ(virtcam::bus::pending(0x81), 0u);
     sample.SetSampleSize(9);
     EXPECT_EQ(m_Capture->CaptureFrame(sample), 0);
     EXPECT_EQ(sample.GetSampleSize(), 9u);
@@ -319,7 +321,7 @@ TEST_F(VideoCapture, CaptureWithoutAFrameSetsTheSampleEmpty) {
 TEST_F(VideoCapture, FailedConfigurationIsUnconfigured) {
     Open();
     ASSERT_TRUE(m_Capture->ConfigureDev(1280, 720, 0, 30));
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
     EXPECT_FALSE(m_Capture->ConfigureDev(640, 480, 0, 30));
     MediaSample sample;
     sample.AllocBuffer(4, nullptr);
@@ -335,8 +337,8 @@ TEST_F(VideoCapture, ResetUsesTheArgumentsOfTheLastConfiguration) {
     EXPECT_TRUE(m_Capture->ResetStream());
     EXPECT_EQ(Proposed(), (std::vector<uint32_t>{2, 1, 333333}));
     EXPECT_LOG_COUNT(4, "UVC_DisableVideoStream +\r\n", 1);
-    EXPECT_EQ(virtbus::pending(0x81), 3u);
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
+    EXPECT_EQ(virtcam::bus::pending(0x81), 3u);
+    virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", "stall"}});
     EXPECT_FALSE(m_Capture->ResetStream());
 }
 
@@ -359,12 +361,12 @@ TEST_F(VideoCapture, EveryConfigurationUnconfiguresThroughTheTable) {
 
 TEST_F(VideoCapture, AStreamWhoseLastTransferIsRefusedHasNoThread) {
     Open();
-    virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 3));
+    virtcam::bus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, 3));
     EXPECT_FALSE(m_Capture->ConfigureDev(1280, 720, 0, 30));
     EXPECT_EQ(system_calls().setpriority_calls, 0);
-    EXPECT_EQ(virtbus::pending(0x81), 2u);
+    EXPECT_EQ(virtcam::bus::pending(0x81), 2u);
     EXPECT_TRUE(m_Capture->ConfigureDev(1280, 720, 0, 30));  // reaped without an event thread
-    EXPECT_EQ(virtbus::pending(0x81), 3u);
+    EXPECT_EQ(virtcam::bus::pending(0x81), 3u);
     EXPECT_TRUE(log().texts(1).empty());
 }
 
@@ -379,8 +381,9 @@ TEST_F(VideoCapture, LendsFramesWithoutCopy) {
     m_Capture->RetFrameBuf();
     ASSERT_TRUE(m_Capture->ConfigureDev(1280, 720, 0, 30));
     for (const uint8_t fid : {0, 1}) {
-        virtbus::push_bulk(TransferStatus::kCompleted, Payload(fid, {uint8_t(fid + 5)}));
-        virtbus::push_bulk(TransferStatus::kCompleted, Payload(static_cast<uint8_t>(fid | kEof)));
+        virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(fid, {uint8_t(fid + 5)}));
+        virtcam::bus::push_bulk(TransferStatus::kCompleted,
+                                Payload(static_cast<uint8_t>(fid | kEof)));
     }
     for (const uint8_t expected : {5, 6}) {
         EXPECT_EQ(m_Capture->GetFrameBuf(&data, &length), 1);
@@ -408,8 +411,9 @@ TEST_F(VideoCapture, ControlsAreForwarded) {
                               {0x21, 0x01, 0x0500, 0x0300, {2}},
                               {0x21, 0x01, 0x0B00, 0x0100, {3, 0}},
                               {0xA1, 0x81, 0x0B00, 0x0100, {3, 0}}}));
-    virtbus::clear_logs();
-    virtbus::add_fault({{"on", {{"control", nlohmann::json::object()}}}, {"do", {{"return", 2}}}});
+    virtcam::bus::clear_logs();
+    virtcam::bus::add_fault(
+        {{"on", {{"control", nlohmann::json::object()}}}, {"do", {{"return", 2}}}});
     Bytes data = {1, 2, 3};
     EXPECT_EQ(m_Capture->AitCommandSend(0x0E, data.data(), 3), 2);
     EXPECT_EQ(m_Capture->AitCommandGet(0x0F, data.data(), 3), 2);
@@ -451,8 +455,10 @@ class AudioThread : public EngineTest {
         }
     }
     static void Range(const char* max, const char* min) {
-        virtbus::add_fault({{"on", {{"control", {{"request", 0x83}}}}}, {"do", {{"reply", max}}}});
-        virtbus::add_fault({{"on", {{"control", {{"request", 0x82}}}}}, {"do", {{"reply", min}}}});
+        virtcam::bus::add_fault(
+            {{"on", {{"control", {{"request", 0x83}}}}}, {"do", {{"reply", max}}}});
+        virtcam::bus::add_fault(
+            {{"on", {{"control", {{"request", 0x82}}}}}, {"do", {{"reply", min}}}});
     }
     std::unique_ptr<AudioThreadEngine> m_Engine;
 };
@@ -461,7 +467,7 @@ TEST_F(AudioThread, StartsTheThreadWithoutSettling) {
     EXPECT_EQ(m_Engine->EnableStream(16000), 0);
     EXPECT_TRUE(m_Engine->Running);
     EXPECT_EQ(Sleeps(30ms), 0u);
-    virtbus::push_iso({{TransferStatus::kCompleted, {1, 2}, std::nullopt}});
+    virtcam::bus::push_iso({{TransferStatus::kCompleted, {1, 2}, std::nullopt}});
     uint8_t data[4];
     unsigned int count = 0;
     const auto end = std::chrono::steady_clock::now() + kLimit;
@@ -473,16 +479,16 @@ TEST_F(AudioThread, StartsTheThreadWithoutSettling) {
 }
 
 TEST_F(AudioThread, FailedStartStillRunsTheThreadUntilDestruction) {
-    virtbus::add_fault({{"on", {{"control", {{"type", 0x22}}}}}, {"do", "stall"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0x22}}}}}, {"do", "stall"}});
     EXPECT_EQ(m_Engine->EnableStream(16000), -1);
     EXPECT_TRUE(m_Engine->Running);
-    EXPECT_TRUE(virtbus::wait_until([&] { return !usb().event_timeouts().empty(); }, kLimit));
+    EXPECT_TRUE(virtcam::bus::wait_until([&] { return !usb().event_timeouts().empty(); }, kLimit));
     Forget();
     EXPECT_EQ(m_Engine->DisableStream(), 0);
     EXPECT_TRUE(Log().empty());
     EXPECT_TRUE(m_Engine->Running);
     // A start that succeeds uses the thread that is there.
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     EXPECT_EQ(m_Engine->EnableStream(16000), 0);
     m_Engine.reset();
     EXPECT_LOG_COUNT(4, "CAIT_CAM_LIB::run() Exit libusb thread.\n", 1);
@@ -528,7 +534,7 @@ TEST_F(AudioThread, VolumeIsAnOffsetAboveTheMinimum) {
     EXPECT_EQ(m_Engine->GetMaxVolume(), 100u);
     EXPECT_EQ(m_Engine->GetCurVolume(), 30u);
     m_Engine->DisableStream();
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     ASSERT_EQ(m_Engine->EnableStream(16000), 0);
     EXPECT_EQ(m_Engine->GetMinVolume(), static_cast<unsigned int>(-4096));
     EXPECT_EQ(m_Engine->GetMaxVolume(), 0u);
@@ -556,7 +562,7 @@ class AudioCapture : public EngineTest {
 };
 
 TEST_F(AudioCapture, WithoutACameraItIsNotReady) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     ForgetLog();
     CAudioCapture capture(kVendor, kProduct);
     EXPECT_FALSE(capture.IsReady());
@@ -616,7 +622,7 @@ TEST_F(AudioCapture, OnlyARunningConfigurationIsUnconfiguredThroughTheTable) {
 
 TEST_F(AudioCapture, FailedConfigurationIsReported) {
     Open();
-    virtbus::add_fault({{"on", {{"control", {{"type", 0x22}}}}}, {"do", "stall"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0x22}}}}}, {"do", "stall"}});
     EXPECT_FALSE(m_Capture->ConfigureDev(2, 8000, 0));
     EXPECT_LOG_COUNT(4, "Failed to start streaming.\r\n", 1);
 }
@@ -632,7 +638,7 @@ TEST_F(AudioCapture, ReadsByCopyAndByLoan) {
     m_Capture->RetBuf();
     ASSERT_TRUE(m_Capture->ConfigureDev(2, 16000, 0));
     for (const uint8_t i : {1, 2, 3}) {
-        virtbus::push_iso({{TransferStatus::kCompleted, {i, i}, std::nullopt}});
+        virtcam::bus::push_iso({{TransferStatus::kCompleted, {i, i}, std::nullopt}});
     }
     EXPECT_EQ(m_Capture->ReadAudioData(&byte, 1), 1);
     EXPECT_EQ(byte, 1);

@@ -55,13 +55,14 @@ class ControlTransfer : public EngineTest {
 };
 
 TEST_F(ControlTransfer, PassesItsArgumentsAndResultThrough) {
-    virtbus::clear_logs();
+    virtcam::bus::clear_logs();
     unsigned char data[] = {0x34, 0x12};
     EXPECT_EQ(
         libusb_control_transfer_(m_Device.Handle(), 0x21, 0x01, 0x0600, 0x0100, data, 2, 1234), 2);
     EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0600, 0x0100, {0x34, 0x12}, 1234}}));
     unsigned char read[2] = {};
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", {{"reply", "7856"}}}});
+    virtcam::bus::add_fault(
+        {{"on", {{"control", {{"request", 0x81}}}}}, {"do", {{"reply", "7856"}}}});
     EXPECT_EQ(ReadFocus(read, 77), 2);
     EXPECT_EQ(read[0], 0x78);
     EXPECT_EQ(read[1], 0x56);
@@ -70,8 +71,8 @@ TEST_F(ControlTransfer, PassesItsArgumentsAndResultThrough) {
 
 TEST_F(ControlTransfer, FailureGivesTheNegativeCodeAndFreesTheLock) {
     for (const int error : {LIBUSB_ERROR_PIPE, LIBUSB_ERROR_TIMEOUT, LIBUSB_ERROR_NO_DEVICE}) {
-        virtbus::clear_faults();
-        virtbus::add_fault(FailCall("libusb_control_transfer", error));
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(FailCall("libusb_control_transfer", error));
         unsigned char data[2];
         EXPECT_EQ(ReadFocus(data), error);
         EXPECT_TRUE(LockIsFree());
@@ -85,22 +86,24 @@ TEST_F(ControlTransfer, ALockHolderMayMakeOne) {
 }
 
 TEST_F(ControlTransfer, TwoThreadsAreServedOneAfterTheOtherEachWithItsOwnResult) {
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         {{"on", {{"control", {{"request", 0x81}}}}}, {"nth", 1}, {"do", {{"reply", "11"}}}});
-    virtbus::hold_completions(0);
-    virtbus::clear_logs();
+    virtcam::bus::hold_completions(0);
+    virtcam::bus::clear_logs();
     unsigned char first[2] = {};
     auto one = std::async(std::launch::async, [&] { return ReadFocus(first); });
     // Answered by the camera, and the answer held back: the first is inside its transfer.
-    ASSERT_TRUE(virtbus::wait_until([] { return virtbus::control_log().size() == 1; }, kLimit));
+    ASSERT_TRUE(
+        virtcam::bus::wait_until([] { return virtcam::bus::control_log().size() == 1; }, kLimit));
     EXPECT_FALSE(LockIsFree());
     unsigned char second[2] = {};
     auto two = std::async(std::launch::async, [&] {
         return libusb_control_transfer_(m_Device.Handle(), 0xA1, 0x82, 0x0600, 0x0100, second, 2,
                                         5000);
     });
-    EXPECT_FALSE(virtbus::wait_until([] { return virtbus::control_log().size() > 1; }, 30ms));
-    virtbus::release_completions(0);
+    EXPECT_FALSE(
+        virtcam::bus::wait_until([] { return virtcam::bus::control_log().size() > 1; }, 30ms));
+    virtcam::bus::release_completions(0);
     EXPECT_EQ(one.get(), 1);
     EXPECT_EQ(two.get(), 2);
     EXPECT_EQ(first[0], 0x11);

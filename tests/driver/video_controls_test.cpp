@@ -10,19 +10,19 @@ class UvcControls : public VideoEngineTest {
 
     /// Every IN request is answered with these bytes (hexadecimal).
     static void Answer(const char* bytes) {
-        virtbus::clear_faults();
-        virtbus::add_fault(
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(
             {{"on", {{"control", {{"request", 0x81}}}}}, {"do", {{"reply", bytes}}}});
     }
     static void FailAll(int error) {
-        virtbus::clear_faults();
-        virtbus::add_fault(
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(
             {{"on", {{"call", "libusb_control_transfer"}}}, {"do", {{"return", error}}}});
     }
     /// OUT requests reach nobody and move this many bytes.
     static void MoveBytes(int count) {
-        virtbus::clear_faults();
-        virtbus::add_fault(
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(
             {{"on", {{"call", "libusb_control_transfer"}}}, {"do", {{"return", count}}}});
     }
 };
@@ -50,8 +50,8 @@ TEST_F(UvcControls, QueryEncodesTheRequest) {
 TEST_F(UvcControls, QueryPutsUnitAndInterfaceIntoTheIndex) {
     MoveBytes(0);
     uint8_t byte = 0;
-    virtbus::clear_faults();
-    virtbus::add_fault({{"on", {{"control", nlohmann::json::object()}}}, {"do", "stall"}});
+    virtcam::bus::clear_faults();
+    virtcam::bus::add_fault({{"on", {{"control", nlohmann::json::object()}}}, {"do", "stall"}});
     m_Engine->UVC_query_ctrl(0x01, 0xFE, 1, 0xFF, &byte, 1, 5000);
     EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0xFF00, 0xFE01, {0}}}));
 }
@@ -94,7 +94,7 @@ TEST_F(UvcControls, IspCommandIsEightBytesOnSelectorOne) {
 
 TEST_F(UvcControls, CommandSendAndGetUseTheirSelectorAndLength) {
     const auto force = [](int request, int result) {
-        virtbus::add_fault(
+        virtcam::bus::add_fault(
             {{"on", {{"control", {{"request", request}}}}}, {"do", {{"return", result}}}});
     };
     force(0x01, 4);
@@ -106,7 +106,7 @@ TEST_F(UvcControls, CommandSendAndGetUseTheirSelectorAndLength) {
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[0], (Request{0x21, 0x01, 0x0E00, 0x0600, {9, 8, 7, 6, 5}}));
     EXPECT_EQ(requests[1], (Request{0xA1, 0x81, 0x0F00, 0x0600, {}}));
-    EXPECT_EQ(virtbus::control_log()[1].setup.length, 200);
+    EXPECT_EQ(virtcam::bus::control_log()[1].setup.length, 200);
 }
 
 TEST_F(UvcControls, CommandGetFillsTheBuffer) {
@@ -163,7 +163,7 @@ TEST_F(UvcControls, GetReadsEachAxisFromItsBytes) {
     };
     for (const Case& test : cases) {
         Answer(test.answer);
-        virtbus::clear_logs();
+        virtcam::bus::clear_logs();
         int value = 0x55555555;
         EXPECT_TRUE(m_Engine->GetPTZ(test.id, &value));
         EXPECT_EQ(value, test.expected);
@@ -175,7 +175,7 @@ TEST_F(UvcControls, GetReadsEachAxisFromItsBytes) {
         EXPECT_EQ(requests[0].index, 0x0100);
         EXPECT_EQ(requests[0].data.size(), test.length);
         EXPECT_EQ(requests[0].timeout, 5000u);
-        EXPECT_EQ(virtbus::control_log()[0].setup.length, test.length);
+        EXPECT_EQ(virtcam::bus::control_log()[0].setup.length, test.length);
     }
 }
 
@@ -190,7 +190,7 @@ TEST_F(UvcControls, OtherIdentifiersAreRefusedWithoutTraffic) {
 }
 
 TEST_F(UvcControls, GetThatBringsNothingGivesZero) {
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", {{"short", 0}}}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", {{"short", 0}}}});
     for (const unsigned int id : {kPan, kTilt, kFocus, kZoom}) {
         int value = 77;
         EXPECT_TRUE(m_Engine->GetPTZ(id, &value));
@@ -227,7 +227,7 @@ TEST_F(UvcControls, TiltGoesOutWithThePanThatTheCameraReports) {
 }
 
 TEST_F(UvcControls, PartnerThatCannotBeReadCountsAsZero) {
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", "stall"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", "stall"}});
     EXPECT_TRUE(m_Engine->SetPTZ(kPan, 3600));
     EXPECT_EQ(Requests().back(),
               (Request{0x21, 0x01, 0x0D00, 0x0100, {0x10, 0x0E, 0, 0, 0, 0, 0, 0}}));
@@ -262,7 +262,7 @@ TEST_F(UvcControls, SetsFailOnNegativeResultsOnly) {
 TEST_F(UvcControls, ProcessingUnitSendsOneOrTwoBytesPerSelector) {
     const size_t lengths[] = {0, 2, 2, 2, 0, 1, 2, 2, 2, 2, 2, 1, 0, 0};
     for (unsigned int selector = 0; selector < std::size(lengths); ++selector) {
-        virtbus::clear_logs();
+        virtcam::bus::clear_logs();
         const bool sent = m_Engine->SetPU(selector, 0x00A1B2C3);
         const auto requests = Requests();
         if (lengths[selector] == 0) {

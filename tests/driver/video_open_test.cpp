@@ -43,7 +43,7 @@ TEST_F(UvcOpen, ClaimsStreamingThenControlAndSelectsTheIdleSetting) {
 }
 
 TEST_F(UvcOpen, NoCameraIsLoggedAfterBothIdentitiesWereTried) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(usb().opens(),
               (std::vector<std::pair<int, int>>{{kVendor, kProduct}, {0x114D, 0x8C00}}));
@@ -63,7 +63,7 @@ TEST_F(UvcOpen, FallbackIdentityIsOpenedAndLogged) {
 }
 
 TEST_F(UvcOpen, UnreadableConfigurationClosesTheDevice) {
-    virtbus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_IO));
+    virtcam::bus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_IO));
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(Log(), (Lines{{4, "libusb_get_configuration Error!\n"}}));
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
@@ -73,7 +73,7 @@ TEST_F(UvcOpen, UnreadableConfigurationClosesTheDevice) {
 }
 
 TEST_F(UvcOpen, RefusedStreamingInterfaceClosesTheDevice) {
-    virtbus::add_fault(FailCallOn("libusb_claim_interface", 1, LIBUSB_ERROR_BUSY));
+    virtcam::bus::add_fault(FailCallOn("libusb_claim_interface", 1, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(Log(), (Lines{{4, "libusb_claim_interface (VideoStreaming) fail!(-6)\n"}}));
     EXPECT_EQ(m_Engine->m_pDevH, nullptr);
@@ -82,7 +82,7 @@ TEST_F(UvcOpen, RefusedStreamingInterfaceClosesTheDevice) {
 }
 
 TEST_F(UvcOpen, RefusedControlInterfaceReleasesTheOtherAndClosesTheDevice) {
-    virtbus::add_fault(FailCallOn("libusb_claim_interface", 0, LIBUSB_ERROR_BUSY));
+    virtcam::bus::add_fault(FailCallOn("libusb_claim_interface", 0, LIBUSB_ERROR_BUSY));
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(Log(),
               (Lines{kStreamingOk, {4, "libusb_claim_interface (VideoControl) fail!(-6)\n"}}));
@@ -94,7 +94,7 @@ TEST_F(UvcOpen, RefusedControlInterfaceReleasesTheOtherAndClosesTheDevice) {
 }
 
 TEST_F(UvcOpen, RefusedIdleSettingIsLoggedAndIgnored) {
-    virtbus::add_fault(FailCallOn("libusb_set_interface_alt_setting", 1, LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCallOn("libusb_set_interface_alt_setting", 1, LIBUSB_ERROR_OTHER));
     EXPECT_EQ(Init(), 0);
     EXPECT_EQ(Log(), (Lines{kStreamingOk,
                             kControlOk,
@@ -103,10 +103,10 @@ TEST_F(UvcOpen, RefusedIdleSettingIsLoggedAndIgnored) {
 }
 
 TEST_F(UvcOpen, ActiveKernelDriversAreDetached) {
-    virtbus::add_fault(FailCall("libusb_kernel_driver_active", 1, 1));
-    virtbus::add_fault(FailCall("libusb_kernel_driver_active", 1, 2));
-    virtbus::add_fault(FailCallOn("libusb_detach_kernel_driver", 0, LIBUSB_SUCCESS));
-    virtbus::add_fault(FailCallOn("libusb_detach_kernel_driver", 1, LIBUSB_ERROR_NOT_FOUND));
+    virtcam::bus::add_fault(FailCall("libusb_kernel_driver_active", 1, 1));
+    virtcam::bus::add_fault(FailCall("libusb_kernel_driver_active", 1, 2));
+    virtcam::bus::add_fault(FailCallOn("libusb_detach_kernel_driver", 0, LIBUSB_SUCCESS));
+    virtcam::bus::add_fault(FailCallOn("libusb_detach_kernel_driver", 1, LIBUSB_ERROR_NOT_FOUND));
     EXPECT_EQ(Init(), 0);
     EXPECT_EQ(Log(),
               (Lines{{4, "libusb_detach_kernel_driver fail!(-5)\n"}, kStreamingOk, kControlOk}));
@@ -119,14 +119,14 @@ TEST_F(UvcOpen, ActiveKernelDriversAreDetached) {
 }
 
 TEST_F(UvcOpen, ALostCameraIsForgottenWhenItIsOpenedAgain) {
-    virtbus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_NO_DEVICE));
+    virtcam::bus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_NO_DEVICE));
     EXPECT_EQ(Init(), -1);
     EXPECT_EQ(Init(), 0);
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}}));
 }
 
 TEST_F(UvcOpen, FailedQuestionForADriverCountsAsNone) {
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         {{"on", {{"call", "libusb_kernel_driver_active"}}}, {"do", {{"return", -99}}}});
     EXPECT_EQ(Init(), 0);
     EXPECT_EQ(CountCalls("libusb_detach_kernel_driver"), 0u);
@@ -138,7 +138,8 @@ TEST_F(UvcOpen, WaitsForTheDeviceLock) {
     {
         pMutexLock lock(m_libusb_ctrl_lock);
         init = std::async(std::launch::async, [&] { return m_Engine->Init(kVendor, kProduct); });
-        EXPECT_FALSE(virtbus::wait_until([] { return !virtbus::call_log().empty(); }, 20ms));
+        EXPECT_FALSE(
+            virtcam::bus::wait_until([] { return !virtcam::bus::call_log().empty(); }, 20ms));
     }
     EXPECT_EQ(init.get(), 0);
 }
@@ -160,10 +161,10 @@ TEST_F(UvcOpen, FreesTheDeviceLockOnEveryWayOut) {
                           })
             .get();
     };
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Init();
     EXPECT_TRUE(free());
-    virtbus::plug();
+    virtcam::bus::plug();
     Init();
     EXPECT_TRUE(free());
 }
@@ -197,7 +198,7 @@ TEST_F(UvcOpen, DestructionOfARunningStreamCancelsAndFreesItsTransfers) {
 }
 
 TEST_F(UvcOpen, WithoutAContextNothingIsFound) {
-    virtbus::add_fault(FailCall("libusb_init", LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCall("libusb_init", LIBUSB_ERROR_OTHER));
     VideoEngine engine;
     EXPECT_EQ(engine.m_ctx, nullptr);
     Forget();

@@ -6,7 +6,7 @@
 namespace test {
 namespace {
 
-using virtbus::TransferStatus;
+using virtcam::bus::TransferStatus;
 
 class UvcReassembly : public VideoEngineTest {
   protected:
@@ -351,9 +351,10 @@ TEST_F(UvcReassembly, WithoutABufferHeadersAndErrorsAreNotLookedAt) {
 
 TEST_F(UvcReassembly, ConsumerThatReadsInTimeGivesTheWaitingEngineItsBuffer) {
     FillQueue(4);
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(m_Fid, {5}));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(m_Fid, {5}));
     m_Engine->handle_libusb_event();
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(static_cast<uint8_t>(m_Fid | kEof)));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted,
+                            Payload(static_cast<uint8_t>(m_Fid | kEof)));
     auto engine = std::async(std::launch::async, [&] { m_Engine->handle_libusb_event(); });
     while (m_Engine->Queue()->GetNumWaiters() == 0) {
         ASSERT_NE(engine.wait_for(std::chrono::milliseconds(0)), std::future_status::ready);
@@ -437,7 +438,8 @@ TEST_F(UvcReassembly, StopWakesAnEngineThatWaitsForABuffer) {
     FillQueue(4);
     Deliver(Payload(m_Fid, {5}));
     clock().set_wall_clock({{4102444800, 0}});  // a wait that never times out
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(static_cast<uint8_t>(m_Fid | kEof)));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted,
+                            Payload(static_cast<uint8_t>(m_Fid | kEof)));
     auto round = std::async(std::launch::async, [&] { m_Engine->handle_libusb_event(); });
     while (m_Engine->Queue()->GetNumWaiters() == 0) {
         std::this_thread::yield();
@@ -503,7 +505,7 @@ TEST_F(UvcReassembly, CallbackWithoutAQueueReturns) {
 }
 
 TEST_F(UvcReassembly, RefusedResubmitLeavesTheTransferIdle) {
-    virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_NO_MEM));
+    virtcam::bus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_NO_MEM));
     Deliver(Payload(0, Pattern(5)));
     EXPECT_EQ(InFlight(), 2u);
     DeliverEnd(0);

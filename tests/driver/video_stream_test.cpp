@@ -9,7 +9,7 @@ namespace test {
 namespace {
 
 using namespace std::chrono_literals;
-using virtbus::TransferStatus;
+using virtcam::bus::TransferStatus;
 
 class UvcStream : public VideoEngineTest {
   protected:
@@ -27,7 +27,8 @@ class UvcStream : public VideoEngineTest {
     }
     /// The n-th of the six requests of a start, from 1, is answered like this.
     static void FailRequest(int nth, const nlohmann::json& action) {
-        virtbus::add_fault({{"on", {{"control", {{"index", 1}}}}}, {"nth", nth}, {"do", action}});
+        virtcam::bus::add_fault(
+            {{"on", {{"control", {{"index", 1}}}}}, {"nth", nth}, {"do", action}});
     }
 };
 
@@ -120,7 +121,7 @@ TEST_F(UvcStream, SubmitsThreeTransfersOfThePayloadSize) {
         EXPECT_EQ(param->status, VideoEngine::_READY);
         transfer.buffer[8192 + 511] = 1;  // the spare bytes are owned
     }
-    EXPECT_EQ(virtbus::last_timeout(0x81), 5000u);
+    EXPECT_EQ(virtcam::bus::last_timeout(0x81), 5000u);
     const auto calls = Calls();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "libusb_alloc_transfer 0"), 3);
 }
@@ -188,7 +189,7 @@ TEST_F(UvcStream, EachRequestMustMoveExactly26Bytes) {
              {nlohmann::json{{"stall", true}}, nlohmann::json{{"actual_length", 25}},
               nlohmann::json{{"short", 0}}}) {
             Forget();
-            virtbus::clear_faults();
+            virtcam::bus::clear_faults();
             FailRequest(nth, action);
             EXPECT_EQ(Start(), -1);
             EXPECT_EQ(Log(),
@@ -205,15 +206,15 @@ TEST_F(UvcStream, EachRequestMustMoveExactly26Bytes) {
 TEST_F(UvcStream, PacketSizeOfTheEndpointMustBePositive) {
     for (const int answer : {0, int{LIBUSB_ERROR_NOT_FOUND}, int{LIBUSB_ERROR_OTHER}}) {
         Forget();
-        virtbus::clear_faults();
-        virtbus::add_fault(FailCall("libusb_get_max_packet_size", answer));
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(FailCall("libusb_get_max_packet_size", answer));
         EXPECT_EQ(Start(), -1);
         EXPECT_EQ(log().texts().back(), "libusb_get_max_packet_size Fail");
         EXPECT_EQ(log().lines().back().level, 4u);
         ExpectIdle();
     }
-    virtbus::clear_faults();
-    virtbus::add_fault(FailCall("libusb_get_max_packet_size", 1));
+    virtcam::bus::clear_faults();
+    virtcam::bus::add_fault(FailCall("libusb_get_max_packet_size", 1));
     EXPECT_EQ(Start(), 0);
 }
 
@@ -228,7 +229,7 @@ TEST_F(UvcStream, PayloadSizeOfTheDeviceIsUsedWithinLimits) {
           Case{0x7FFFFFFF, 0x200000}, Case{0x80000000, 0x200000}, Case{0xFFFFFFFF, 0x200000}}) {
         m_Engine->UVC_DisableVideoStream();
         Forget();
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         FailRequest(5, {{"reply", Hex(Probe(4, 4, kThirtyPerSecond, 0, test.offered))}});
         FailRequest(6, {{"return", 26}});
         ASSERT_EQ(Start(), 0) << test.offered;
@@ -244,7 +245,7 @@ TEST_F(UvcStream, SizeOfFrameThatTheDeviceNegotiatesIsNotUsed) {
     for (const uint32_t size : {0u, 0x10000u, 0xFFFFFFFFu}) {
         m_Engine->UVC_DisableVideoStream();
         Forget();
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         FailRequest(5, {{"reply", Hex(Probe(4, 4, kThirtyPerSecond, size))}});
         FailRequest(6, {{"return", 26}});
         ASSERT_EQ(Start(), 0);
@@ -255,8 +256,8 @@ TEST_F(UvcStream, SizeOfFrameThatTheDeviceNegotiatesIsNotUsed) {
 TEST_F(UvcStream, RefusedSubmitFreesItsTransferAndTheOthersGoOn) {
     for (int nth = 1; nth <= 3; ++nth) {
         Forget();
-        virtbus::clear_faults();
-        virtbus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, nth));
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(FailCall("libusb_submit_transfer", LIBUSB_ERROR_BUSY, nth));
         EXPECT_EQ(Start(), nth == 3 ? LIBUSB_ERROR_BUSY : 0);
         EXPECT_LOG_COUNT(4, "libusb_submit_transfer error: Video 3\n", 1);
         EXPECT_EQ(usb().submits().size(), 3u);
@@ -274,7 +275,8 @@ TEST_F(UvcStream, RefusedSubmitFreesItsTransferAndTheOthersGoOn) {
 }
 
 TEST_F(UvcStream, AllSubmitsRefusedLeavesAStreamThatCanBeStopped) {
-    virtbus::add_fault({{"on", {{"call", "libusb_submit_transfer"}}}, {"do", {{"return", -1}}}});
+    virtcam::bus::add_fault(
+        {{"on", {{"call", "libusb_submit_transfer"}}}, {"do", {{"return", -1}}}});
     EXPECT_EQ(Start(), -1);
     EXPECT_LOG_COUNT(4, "libusb_submit_transfer error: Video 3\n", 3);
     EXPECT_TRUE(m_Engine->IsStreaming);
@@ -285,8 +287,8 @@ TEST_F(UvcStream, AllSubmitsRefusedLeavesAStreamThatCanBeStopped) {
 TEST_F(UvcStream, TransferThatLibusbDoesNotGiveCountsAsRefused) {
     for (int nth = 1; nth <= 3; ++nth) {
         Forget();
-        virtbus::clear_faults();
-        virtbus::add_fault(
+        virtcam::bus::clear_faults();
+        virtcam::bus::add_fault(
             {{"on", {{"call", "libusb_alloc_transfer"}}}, {"nth", nth}, {"do", "null"}});
         EXPECT_EQ(Start(), nth == 3 ? LIBUSB_ERROR_NO_MEM : 0);
         EXPECT_LOG_COUNT(4, "libusb_submit_transfer error: Video 3\n", 1);
@@ -336,7 +338,8 @@ TEST_F(UvcStream, StartWhileStreamingStopsFirst) {
 
 TEST_F(UvcStream, FailedRestartLeavesTheStreamStopped) {
     ASSERT_EQ(Start(), 0);
-    virtbus::add_fault({{"on", {{"control", {{"type", 0x21}, {"index", 1}}}}}, {"do", "stall"}});
+    virtcam::bus::add_fault(
+        {{"on", {{"control", {{"type", 0x21}, {"index", 1}}}}}, {"do", "stall"}});
     EXPECT_EQ(Start(), -1);
     ExpectIdle();
 }
@@ -442,7 +445,7 @@ TEST_F(UvcStream, StopWithoutADeviceSelectsNothing) {
 TEST_F(UvcStream, RefusedIdleSettingIsLoggedAndTheStopGoesOn) {
     ASSERT_EQ(Start(), 0);
     Forget();
-    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
+    virtcam::bus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_OTHER));
     EXPECT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
     auto expected = kStopLog;
     expected.insert(expected.begin() + 5, {4, "UAC_DisableVideoStream: IF = 1, Alt = 0 Error!!"});
@@ -464,7 +467,8 @@ TEST_F(UvcStream, StopWaitsForACompletionOfAnotherThread) {
 TEST_F(UvcStream, CompletionsDuringTheStopAreNotResubmitted) {
     ASSERT_EQ(Start(), 0);
     Forget();
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(0, Pattern(5)));  // completes unseen
+    virtcam::bus::push_bulk(TransferStatus::kCompleted,
+                            Payload(0, Pattern(5)));  // completes unseen
     m_Engine->UVC_DisableVideoStream();
     EXPECT_TRUE(usb().submits().empty());
     EXPECT_EQ(InFlight(), 0u);
@@ -473,7 +477,7 @@ TEST_F(UvcStream, CompletionsDuringTheStopAreNotResubmitted) {
 
 TEST_F(UvcStream, StopWaitsForLateCancellations) {
     ASSERT_EQ(Start(), 0);
-    virtbus::hold_completions(0x81);
+    virtcam::bus::hold_completions(0x81);
     Forget();
     std::promise<void> cancelled;
     clock().on_sleep([&](const SleepCall& call) {
@@ -485,7 +489,7 @@ TEST_F(UvcStream, StopWaitsForLateCancellations) {
     cancelled.get_future().get();
     EXPECT_EQ(stop.wait_for(50ms), std::future_status::timeout);
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 0u);
-    virtbus::release_completions(0x81);
+    virtcam::bus::release_completions(0x81);
     EXPECT_EQ(stop.get(), 0);
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 3u);
     EXPECT_TRUE(log().texts(1).empty());
@@ -493,7 +497,7 @@ TEST_F(UvcStream, StopWaitsForLateCancellations) {
 
 TEST_F(UvcStream, TransferThatIsNeverReapedIsLeakedAndItsCompletionIgnored) {
     ASSERT_EQ(Start(), 0);
-    virtbus::hold_completions(0x81);
+    virtcam::bus::hold_completions(0x81);
     Forget();
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
@@ -507,7 +511,7 @@ TEST_F(UvcStream, TransferThatIsNeverReapedIsLeakedAndItsCompletionIgnored) {
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 0u);
     ExpectComplaint("a transfer was never freed", 3);
     // The engine itself streams on, and what comes back then is none of its business.
-    virtbus::release_completions(0x81);
+    virtcam::bus::release_completions(0x81);
     ASSERT_EQ(Start(), 0);
     Forget();
     m_Engine->handle_libusb_event();
@@ -614,7 +618,7 @@ TEST_F(UvcStream, EventRoundHoldsTheTransferLock) {
 
 TEST_F(UvcStream, CompletionHoldsTheProducerLock) {
     ASSERT_EQ(Start(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, Payload(0, Pattern(3)));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(0, Pattern(3)));
     Forget();
     std::future<void> round;
     {
@@ -631,7 +635,7 @@ TEST_F(UvcStream, CompletionHoldsTheProducerLock) {
 
 TEST_F(UvcStream, AfterTheDeviceHasGoneNoSettingIsSelected) {
     ASSERT_EQ(Start(), 0);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Forget();
     m_Engine->handle_libusb_event();
     EXPECT_LOG_COUNT(4, "LIBUSB_TRANSFER_NO_DEVICE \r\n", 3);
@@ -644,7 +648,7 @@ TEST_F(UvcStream, AfterTheDeviceHasGoneNoSettingIsSelected) {
 }
 
 TEST_F(UvcStream, AnyRequestThatMissesTheDeviceIsRemembered) {
-    virtbus::add_fault(FailCall("libusb_control_transfer", LIBUSB_ERROR_NO_DEVICE));
+    virtcam::bus::add_fault(FailCall("libusb_control_transfer", LIBUSB_ERROR_NO_DEVICE));
     EXPECT_FALSE(m_Engine->RequestKeyFrame());
     EXPECT_TRUE(m_Engine->m_bDeviceGone);
     Forget();
@@ -653,14 +657,14 @@ TEST_F(UvcStream, AnyRequestThatMissesTheDeviceIsRemembered) {
 }
 
 TEST_F(UvcStream, OtherErrorsDoNotMeanThatTheDeviceHasGone) {
-    virtbus::add_fault(FailCall("libusb_control_transfer", LIBUSB_ERROR_PIPE));
+    virtcam::bus::add_fault(FailCall("libusb_control_transfer", LIBUSB_ERROR_PIPE));
     EXPECT_FALSE(m_Engine->RequestKeyFrame());
     EXPECT_FALSE(m_Engine->m_bDeviceGone);
 }
 
 TEST_F(UvcStream, HandleBrokenByTheSettingIsLeaked) {
     ASSERT_EQ(Start(), 0);
-    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
+    virtcam::bus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
     m_Engine->UVC_DisableVideoStream();
     Forget();
     m_Engine.reset();
@@ -676,10 +680,11 @@ TEST_F(UvcStream, NewerLibusbClosesTheHandleThatMetTheLossInTheSetting) {
     for (const auto& [major, minor, micro] : {std::array<int, 3>{1, 0, 27}, {1, 1, 0}, {2, 0, 0}}) {
         Open();
         usb().set_version(major, minor, micro);
-        virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
+        virtcam::bus::add_fault(
+            FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
         m_Engine->UVC_DisableVideoStream();
-        virtbus::clear_logs();
-        virtbus::clear_faults();
+        virtcam::bus::clear_logs();
+        virtcam::bus::clear_faults();
         m_Engine.reset();
         EXPECT_EQ(CountCalls("libusb_close"), 1u);
         EXPECT_TRUE(log().texts(1).empty());
@@ -688,7 +693,7 @@ TEST_F(UvcStream, NewerLibusbClosesTheHandleThatMetTheLossInTheSetting) {
 
 TEST_F(UvcStream, SettingsAfterTheFirstMissAreNotAttempted) {
     usb().set_version(1, 1, 0);
-    virtbus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
+    virtcam::bus::add_fault(FailCall("libusb_set_interface_alt_setting", LIBUSB_ERROR_NO_DEVICE));
     m_Engine->UVC_DisableVideoStream();
     const auto once = usb().alternate_settings().size();
     m_Engine->UVC_DisableVideoStream();
@@ -697,12 +702,13 @@ TEST_F(UvcStream, SettingsAfterTheFirstMissAreNotAttempted) {
 
 TEST_F(UvcStream, UnplugDuringTheNegotiationFailsTheStart) {
     for (int nth = 1; nth <= 6; ++nth) {
-        virtbus::reset(QuietCamera());
-        virtbus::script_stream(true);
+        virtcam::bus::reset(QuietCamera());
+        virtcam::bus::script_stream(true);
         m_Engine.reset();
-        virtbus::take_complaints();
+        virtcam::bus::take_complaints();
         Open();
-        virtbus::add_fault({{"on", {{"control", {{"index", 1}}}}}, {"nth", nth}, {"do", "unplug"}});
+        virtcam::bus::add_fault(
+            {{"on", {{"control", {{"index", 1}}}}}, {"nth", nth}, {"do", "unplug"}});
         EXPECT_EQ(Start(), -1);
         EXPECT_EQ(log().texts().back(), kRequestFailures[nth - 1].text);
         ExpectIdle();
@@ -710,7 +716,7 @@ TEST_F(UvcStream, UnplugDuringTheNegotiationFailsTheStart) {
 }
 
 TEST_F(UvcStream, UnplugBetweenCommitAndFirstData) {
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         {{"on", {{"call", "libusb_submit_transfer"}}}, {"nth", 2}, {"do", {{"unplug", true}}}});
     Start();
     while (InFlight() != 0) {

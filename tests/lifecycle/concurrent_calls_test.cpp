@@ -21,7 +21,7 @@ class ConcurrentCalls : public CameraTest {
 
     /// Lets real time pass: the sleeps of this executable are shortened.
     static void Pass(std::chrono::milliseconds time) {
-        virtbus::wait_until([] { return false; }, time);
+        virtcam::bus::wait_until([] { return false; }, time);
     }
 
     /// One random call; `random` belongs to the calling thread.
@@ -146,14 +146,14 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
     }
     Pass(Duration() / 2);
     EXPECT_TRUE(listener.WaitFor(1));
-    virtbus::unplug();
+    virtcam::bus::unplug();
     ASSERT_TRUE(InitAnswers::instance().Wait(2));
     Pass(Duration() / 2);
     over = true;
     for (std::thread& caller : callers) {
         caller.join();
     }
-    const size_t restarts = virtbus::call_counts()["libusb_alloc_transfer"] / 5;
+    const size_t restarts = virtcam::bus::call_counts()["libusb_alloc_transfer"] / 5;
     std::printf("%zu calls, %zu starts, %zu records\n", calls_.load(), restarts, records_.load());
     EXPECT_GT(restarts, 1u);
     EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
@@ -177,7 +177,7 @@ TEST_F(ConcurrentCalls, FromFourThreadsWithAnUnplug) {
         ExpectComplaint("a handle of 114d:2066 was never closed");
     }
 
-    virtbus::plug();
+    virtcam::bus::plug();
     Create();
     ASSERT_TRUE(Init());
     ExpectUnusualRelease();

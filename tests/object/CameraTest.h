@@ -156,7 +156,7 @@ class CameraTest : public BusTest {
         Forget();
     }
     void Forget() {
-        virtbus::clear_logs();
+        virtcam::bus::clear_logs();
         log().reset();
     }
     /// What the audio adapter leaves to the close, once in each object's life.
@@ -188,10 +188,10 @@ class CameraTest : public BusTest {
     static Request MmpResult() { return Read(0xA1, 0x81, 0x0F00, 0x0600, 16, 5000); }
     static Request Light(uint8_t on) { return Aux({0x0E, 0x00, on}); }
     static void FailControl(const nlohmann::json& selector, const nlohmann::json& action) {
-        virtbus::add_fault({{"on", {{"control", selector}}}, {"do", action}});
+        virtcam::bus::add_fault({{"on", {{"control", selector}}}, {"do", action}});
     }
     static void FailCall(const std::string& name, const nlohmann::json& action) {
-        virtbus::add_fault({{"on", {{"call", name}}}, {"do", action}});
+        virtcam::bus::add_fault({{"on", {{"call", name}}}, {"do", action}});
     }
 
     bool Set(int property, int value) {

@@ -6,11 +6,11 @@ namespace {
 
 class Initialisation : public CameraTest {
   protected:
-    static size_t Calls(const std::string& name) { return virtbus::call_counts()[name]; }
+    static size_t Calls(const std::string& name) { return virtcam::bus::call_counts()[name]; }
 };
 
 TEST_F(Initialisation, BringsACameraWithoutFirmwareUp) {
-    virtbus::reset(BootCodeCamera());
+    virtcam::bus::reset(BootCodeCamera());
     WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", ImageOf(3000));
     clock().shorten(20ms);
     Create();
@@ -24,7 +24,7 @@ TEST_F(Initialisation, BringsACameraWithoutFirmwareUp) {
     char line[64];
     snprintf(line, sizeof line, "CAitOrixCamera::Init 0x%X, 0x7 \r\n", address);
     EXPECT_LOG(4, line);
-    const auto flash = virtbus::camera().flash();
+    const auto flash = virtcam::bus::camera().flash();
     EXPECT_EQ(std::string(flash.begin(), flash.end()), ImageOf(3000));
 }
 
@@ -39,7 +39,7 @@ TEST_F(Initialisation, AReadyCameraRefusesAnother) {
 }
 
 TEST_F(Initialisation, EveryStateButReadyTakesAnother) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     for (int state = 0; state < 16; ++state) {
         camera_->SetState(static_cast<CAM_STATE>(state));
@@ -74,7 +74,7 @@ TEST_F(Initialisation, TheStateIsSetBeforeTheAnswer) {
 }
 
 TEST_F(Initialisation, AMissingCameraAnswersFalse) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     EXPECT_FALSE(Init());
     EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
@@ -84,7 +84,7 @@ TEST_F(Initialisation, AMissingCameraAnswersFalse) {
 TEST_F(Initialisation, ACameraThatNeverComesBackAnswersFalse) {
     nlohmann::json configuration = BootCodeCamera();
     configuration["camera"]["returns"] = false;
-    virtbus::reset(configuration);
+    virtcam::bus::reset(configuration);
     WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", ImageOf(3000));
     clock().shorten(20ms);
     Create();
@@ -92,24 +92,24 @@ TEST_F(Initialisation, ACameraThatNeverComesBackAnswersFalse) {
     // The line follows the answer; the loader's end is waited for by the destruction.
     EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
     EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), 0u);
-    EXPECT_EQ(virtbus::camera().flash().size(), 3000u);
+    EXPECT_EQ(virtcam::bus::camera().flash().size(), 3000u);
     Destroy();
     EXPECT_LOG(1, "Camera reboot failed. \r\n");
     EXPECT_EQ(InitAnswers::instance().All().size(), 1u);
 }
 
 TEST_F(Initialisation, WithoutFirmwareToLoadAnswersFalse) {
-    virtbus::reset(BootCodeCamera());
+    virtcam::bus::reset(BootCodeCamera());
     Create();
     EXPECT_FALSE(Init());
     EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
-    EXPECT_TRUE(virtbus::camera().flash().empty());
+    EXPECT_TRUE(virtcam::bus::camera().flash().empty());
     Destroy();
     EXPECT_LOG(1, "CCameraFwLoader :Failed to load firmware, exit. \r\n");
 }
 
 TEST_F(Initialisation, LooksForTheBootCodeOnItsThirdInterface) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     EXPECT_FALSE(Init());
     EXPECT_LOG_COUNT(
@@ -117,7 +117,7 @@ TEST_F(Initialisation, LooksForTheBootCodeOnItsThirdInterface) {
 }
 
 TEST_F(Initialisation, EveryReportButOkIsADisconnection) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     EXPECT_FALSE(Init());
     for (const unsigned status : {1u, 2u, 3u, 77u}) {
@@ -168,18 +168,18 @@ TEST_F(Initialisation, DestructionTakesTheVideoAdapterBeforeTheAudioAdapter) {
 }
 
 TEST_F(Initialisation, CanBeRepeatedAfterAFailure) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     EXPECT_FALSE(Init());
-    virtbus::plug();
+    virtcam::bus::plug();
     EXPECT_TRUE(Init());
     ExpectUnusualRelease();
     EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
 }
 
 TEST_F(Initialisation, VideoThatCannotBeOpenedAnswersFalse) {
-    virtbus::add_fault({{"on", {{"call", "libusb_claim_interface"}, {"argument", 1}}},
-                        {"do", {{"return", "LIBUSB_ERROR_BUSY"}}}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_claim_interface"}, {"argument", 1}}},
+                             {"do", {{"return", "LIBUSB_ERROR_BUSY"}}}});
     Create();
     EXPECT_FALSE(Init());
     ExpectUnusualRelease();
@@ -189,14 +189,14 @@ TEST_F(Initialisation, VideoThatCannotBeOpenedAnswersFalse) {
 }
 
 TEST_F(Initialisation, AnAdapterThatIsNotReadyStaysSo) {
-    virtbus::add_fault({{"on", {{"call", "libusb_claim_interface"}, {"argument", 3}}},
-                        {"do", {{"return", "LIBUSB_ERROR_BUSY"}}}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_claim_interface"}, {"argument", 3}}},
+                             {"do", {{"return", "LIBUSB_ERROR_BUSY"}}}});
     Create();
     EXPECT_FALSE(Init());
     EXPECT_LOG_COUNT(1, "CAudioCapture:: Device not exist.\r\n", 1);
     EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
-    virtbus::clear_faults();
-    virtbus::power_cycle();
+    virtcam::bus::clear_faults();
+    virtcam::bus::power_cycle();
     const size_t opens = Calls("libusb_open_device_with_vid_pid");
     EXPECT_FALSE(Init());  // both adapters are kept
     EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), opens);
@@ -220,13 +220,13 @@ TEST_F(Initialisation, ASecondInitOnAnUnchangedListingFails) {
     log().reset();
     EXPECT_FALSE(Init());
     EXPECT_TRUE(log().wait_for(1, "Camera reboot failed. \r\n", kLimit));  // follows the answer
-    virtbus::power_cycle();
+    virtcam::bus::power_cycle();
     EXPECT_TRUE(Init());
     ExpectUnusualRelease();
 }
 
 TEST_F(Initialisation, TwiceBeforeTheFirstHasFinished) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     camera_->Init(InitAnswers::Callback, 0);
     camera_->Init(InitAnswers::Callback, 0);
@@ -234,7 +234,7 @@ TEST_F(Initialisation, TwiceBeforeTheFirstHasFinished) {
     const auto answers = InitAnswers::instance().All();
     EXPECT_LE(answers.size(), 2u);
     EXPECT_FALSE(answers[0]);
-    EXPECT_TRUE(virtbus::wait_until(
+    EXPECT_TRUE(virtcam::bus::wait_until(
         [&] { return log().count(4, "CCameraFwLoader::Run()\r\n") == 2; }, kLimit));
     // The first loader says nothing more once the second has begun.
     std::vector<std::thread::id> loaders;
@@ -249,7 +249,7 @@ TEST_F(Initialisation, TwiceBeforeTheFirstHasFinished) {
 }
 
 TEST_F(Initialisation, DestructionDuringTheSearchDoesNotCallBack) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     camera_->Init(InitAnswers::Callback, 0);
     Destroy();
@@ -262,11 +262,11 @@ TEST_F(Initialisation, DestructionDuringTheHandOverDoesNotCallBack) {
     std::atomic<bool> destroying{false};
     clock().on_sleep([&](const SleepCall&) {
         if (log().has(4, "Create Video, Audio capture class.\r\n") && !reached.exchange(true)) {
-            virtbus::wait_until([&] { return destroying.load(); }, kLimit);
+            virtcam::bus::wait_until([&] { return destroying.load(); }, kLimit);
         }
     });
     camera_->Init(InitAnswers::Callback, 0);
-    ASSERT_TRUE(virtbus::wait_until([&] { return reached.load(); }, kLimit));
+    ASSERT_TRUE(virtcam::bus::wait_until([&] { return reached.load(); }, kLimit));
     std::thread destroyer([&] { Destroy(); });
     ASSERT_TRUE(log().wait_for(4, "CAitOrixCamera::~CAitOrixCamera() destruction+.\r\n", kLimit));
     destroying = true;
@@ -285,12 +285,12 @@ TEST_F(Initialisation, AReportAfterTheStartOfDestructionTouchesNothing) {
 
 TEST_F(Initialisation, UnpluggedWhileIdle) {
     Ready(false);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     ASSERT_TRUE(InitAnswers::instance().Wait(2)) << log_listing();
     EXPECT_EQ(InitAnswers::instance().All(), (std::vector<bool>{true, false}));
     EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
     EXPECT_LOG(1, "Abnormal StopRecording.\r\n");
-    virtbus::plug();
+    virtcam::bus::plug();
     EXPECT_TRUE(camera_->StartRecording());  // refused, as in every state but ready
     EXPECT_LOG(1, "StartRecording twice\r\n");
 }
@@ -300,7 +300,7 @@ TEST_F(Initialisation, UnpluggedWhileRecording) {
     RecordingObserver gray(CAM_STREAM_GRAY);
     camera_->RegisterObserver(&gray);
     ASSERT_TRUE(gray.WaitFor(2));
-    virtbus::unplug();
+    virtcam::bus::unplug();
     ASSERT_TRUE(InitAnswers::instance().Wait(2)) << log_listing();
     EXPECT_EQ(InitAnswers::instance().All(), (std::vector<bool>{true, false}));
     EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);

@@ -104,7 +104,7 @@ class Locking : public CameraTest {
     void ExpectDuringRequest(const LockState& expected, const std::vector<uint8_t>& head,
                              const std::function<void()>& call) {
         const auto under_way = [&] {
-            for (const auto& record : virtbus::control_log()) {
+            for (const auto& record : virtcam::bus::control_log()) {
                 if (record.data.size() >= head.size() &&
                     std::equal(head.begin(), head.end(), record.data.begin())) {
                     return true;
@@ -113,12 +113,12 @@ class Locking : public CameraTest {
             return false;
         };
         const ParkedLoader parked;
-        virtbus::hold_completions(0);
-        virtbus::clear_logs();
+        virtcam::bus::hold_completions(0);
+        virtcam::bus::clear_logs();
         std::thread caller(call);
-        EXPECT_TRUE(virtbus::wait_until(under_way, kLimit));
+        EXPECT_TRUE(virtcam::bus::wait_until(under_way, kLimit));
         EXPECT_EQ(LockState::Like(expected), expected);
-        virtbus::release_completions(0);
+        virtcam::bus::release_completions(0);
         caller.join();
         EXPECT_EQ(LockState::Controls(), kNone);
     }
@@ -211,7 +211,7 @@ TEST_F(Locking, SoundObserversAreListedUnderBothObserverLocks) {
             });
             EXPECT_TRUE(log().wait_for(4, "CAM_STREAM_PCM\r\n", kLimit));
             // It waits for the second lock with the first one held.
-            EXPECT_FALSE(virtbus::wait_until([] { return IsFree(m_observer_lock); }, 100ms));
+            EXPECT_FALSE(virtcam::bus::wait_until([] { return IsFree(m_observer_lock); }, 100ms));
         }
         caller.join();
     }

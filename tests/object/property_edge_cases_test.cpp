@@ -57,7 +57,7 @@ TEST_F(PropertyEdge, AVolumeThatTheAdapterRefusesIsNotKept) {
         using CAudioCapture::CAudioCapture;
         bool SetVolume(int) override { return false; }
     };
-    virtbus::unplug();
+    virtcam::bus::unplug();
     Create();
     camera_->SetState(CAM_STATE_READY);
     object_->*MemberOf(AudioCapturerTag()) = new Deaf(0x114D, 1);  // the object owns it
@@ -195,7 +195,7 @@ TEST_F(PropertyEdge, PanIsCutTowardsZero) {
     Ready();
     for (const auto& [reply, degrees] :
          {std::pair<const char*, int>{"E1E3FFFF00000000", -1}, {"1F1C000000000000", 1}}) {
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         FailControl({{"type", 0xA1}, {"value", 0x0D00}}, {{"reply", reply}});
         EXPECT_EQ(Answer(CAM_PROPERTY_PAN), degrees);
     }

@@ -19,7 +19,7 @@ TEST_F(PropertyQuery, PositionsInDegreesTowardsZero) {
                                                  {"0F0E00000F0E0000", 0},
                                                  {"100E0000100E0000", 1}};
     for (const auto& [reply, degrees] : cases) {
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         FailControl({{"type", 0xA1}, {"value", 0x0D00}}, {{"reply", reply}});
         Forget();
         EXPECT_TRUE(Get(CAM_PROPERTY_PAN));
@@ -29,7 +29,7 @@ TEST_F(PropertyQuery, PositionsInDegreesTowardsZero) {
         EXPECT_EQ(last_.value, degrees);
         EXPECT_LOG(4, "Get TILT Step (" + std::to_string(degrees) + ")");
     }
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     FailControl({{"type", 0xA1}, {"value", 0x0D00}}, {{"return", "LIBUSB_ERROR_IO"}});
     EXPECT_TRUE(Get(CAM_PROPERTY_PAN));
     EXPECT_EQ(last_.value, 0);
@@ -66,7 +66,7 @@ TEST_F(PropertyQuery, AmbientLight) {
     EXPECT_TRUE(Get(CAM_PROPERTY_LUX));
     EXPECT_EQ(last_.value, 0x1234);
     EXPECT_EQ(Sent(), (Sequence{Isp({0x12}), Read(0xA1, 0x81, 0x0200, 0x0600, 8, 5000)}));
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     FailControl({{"type", 0x21}}, {{"return", "LIBUSB_ERROR_IO"}});
     FailControl({{"type", 0xA1}}, {{"return", "LIBUSB_ERROR_IO"}});
     EXPECT_TRUE(Get(CAM_PROPERTY_LUX));  // the transfers' results are not looked at
@@ -90,9 +90,9 @@ TEST_F(PropertyQuery, VideoSelfTestThatFails) {
     EXPECT_TRUE(Get(CAM_PROPERTY_VIDEO_TEST, 77));
     EXPECT_EQ(last_.value, 0);
     EXPECT_LOG_COUNT(4, failed, 1);
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     for (const char* code : {"LIBUSB_ERROR_IO", "0"}) {
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         Forget();
         nlohmann::json result = code;
         if (std::string(code) == "0") {
@@ -103,7 +103,7 @@ TEST_F(PropertyQuery, VideoSelfTestThatFails) {
         EXPECT_EQ(last_.value, 77);
         EXPECT_LOG_COUNT(4, failed, 1);
     }
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     camera_->SetState(CAM_STATE_DISCONNECTED);
     Forget();
     EXPECT_FALSE(Get(CAM_PROPERTY_VIDEO_TEST, 77));
@@ -161,7 +161,7 @@ TEST_F(PropertyQuery, TheSignalTypeQuestionSwitchesTheMode) {
     EXPECT_EQ(Sent().size(), 1u);
     Destroy();
     InitAnswers::instance().Clear();
-    virtbus::power_cycle();
+    virtcam::bus::power_cycle();
     SetPlatform(kTenchS);
     Ready();
     EXPECT_FALSE(camera_->GetCapability(CAM_CAPABILITY_SIGNAL_TYPE));
@@ -233,7 +233,7 @@ TEST_F(PropertyQuery, Light) {
     EXPECT_EQ(Sent(), (Sequence{Light(1), Light(0)}));
     FailControl({{"value", 0x0400}}, {{"return", 0}});
     EXPECT_TRUE(object_->TurnOnOffLED(1));
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     FailControl({{"value", 0x0400}}, {{"return", "LIBUSB_ERROR_IO"}});
     EXPECT_FALSE(object_->TurnOnOffLED(1));
 }

@@ -367,9 +367,9 @@ TEST_F(PropertySetting, OptionsThatCannotBeReadFail) {
     EXPECT_LOG(1, "GetVideoOption of SetProperty was Failed !!! \r\n");
     EXPECT_LOG(4, "GetVideoOption Failed !! return (-2147483645)");
     EXPECT_LOG(1, Failure(12));
-    virtbus::clear_faults();
-    virtbus::add_fault({{"on", {{"control", {{"value", 0x0E00}, {"data", "0202"}}}}},
-                        {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
+    virtcam::bus::clear_faults();
+    virtcam::bus::add_fault({{"on", {{"control", {{"value", 0x0E00}, {"data", "0202"}}}}},
+                             {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
     EXPECT_TRUE(Set(CAM_PROPERTY_MIRROR, 1));  // the write's result is not looked at
 }
 
@@ -378,10 +378,10 @@ TEST_F(PropertySetting, OptionsThatCannotBeReadFail) {
 TEST_F(PropertySetting, OnlyATransferOfNothingFailsACommand) {
     Ready();
     for (const int property : {19, 20, 21, 25, 36, 37, 38, 39, 66, 68, 69, 104}) {
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         FailControl({{"type", 0x21}}, {{"return", "LIBUSB_ERROR_PIPE"}});
         EXPECT_TRUE(Set(property, 1)) << property;
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
         FailControl({{"type", 0x21}}, {{"return", 0}});
         EXPECT_FALSE(Set(property, 1)) << property;
         EXPECT_LOG(1, Failure(property));
@@ -394,7 +394,7 @@ TEST_F(PropertySetting, ATruthValueFailsWithItsTransfer) {
     for (const int property : {0, 1, 2, 7, 8, 9, 10, 26, 35}) {
         EXPECT_FALSE(Set(property, 1)) << property;
     }
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     FailControl({{"type", 0x21}}, {{"return", 0}});
     for (const int property : {0, 1, 2}) {
         EXPECT_FALSE(Set(property, 1)) << property;
@@ -528,7 +528,7 @@ TEST_F(PropertySetting, AudioRegisterWrite) {
     Ready();
     EXPECT_TRUE(SetPair(CAM_PROPERTY_I2C_WRITE_AUDIO, 0x1234, 0x5678));
     EXPECT_EQ(Sent(), (Sequence{Aux({0xFF, 0x00, 0x14}), Aux({0xFF, 0x01, 0x12, 0x34, 0x78})}));
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         {{"on", {{"control", {{"value", 0x0400}}}}}, {"nth", 2}, {"do", {{"return", 0}}}});
     EXPECT_FALSE(SetPair(CAM_PROPERTY_I2C_WRITE_AUDIO, 0x1234, 0x5678));
 }

@@ -160,7 +160,7 @@ TEST_F(Recording, StopSwitchesTheLightOffFirst) {
     Playing();
     EXPECT_TRUE(camera_->StopRecording());
     std::vector<std::string> calls;
-    for (const auto& call : virtbus::call_log()) {
+    for (const auto& call : virtcam::bus::call_log()) {
         if (call.thread != std::this_thread::get_id()) {
             continue;
         }
@@ -306,7 +306,7 @@ TEST_F(Recording, EachPlatformBeginsWithItsOwnCombination) {
         EXPECT_EQ(Sent().at(1), code == 6 ? Isp({13, 0}) : Mmp({0x02, 0x01})) << info;
         Destroy();
         InitAnswers::instance().Clear();
-        virtbus::power_cycle();
+        virtcam::bus::power_cycle();
     }
 }
 
@@ -441,7 +441,7 @@ TEST_F(Recording, SubRatesByPlatform) {
         EXPECT_EQ(log().has(4, "Set stream target(ID)=1\r\n"), fps != 0);
         Destroy();
         InitAnswers::instance().Clear();
-        virtbus::power_cycle();
+        virtcam::bus::power_cycle();
     }
 }
 
@@ -490,7 +490,7 @@ TEST_F(Recording, VideoThatCannotBeOpenedEndsTheStart) {
     EXPECT_LOG_COUNT(1, "Failed to config device. W=640,H=480,Fmt=0,Fps=30\r\n", 1);
     EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
     EXPECT_NO_LOG(4, "*********** Start Audio Capture Thread*************\r\n");
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     EXPECT_TRUE(camera_->StartRecording());
     EXPECT_TRUE(camera_->StopRecording());
 }
@@ -508,7 +508,7 @@ TEST_F(Recording, SoundThatCannotBeOpenedEndsTheStartWithTheVideoRunning) {
     EXPECT_FALSE(camera_->StopRecording());
     EXPECT_LOG(4, "CAitOrixCamera:: stop video capture thread \r\n");
     EXPECT_LOG(1, "Abnormal StopRecording.\r\n");
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     EXPECT_TRUE(camera_->StartRecording());
     EXPECT_TRUE(camera_->StopRecording());
     camera_->RemoveObserver(&main);
@@ -555,7 +555,7 @@ TEST_F(Recording, TheRateOfTheStreamIsAlwaysThirty) {
 
 TEST_F(Recording, AStartAfterSuchAStartTakesANewVideoThread) {
     Ready();
-    virtbus::add_fault({{"on", {{"control", {{"type", 0x22}}}}}, {"nth", 1}, {"do", "stall"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"type", 0x22}}}}}, {"nth", 1}, {"do", "stall"}});
     EXPECT_FALSE(camera_->StartRecording());
     RecordingObserver main(CAM_STREAM_H264_MAIN);
     camera_->RegisterObserver(&main);
@@ -568,9 +568,9 @@ TEST_F(Recording, AStartAfterSuchAStartTakesANewVideoThread) {
 
 TEST_F(Recording, FlickerThatFailsIsTriedAgain) {
     Ready();
-    virtbus::add_fault({{"on", {{"control", {{"index", 0x0300}}}}},
-                        {"nth", 1},
-                        {"do", {{"return", "LIBUSB_ERROR_IO"}}}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"index", 0x0300}}}}},
+                             {"nth", 1},
+                             {"do", {{"return", "LIBUSB_ERROR_IO"}}}});
     EXPECT_TRUE(camera_->StartRecording());
     EXPECT_LOG_COUNT(1, "Failed in setting flicker !!!\r\n", 1);
     camera_->StopRecording();

@@ -13,8 +13,8 @@
 namespace test {
 namespace {
 
-using virtcam::Picture;
-using namespace virtcam::test;
+using virtcam::model::Picture;
+using namespace virtcam::model::test;
 
 typedef std::vector<uint8_t> Bytes;
 
@@ -72,7 +72,7 @@ class VisibleEffects : public CameraTest {
 
     /// A camera that has just been switched on, its streams selected.
     void PowerOn(CAM_SIGNAL_TYPE signal) {
-        virtbus::power_cycle();
+        virtcam::bus::power_cycle();
         Ready();
         EXPECT_FALSE(Set(CAM_PROPERTY_SIGNAL_TYPE, signal)) << "kept for the start";
     }
@@ -411,7 +411,7 @@ constexpr auto kEncodingLimit = 4 * kLimit;
 
 /// What the camera has been told for its main stream, in kbit/s.
 int ReceivedKbps() {
-    return virtbus::status_json()["camera"]["settings"]["main_rate"]["kbps"].get<int>();
+    return virtcam::bus::status_json()["camera"]["settings"]["main_rate"]["kbps"].get<int>();
 }
 
 double Kbits(const std::vector<Bytes>& pictures, size_t from, size_t count) {
@@ -548,7 +548,7 @@ TEST_F(VisibleEffects, MicrophoneVolumeChangesTheLevel) {
 // --- what the camera tells about itself ----------------------------------------------------------
 
 nlohmann::json CameraStatus() {
-    return virtbus::status_json()["camera"];
+    return virtcam::bus::status_json()["camera"];
 }
 
 TEST_F(VisibleEffects, LightShowsInTheStatusWhileRecording) {
@@ -589,7 +589,7 @@ TEST_F(VisibleEffects, SelfTestShowsInTheStatus) {
 TEST_F(VisibleEffects, SelfTestThatFailsIsTold) {
     nlohmann::json broken = UnpacedCamera();
     broken["camera"]["self_test_result"] = 3;
-    virtbus::reset(broken);
+    virtcam::bus::reset(broken);
     Ready();
     EXPECT_TRUE(Get(CAM_PROPERTY_VIDEO_TEST));
     EXPECT_EQ(last_.value, 0);

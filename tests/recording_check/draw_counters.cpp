@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
     std::printf("YUV4MPEG2 W%d H%d F30:1 Ip A1:1 C420jpeg\n", width, height);
     for (int i = 3; i < argc; ++i) {
         const auto counter = static_cast<uint32_t>(std::strtoul(argv[i], nullptr, 0));
-        virtcam::draw_counter(luma.data(), width, height, width, counter);
+        virtcam::model::draw_counter(luma.data(), width, height, width, counter);
         std::puts("FRAME");
         std::fwrite(luma.data(), 1, luma.size(), stdout);
         std::fwrite(chroma.data(), 1, chroma.size(), stdout);

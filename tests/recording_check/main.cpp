@@ -28,7 +28,7 @@ int check_counters(int width, int height, CounterRun::Order order) {
     CounterRun run(order);
     size_t got = 0;
     while ((got = std::fread(picture.data(), 1, picture.size(), stdin)) == picture.size()) {
-        run.add(virtcam::read_counter(picture.data(), width, height, width));
+        run.add(virtcam::model::read_counter(picture.data(), width, height, width));
     }
     nlohmann::json report{{"pictures", run.pictures()}, {"faults", run.faults()}};
     if (run.first()) {

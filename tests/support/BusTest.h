@@ -25,21 +25,21 @@ class BusTest : public PluginTest {
     }
 
     explicit BusTest(const nlohmann::json& configuration = RunningCamera()) {
-        virtbus::reset(configuration);
+        virtcam::bus::reset(configuration);
     }
 
     ~BusTest() override {
         std::vector<std::string> met;
-        for (const auto& complaint : virtbus::take_complaints()) {
+        for (const auto& complaint : virtcam::bus::take_complaints()) {
             met.push_back(complaint.text);
         }
-        for (const auto& leak : virtbus::leaks()) {
+        for (const auto& leak : virtcam::bus::leaks()) {
             met.push_back(leak.text);
         }
         std::sort(met.begin(), met.end());
         std::sort(m_Expected.begin(), m_Expected.end());
         EXPECT_EQ(met, m_Expected) << "complaints of the bus";
-        virtbus::clear_faults();
+        virtcam::bus::clear_faults();
     }
 
     /// Says that the code under test earns this complaint, on purpose, `count` times.

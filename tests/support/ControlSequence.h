@@ -56,8 +56,8 @@ inline std::vector<uint8_t> Block(size_t size, std::vector<uint8_t> head) {
 /// The requests since the logs were cleared.
 inline std::vector<Request> Requests() {
     std::vector<Request> requests;
-    for (const auto& record : virtbus::control_log()) {
-        const virtcam::Setup& setup = record.setup;
+    for (const auto& record : virtcam::bus::control_log()) {
+        const virtcam::model::Setup& setup = record.setup;
         requests.push_back({setup.request_type, setup.request, setup.value, setup.index,
                             setup.device_to_host() ? std::vector<uint8_t>{} : record.data,
                             setup.length, record.timeout_ms});

@@ -11,7 +11,7 @@
 namespace usbip_test {
 namespace {
 
-using namespace virtusbip;
+using namespace virtcam::usbip;
 
 Bytes import_of(const std::string& bus_id) {
     Bytes wire(8 + 32);
@@ -20,9 +20,9 @@ Bytes import_of(const std::string& bus_id) {
     return wire;
 }
 
-virtcam::CameraConfig running() {
-    virtcam::CameraConfig config;
-    config.identity = virtcam::CameraConfig::Identity::kRunTime;
+virtcam::model::CameraConfig running() {
+    virtcam::model::CameraConfig config;
+    config.identity = virtcam::model::CameraConfig::Identity::kRunTime;
     return config;
 }
 
@@ -69,7 +69,7 @@ TEST(Handshake, RefusesOtherVersionsAndCodes) {
 }
 
 TEST(Handshake, DeviceRecordDescribesTheCamera) {
-    const virtcam::Camera camera(running());
+    const virtcam::model::Camera camera(running());
     const Bytes wire = import_reply(camera, ImportStatus::kOk);
     ASSERT_EQ(wire.size(), kOpHeaderBytes + kDeviceRecordBytes);
     EXPECT_EQ(import_reply_status(wire), 0u);
@@ -85,7 +85,7 @@ TEST(Handshake, DeviceRecordDescribesTheCamera) {
 }
 
 TEST(Handshake, ListHoldsTheInterfaces) {
-    const virtcam::Camera camera(running());
+    const virtcam::model::Camera camera(running());
     const Bytes wire = device_list_reply(camera);
     ASSERT_EQ(wire.size(), kOpHeaderBytes + 4 + kDeviceRecordBytes + 4 * 4);
     EXPECT_EQ(load_be32(wire, 8), 1u);
@@ -94,14 +94,14 @@ TEST(Handshake, ListHoldsTheInterfaces) {
 }
 
 TEST(Handshake, CameraOffTheBusIsNotListed) {
-    virtcam::Camera camera(running());
+    virtcam::model::Camera camera(running());
     camera.unplug();
     const Bytes wire = device_list_reply(camera);
     EXPECT_EQ(wire, (Bytes{1, 0x11, 0, 5, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST(Handshake, RefusalHasNoRecord) {
-    const virtcam::Camera camera(running());
+    const virtcam::model::Camera camera(running());
     const Bytes wire = import_reply(camera, ImportStatus::kBusy);
     EXPECT_EQ(wire, (Bytes{1, 0x11, 0, 3, 0, 0, 0, 2}));
     EXPECT_EQ(import_reply_status(wire), 2u);

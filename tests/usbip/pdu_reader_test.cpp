@@ -10,10 +10,10 @@
 namespace usbip_test {
 namespace {
 
-using virtusbip::PduReader;
-using virtusbip::ProtocolError;
-using virtusbip::Submit;
-using virtusbip::Unlink;
+using virtcam::usbip::PduReader;
+using virtcam::usbip::ProtocolError;
+using virtcam::usbip::Submit;
+using virtcam::usbip::Unlink;
 
 TEST(PduReader, ReadsAControlRequestCutIntoSingleBytes) {
     const Bytes wire = control_submit(7, {0x21, 1, 0x0100, 1, 3}, Bytes{1, 2, 3});
@@ -103,7 +103,7 @@ TEST(PduReader, RefusesPacketsOutsideTheBuffer) {
         header.packets = 1;
         Bytes wire = header.bytes();
         for (const uint32_t word : {offset, length, 0u, 0u}) {
-            virtusbip::append_be32(wire, word);
+            virtcam::usbip::append_be32(wire, word);
         }
         PduReader reader;
         reader.feed(wire);

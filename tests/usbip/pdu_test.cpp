@@ -11,11 +11,11 @@
 namespace usbip_test {
 namespace {
 
-using virtusbip::append_reply;
-using virtusbip::IsoPacket;
-using virtusbip::Result;
-using virtusbip::Submit;
-using virtusbip::Unlink;
+using virtcam::usbip::append_reply;
+using virtcam::usbip::IsoPacket;
+using virtcam::usbip::Result;
+using virtcam::usbip::Submit;
+using virtcam::usbip::Unlink;
 
 TEST(UsbipReply, BulkInByteByByte) {
     Submit submit;
@@ -76,7 +76,7 @@ TEST(UsbipReply, IsoDataIsPackedAndTheSumAgrees) {
     result.packets = {{Bytes(4, 1), 0}, {{}, -EILSEQ}, {Bytes(50, 3), 0}};
     Bytes wire;
     append_reply(submit, result, 0, wire);
-    EXPECT_EQ(virtusbip::load_be32(wire, 36), 1u) << "error count";
+    EXPECT_EQ(virtcam::usbip::load_be32(wire, 36), 1u) << "error count";
     const Reply reply = take_reply(wire);
     EXPECT_TRUE(wire.empty());
     EXPECT_EQ(reply.actual, 14u);

@@ -15,7 +15,7 @@
 namespace usbip_test {
 namespace {
 
-using namespace virtusbip;
+using namespace virtcam::usbip;
 
 /// A blocking connection to the server; gives up after a minute rather than hang.
 class Client {
@@ -75,9 +75,9 @@ class Client {
 
 class ServerTest : public ::testing::Test {
   protected:
-    static usbsim::Config config() {
-        usbsim::Config config;
-        config.camera.identity = virtcam::CameraConfig::Identity::kRunTime;
+    static virtcam::bus::Config config() {
+        virtcam::bus::Config config;
+        config.camera.identity = virtcam::model::CameraConfig::Identity::kRunTime;
         config.camera.max_payload = 4096;
         return config;
     }
@@ -203,7 +203,7 @@ TEST_F(ServerTest, ResetReplacesTheCamera) {
     EXPECT_EQ(status.at("attachment"), 1);
     const auto again = import();
     again->send(control_submit(1, kGetDeviceDescriptor));
-    EXPECT_EQ(virtcam::load_u16(again->reply().data, 10), 0x2065);
+    EXPECT_EQ(virtcam::model::load_u16(again->reply().data, 10), 0x2065);
 }
 
 TEST_F(ServerTest, RulesStrikeOverTheWire) {

@@ -8,9 +8,9 @@
 namespace usbip_test {
 namespace {
 
-using virtfaults::Action;
-using virtfaults::Status;
-using namespace virtusbip;
+using virtcam::faults::Action;
+using virtcam::faults::Status;
+using namespace virtcam::usbip;
 
 TEST(UrbFaults, StatusesBecomeTheKernelsErrors) {
     EXPECT_EQ(to_errno(Status::kCompleted), 0);

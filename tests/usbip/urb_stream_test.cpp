@@ -13,19 +13,19 @@ namespace usbip_test {
 namespace {
 
 using std::chrono::milliseconds;
-using virtcam::Clock;
-using virtcam::TimePoint;
-using virtusbip::PduReader;
-using virtusbip::ProtocolError;
-using virtusbip::Submit;
-using virtusbip::Unlink;
-using virtusbip::UrbStream;
+using virtcam::model::Clock;
+using virtcam::model::TimePoint;
+using virtcam::usbip::PduReader;
+using virtcam::usbip::ProtocolError;
+using virtcam::usbip::Submit;
+using virtcam::usbip::Unlink;
+using virtcam::usbip::UrbStream;
 
 class UrbStreamTest : public ::testing::Test {
   protected:
-    static virtcam::CameraConfig config() {
-        virtcam::CameraConfig config;
-        config.identity = virtcam::CameraConfig::Identity::kRunTime;
+    static virtcam::model::CameraConfig config() {
+        virtcam::model::CameraConfig config;
+        config.identity = virtcam::model::CameraConfig::Identity::kRunTime;
         return config;
     }
 
@@ -39,17 +39,18 @@ class UrbStreamTest : public ::testing::Test {
     TimePoint serve(milliseconds after = milliseconds(0)) {
         return stream_.serve(start_ + after, wire_);
     }
-    void control(uint32_t seqnum, const virtcam::Setup& setup) {
+    void control(uint32_t seqnum, const virtcam::model::Setup& setup) {
         submit(control_submit(seqnum, setup));
         serve();
         EXPECT_EQ(take_reply(wire_, setup.device_to_host()).status, 0);
     }
 
-    virtcam::Camera camera_{config()};
-    virtfaults::RuleSet rules_;
+    virtcam::model::Camera camera_{config()};
+    virtcam::faults::RuleSet rules_;
     Bytes wire_;
     TimePoint start_ = Clock::now();
-    UrbStream stream_{{camera_, rules_, [this](virtfaults::DeviceAction) { camera_.unplug(); }}};
+    UrbStream stream_{
+        {camera_, rules_, [this](virtcam::faults::DeviceAction) { camera_.unplug(); }}};
 };
 
 TEST_F(UrbStreamTest, AnswersControlRequestsAtOnce) {

@@ -30,18 +30,18 @@ class VhciPortTest : public ::testing::Test {
 
 TEST_F(VhciPortTest, AttachNamesPortSocketDeviceAndSpeed) {
     std::ofstream(folder_ / "attach");
-    EXPECT_TRUE(virtusbip::VhciPort(2, folder_).attach(17, 0x10002));
+    EXPECT_TRUE(virtcam::usbip::VhciPort(2, folder_).attach(17, 0x10002));
     EXPECT_EQ(content("attach"), "2 17 65538 3");
 }
 
 TEST_F(VhciPortTest, DetachNamesThePort) {
     std::ofstream(folder_ / "detach");
-    virtusbip::VhciPort(2, folder_).detach();
+    virtcam::usbip::VhciPort(2, folder_).detach();
     EXPECT_EQ(content("detach"), "2");
 }
 
 TEST_F(VhciPortTest, WithoutTheModuleItSaysSo) {
-    EXPECT_THROW(virtusbip::VhciPort(0, folder_ / "absent").attach(1, 1), std::system_error);
+    EXPECT_THROW(virtcam::usbip::VhciPort(0, folder_ / "absent").attach(1, 1), std::system_error);
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 
 namespace usbip_test {
 
-using virtusbip::append_be32;
-using virtusbip::load_be32;
+using virtcam::usbip::append_be32;
+using virtcam::usbip::load_be32;
 
 Bytes SubmitHeader::bytes() const {
     Bytes wire;
@@ -17,15 +17,15 @@ Bytes SubmitHeader::bytes() const {
     return wire;
 }
 
-Bytes control_submit(uint32_t seqnum, const virtcam::Setup& setup, ByteView out) {
+Bytes control_submit(uint32_t seqnum, const virtcam::model::Setup& setup, ByteView out) {
     SubmitHeader header;
     header.seqnum = seqnum;
     header.direction = setup.device_to_host() ? 1 : 0;
     header.length = setup.length;
     header.setup = {setup.request_type, setup.request};
-    virtcam::append_le(header.setup, 2, setup.value);
-    virtcam::append_le(header.setup, 2, setup.index);
-    virtcam::append_le(header.setup, 2, setup.length);
+    virtcam::model::append_le(header.setup, 2, setup.value);
+    virtcam::model::append_le(header.setup, 2, setup.index);
+    virtcam::model::append_le(header.setup, 2, setup.length);
     Bytes wire = header.bytes();
     wire.insert(wire.end(), out.begin(), out.end());
     return wire;

@@ -9,8 +9,8 @@
 
 namespace usbip_test {
 
-using virtusbip::Bytes;
-using virtusbip::ByteView;
+using virtcam::usbip::Bytes;
+using virtcam::usbip::ByteView;
 
 /// Header of CMD_SUBMIT; tests change what they want to be wrong.
 struct SubmitHeader {
@@ -26,7 +26,7 @@ struct SubmitHeader {
 };
 
 /// A control request; OUT data is appended.
-Bytes control_submit(uint32_t seqnum, const virtcam::Setup& setup, ByteView out = {});
+Bytes control_submit(uint32_t seqnum, const virtcam::model::Setup& setup, ByteView out = {});
 Bytes bulk_in_submit(uint32_t seqnum, uint32_t endpoint, uint32_t room);
 /// `packets` packets of `length` bytes, one behind the other.
 Bytes iso_in_submit(uint32_t seqnum, uint32_t endpoint, uint32_t packets, uint32_t length);
@@ -52,8 +52,8 @@ struct Reply {
 /// IN one. Throws std::out_of_range when it is incomplete.
 Reply take_reply(Bytes& wire, bool data_in = true);
 
-inline constexpr virtcam::Setup kGetDeviceDescriptor{0x80, 6, 0x0100, 0, 18};
-inline constexpr virtcam::Setup kSetConfiguration{0x00, 9, 1, 0, 0};
-inline constexpr virtcam::Setup kSoundOn{0x01, 11, 1, 3, 0};
+inline constexpr virtcam::model::Setup kGetDeviceDescriptor{0x80, 6, 0x0100, 0, 18};
+inline constexpr virtcam::model::Setup kSetConfiguration{0x00, 9, 1, 0, 0};
+inline constexpr virtcam::model::Setup kSoundOn{0x01, 11, 1, 3, 0};
 
 }  // namespace usbip_test

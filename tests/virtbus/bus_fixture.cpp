@@ -79,7 +79,7 @@ BusFixture::BusFixture() {
 BusFixture::~BusFixture() {
     check_complaints();
     std::string leaked;
-    for (const auto& leak : virtbus::leaks()) {
+    for (const auto& leak : virtcam::bus::leaks()) {
         leaked += leak.text + '\n';
     }
     EXPECT_EQ(leaked, "");
@@ -89,7 +89,7 @@ BusFixture::~BusFixture() {
 void BusFixture::restart(const nlohmann::json& changes) {
     nlohmann::json configuration = default_configuration(listing_path());
     configuration.merge_patch(changes);
-    virtbus::reset(configuration);
+    virtcam::bus::reset(configuration);
 }
 
 void BusFixture::handle_events(libusb_context* context) {
@@ -138,7 +138,7 @@ void BusFixture::expect_complaint(const std::string& text, int count) {
 
 void BusFixture::check_complaints() {
     std::vector<std::string> met;
-    for (const auto& complaint : virtbus::take_complaints()) {
+    for (const auto& complaint : virtcam::bus::take_complaints()) {
         met.push_back(complaint.text);
     }
     std::sort(met.begin(), met.end());

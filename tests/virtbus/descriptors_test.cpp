@@ -5,7 +5,7 @@
 
 #include <random>
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
@@ -129,4 +129,4 @@ TEST(Descriptors, DeviceDescriptorLengthIsChecked) {
 }
 
 }  // namespace
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -65,7 +65,7 @@ TEST_F(Discovery, DeviceSurvivesItsListWhileReferenced) {
     ASSERT_EQ(libusb_get_device_list(context, &list), 2);
     libusb_device* camera = libusb_ref_device(list[1]);
     libusb_free_device_list(list, 1);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     libusb_device_descriptor descriptor{};
     EXPECT_EQ(libusb_get_device_descriptor(camera, &descriptor), 0);
     EXPECT_EQ(descriptor.idVendor, kVendor);
@@ -79,7 +79,7 @@ TEST_F(Discovery, OldContextSeesArrivals) {
     restart({{"bus", {{"present", false}}}});
     libusb_context* context = make_context();
     EXPECT_EQ(products(context), (std::vector<uint16_t>{0x0002}));
-    virtbus::plug();
+    virtcam::bus::plug();
     EXPECT_EQ(products(context), (std::vector<uint16_t>{0x0002, kRunProduct}));
     libusb_exit(context);
 }
@@ -90,7 +90,7 @@ TEST_F(Discovery, DefaultContextIsCounted) {
     libusb_exit(nullptr);
     EXPECT_EQ(products(nullptr).size(), 2U);
     libusb_exit(nullptr);
-    EXPECT_TRUE(virtbus::leaks().empty());
+    EXPECT_TRUE(virtcam::bus::leaks().empty());
     libusb_exit(nullptr);  // one too many is allowed
 }
 
@@ -140,7 +140,7 @@ TEST_F(Discovery, StringDescriptorInAscii) {
     std::array<unsigned char, 64> text{};
     const int length = libusb_get_string_descriptor_ascii(handle, 2, text.data(), text.size());
     ASSERT_GT(length, 0);
-    EXPECT_EQ(reinterpret_cast<const char*>(text.data()), virtbus::camera().string(2));
+    EXPECT_EQ(reinterpret_cast<const char*>(text.data()), virtcam::bus::camera().string(2));
     EXPECT_EQ(libusb_get_string_descriptor_ascii(handle, 2, text.data(), 4), 3);
     EXPECT_EQ(libusb_get_string_descriptor_ascii(handle, 0, text.data(), 64),
               LIBUSB_ERROR_INVALID_PARAM);
@@ -169,9 +169,9 @@ TEST_F(Discovery, ListingFollowsTheKernelsFormat) {
 TEST_F(Discovery, ListingNeverKeepsItsSize) {
     std::set<uintmax_t> sizes{std::filesystem::file_size(listing_path())};
     for (int change = 0; change < 30; ++change) {
-        change % 3 == 0   ? virtbus::unplug()
-        : change % 3 == 1 ? virtbus::plug()
-                          : virtbus::power_cycle();
+        change % 3 == 0   ? virtcam::bus::unplug()
+        : change % 3 == 1 ? virtcam::bus::plug()
+                          : virtcam::bus::power_cycle();
         EXPECT_TRUE(sizes.insert(std::filesystem::file_size(listing_path())).second)
             << "change " << change;
     }
@@ -194,15 +194,15 @@ TEST_F(Discovery, ListingStaysWhenInterfacesAreClaimed) {
 
 TEST_F(Discovery, MissingFolderSwitchesTheListingOff) {
     restart({{"bus", {{"listing", "/nonexistent/devices"}}}});
-    EXPECT_EQ(virtbus::status_json()["bus"]["listing"]["state"], "off");
+    EXPECT_EQ(virtcam::bus::status_json()["bus"]["listing"]["state"], "off");
 }
 
 TEST_F(Discovery, MalformedConfigurationChangesNothing) {
-    virtbus::unplug();
-    EXPECT_THROW(virtbus::reset({{"bus", {{"lusting", ""}}}}), std::invalid_argument);
-    EXPECT_THROW(virtbus::reset({{"camera", {{"identity", 3}}}}), std::invalid_argument);
-    EXPECT_THROW(virtbus::reset({{"faults", {{{"on", 1}}}}}), std::invalid_argument);
-    EXPECT_FALSE(virtbus::camera().attached());
+    virtcam::bus::unplug();
+    EXPECT_THROW(virtcam::bus::reset({{"bus", {{"lusting", ""}}}}), std::invalid_argument);
+    EXPECT_THROW(virtcam::bus::reset({{"camera", {{"identity", 3}}}}), std::invalid_argument);
+    EXPECT_THROW(virtcam::bus::reset({{"faults", {{{"on", 1}}}}}), std::invalid_argument);
+    EXPECT_FALSE(virtcam::bus::camera().attached());
 }
 
 TEST_F(Discovery, VersionIsThatOfTheLibraryItStandsFor) {

@@ -19,12 +19,12 @@ class Faults : public OpenFixture {
         json rule{{"on", {{"control", {{"type", "0x80"}, {"request", 6}, {"value", "0x100"}}}}},
                   {"do", action}};
         rule.update(more);
-        virtbus::add_fault(rule);
+        virtcam::bus::add_fault(rule);
     }
     /// Ends one bulk transfer of the camera's stream under `rule`.
     Transfer receive(const json& action) {
         start_video();
-        virtbus::add_fault({{"on", {{"transfer", "bulk"}}}, {"nth", 1}, {"do", action}});
+        virtcam::bus::add_fault({{"on", {{"transfer", "bulk"}}}, {"nth", 1}, {"do", action}});
         Transfer transfer = Transfer::bulk(handle_, 16384);
         EXPECT_EQ(transfer.submit(), 0);
         EXPECT_TRUE(handle_events_until(context_, [&] { return transfer.completions() == 1; }));
@@ -35,7 +35,7 @@ class Faults : public OpenFixture {
 };
 
 TEST_F(Faults, CallsReturnWhatIsAsked) {
-    virtbus::add_fault(json::array({
+    virtcam::bus::add_fault(json::array({
         {{"on", {{"call", "libusb_init"}}}, {"nth", 1}, {"do", {{"return", -99}}}},
         {{"on", {{"call", "libusb_get_device_list"}}},
          {"nth", 1},
@@ -59,7 +59,7 @@ TEST_F(Faults, CallsReturnWhatIsAsked) {
     libusb_free_transfer(first);
     EXPECT_EQ(libusb_claim_interface(handle_, 1), 0);
     EXPECT_EQ(libusb_claim_interface(handle_, 2), LIBUSB_ERROR_BUSY);
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
     EXPECT_EQ(libusb_claim_interface(handle_, 2), 0);
 }
 
@@ -108,7 +108,7 @@ TEST_F(Faults, RequestTimesOutAtOnce) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(get_descriptor(60'000), LIBUSB_ERROR_TIMEOUT);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-    EXPECT_EQ(virtbus::control_log().back().timeout_ms, 60'000U);
+    EXPECT_EQ(virtcam::bus::control_log().back().timeout_ms, 60'000U);
 }
 
 TEST_F(Faults, ReplyIsReplaced) {
@@ -123,7 +123,7 @@ TEST_F(Faults, RequestEndsWithAStatus) {
 }
 
 TEST_F(Faults, RequestIsChosenByItsData) {
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         {{"on", {{"control", {{"value", "0x0100"}, {"data", "0b"}}}}}, {"do", "stall"}});
     std::array<uint8_t, 8> reply{};
     EXPECT_EQ(read_version(handle_, reply), LIBUSB_ERROR_PIPE);
@@ -132,10 +132,10 @@ TEST_F(Faults, RequestIsChosenByItsData) {
 }
 
 TEST_F(Faults, AlternateSettingFails) {
-    virtbus::add_fault(
+    virtcam::bus::add_fault(
         {{"on", {{"control", {{"type", 1}, {"request", 11}, {"index", 3}}}}}, {"do", "stall"}});
     EXPECT_EQ(libusb_set_interface_alt_setting(handle_, 3, 0), LIBUSB_ERROR_OTHER);
-    virtbus::clear_faults();
+    virtcam::bus::clear_faults();
 }
 
 TEST_F(Faults, BulkOutEndsWithAnError) {
@@ -145,9 +145,9 @@ TEST_F(Faults, BulkOutEndsWithAnError) {
     context_ = make_context();
     handle_ = open_camera(context_, kBootProduct);
     ASSERT_EQ(libusb_claim_interface(handle_, 2), 0);
-    virtbus::add_fault({{"on", {{"transfer", "bulk"}, {"endpoint", 1}}},
-                        {"nth", 2},
-                        {"do", {{"status", "timed_out"}, {"short", 3}}}});
+    virtcam::bus::add_fault({{"on", {{"transfer", "bulk"}, {"endpoint", 1}}},
+                             {"nth", 2},
+                             {"do", {{"status", "timed_out"}, {"short", 3}}}});
     std::array<uint8_t, 16> piece{};
     int moved = 0;
     EXPECT_EQ(libusb_control_transfer(handle_, 0x40, 130, 32, 0, nullptr, 0, 100), 0);
@@ -183,11 +183,11 @@ TEST_F(Faults, BulkIsReplacedAndLate) {
 }
 
 TEST_F(Faults, IsoPacketsFail) {
-    virtbus::add_fault({{"on", {{"transfer", "iso"}}},
-                        {"do",
-                         {{"packets",
-                           {{{"index", 1}, {"status", "error"}, {"length", 0}},
-                            {{"index", 2}, {"length", 9}}}}}}});
+    virtcam::bus::add_fault({{"on", {{"transfer", "iso"}}},
+                             {"do",
+                              {{"packets",
+                                {{{"index", 1}, {"status", "error"}, {"length", 0}},
+                                 {{"index", 2}, {"length", 9}}}}}}});
     Transfer transfer = Transfer::iso(handle_, 4);
     ASSERT_EQ(transfer.submit(), 0);
     ASSERT_TRUE(handle_events_until(context_, [&] { return transfer.completions() == 1; }));
@@ -198,7 +198,7 @@ TEST_F(Faults, IsoPacketsFail) {
 }
 
 TEST_F(Faults, UnplugAtACall) {
-    virtbus::add_fault({{"on", {{"call", "libusb_get_configuration"}}}, {"do", "unplug"}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_get_configuration"}}}, {"do", "unplug"}});
     int value = 0;
     EXPECT_EQ(libusb_get_configuration(handle_, &value), LIBUSB_ERROR_NO_DEVICE);
 }
@@ -210,7 +210,7 @@ TEST_F(Faults, UnplugAtARequest) {
 
 TEST_F(Faults, UnplugAtAFrame) {
     start_video();
-    virtbus::add_fault({{"on", {{"frame", true}}}, {"nth", 2}, {"do", "unplug"}});
+    virtcam::bus::add_fault({{"on", {{"frame", true}}}, {"nth", 2}, {"do", "unplug"}});
     Transfer transfer = Transfer::bulk(handle_, 65536);
     int frames = 0;
     transfer.on_completion([&](libusb_transfer* done) {
@@ -220,7 +220,7 @@ TEST_F(Faults, UnplugAtAFrame) {
         }
     });
     ASSERT_EQ(transfer.submit(), 0);
-    ASSERT_TRUE(handle_events_until(context_, [&] { return !virtbus::camera().attached(); }));
+    ASSERT_TRUE(handle_events_until(context_, [&] { return !virtcam::bus::camera().attached(); }));
     handle_events(context_);
     EXPECT_EQ(frames, 2) << "the frame that triggers it still arrives";
 }
@@ -230,14 +230,15 @@ TEST_F(Faults, PresenceByTheClock) {
     restart({{"events",
               {{{"on", {{"time_ms", 10}}}, {"do", "unplug"}},
                {{"on", {{"time_ms", 30}}}, {"do", "plug"}}}}});
-    EXPECT_TRUE(virtbus::wait_until([] { return virtbus::camera().attachment() == 2; }, 2s));
-    EXPECT_TRUE(virtbus::wait_until([] { return virtbus::camera().attached(); }, 2s));
+    EXPECT_TRUE(
+        virtcam::bus::wait_until([] { return virtcam::bus::camera().attachment() == 2; }, 2s));
+    EXPECT_TRUE(virtcam::bus::wait_until([] { return virtcam::bus::camera().attached(); }, 2s));
 }
 
 TEST_F(Faults, PowerCycleKillsTheHandle) {
-    virtbus::add_fault({{"on", {{"call", "libusb_clear_halt"}}}, {"do", "power_cycle"}});
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_clear_halt"}}}, {"do", "power_cycle"}});
     EXPECT_EQ(libusb_clear_halt(handle_, kVideo), LIBUSB_ERROR_NO_DEVICE);
-    EXPECT_TRUE(virtbus::camera().attached());
+    EXPECT_TRUE(virtcam::bus::camera().attached());
 }
 
 TEST_F(Faults, MalformedRulesNameTheirFault) {
@@ -258,7 +259,7 @@ TEST_F(Faults, MalformedRulesNameTheirFault) {
     };
     for (const auto& [rule, text] : cases) {
         try {
-            virtbus::add_fault(rule);
+            virtcam::bus::add_fault(rule);
             ADD_FAILURE() << rule << " was accepted";
         } catch (const std::invalid_argument& error) {
             EXPECT_NE(std::string(error.what()).find(text), std::string::npos) << error.what();

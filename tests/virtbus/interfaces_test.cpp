@@ -133,7 +133,7 @@ TEST_F(Interfaces, ResetReturnsSettingsToZero) {
 
 TEST_F(Interfaces, EverythingAnswersNoDeviceAfterUnplug) {
     ASSERT_EQ(libusb_claim_interface(handle_, 1), 0);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     int value = 0;
     EXPECT_EQ(libusb_get_configuration(handle_, &value), LIBUSB_ERROR_NO_DEVICE);
     EXPECT_EQ(libusb_claim_interface(handle_, 0), LIBUSB_ERROR_NO_DEVICE);
@@ -144,7 +144,7 @@ TEST_F(Interfaces, EverythingAnswersNoDeviceAfterUnplug) {
     EXPECT_EQ(libusb_reset_device(handle_), LIBUSB_ERROR_NO_DEVICE);
     std::array<uint8_t, 8> reply{};
     EXPECT_EQ(read_version(handle_, reply), LIBUSB_ERROR_NO_DEVICE);
-    virtbus::plug();
+    virtcam::bus::plug();
     EXPECT_EQ(read_version(handle_, reply), LIBUSB_ERROR_NO_DEVICE) << "the old handle is dead";
 }
 

@@ -14,10 +14,10 @@ namespace {
 using nlohmann::json;
 
 TEST_F(OpenFixture, ControlTransfersAreLogged) {
-    virtbus::clear_logs();
+    virtcam::bus::clear_logs();
     std::array<uint8_t, 8> reply{};
     EXPECT_EQ(read_version(handle_, reply), 8);
-    const auto log = virtbus::control_log();
+    const auto log = virtcam::bus::control_log();
     ASSERT_EQ(log.size(), 2U);
     EXPECT_EQ(log[0].setup.request_type, 0x20);
     EXPECT_EQ(log[0].setup.index, 0x0600);
@@ -29,32 +29,32 @@ TEST_F(OpenFixture, ControlTransfersAreLogged) {
 }
 
 TEST_F(OpenFixture, CallsAreLoggedInOrder) {
-    virtbus::clear_logs();
+    virtcam::bus::clear_logs();
     libusb_release_interface(handle_, 2);
     libusb_claim_interface(handle_, 2);
     libusb_set_interface_alt_setting(handle_, 3, 9);
     std::string text;
-    for (const auto& call : virtbus::call_log()) {
+    for (const auto& call : virtcam::bus::call_log()) {
         text += call.name + "(" + std::to_string(call.argument.value_or(-1)) +
                 ")=" + std::to_string(call.result) + " ";
     }
     EXPECT_EQ(text,
               "libusb_release_interface(2)=0 libusb_claim_interface(2)=0 "
               "libusb_set_interface_alt_setting(3)=-5 ");
-    EXPECT_EQ(virtbus::call_counts().at("libusb_claim_interface"), 5U);
+    EXPECT_EQ(virtcam::bus::call_counts().at("libusb_claim_interface"), 5U);
 }
 
 TEST_F(OpenFixture, StatusCountsTransfersByEnding) {
-    virtbus::script_stream(true);
-    virtbus::push_bulk(virtbus::TransferStatus::kOverflow, {});
-    virtbus::push_bulk(virtbus::TransferStatus::kCompleted, {1});
+    virtcam::bus::script_stream(true);
+    virtcam::bus::push_bulk(virtcam::bus::TransferStatus::kOverflow, {});
+    virtcam::bus::push_bulk(virtcam::bus::TransferStatus::kCompleted, {1});
     for (int i = 1; i <= 2; ++i) {
         Transfer transfer = Transfer::bulk(handle_);
         ASSERT_EQ(transfer.submit(), 0);
         handle_events(context_);
         ASSERT_EQ(transfer.completions(), 1);
     }
-    const json status = virtbus::status_json();
+    const json status = virtcam::bus::status_json();
     EXPECT_EQ(status["bus"]["transfers"]["bulk"], json({{"completed", 1}, {"overflow", 1}}));
     EXPECT_EQ(status["bus"]["attached"], true);
     EXPECT_TRUE(status["camera"].is_object());

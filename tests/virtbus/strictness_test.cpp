@@ -6,7 +6,7 @@ namespace {
 
 class Strictness : public OpenFixture {
   protected:
-    Strictness() { virtbus::script_stream(true); }
+    Strictness() { virtcam::bus::script_stream(true); }
 };
 
 TEST_F(Strictness, TransferOnAnUnclaimedInterface) {
@@ -129,10 +129,10 @@ TEST_F(Strictness, ExitWithReferencedDevice) {
     libusb_free_device_list(list, 0);
     libusb_exit(other);
     expect_complaint("libusb_exit: 2 devices still referenced");
-    EXPECT_EQ(virtbus::leaks().size(), 4U) << "two references, and what the fixture holds";
+    EXPECT_EQ(virtcam::bus::leaks().size(), 4U) << "two references, and what the fixture holds";
     libusb_unref_device(device);
     shut_down();
-    EXPECT_EQ(virtbus::leaks().at(0).text, "references to 114d:2066 never dropped: 1");
+    EXPECT_EQ(virtcam::bus::leaks().at(0).text, "references to 114d:2066 never dropped: 1");
     check_complaints();
     restart();  // forgets it
 }
@@ -207,7 +207,7 @@ TEST_F(Strictness, DefaultContextThatWasNeverMade) {
 }
 
 TEST_F(Strictness, AlternateSettingAfterUnplugPoisonsTheHandle) {
-    virtbus::unplug();
+    virtcam::bus::unplug();
     EXPECT_EQ(libusb_set_interface_alt_setting(handle_, 3, 0), LIBUSB_ERROR_NO_DEVICE);
     check_complaints();
     libusb_close(std::exchange(handle_, nullptr));
@@ -224,12 +224,12 @@ TEST_F(Strictness, LeaksAreToldOnDemand) {
     libusb_device** list = nullptr;
     ASSERT_EQ(libusb_get_device_list(context_, &list), 2);
     std::vector<std::string> codes;
-    for (const auto& leak : virtbus::leaks()) {
+    for (const auto& leak : virtcam::bus::leaks()) {
         codes.push_back(leak.code);
     }
     EXPECT_EQ(codes, (std::vector<std::string>{"leaked_context", "leaked_handle", "leaked_list",
                                                "leaked_descriptor", "leaked_transfer"}));
-    EXPECT_EQ(virtbus::leaks().at(1).text,
+    EXPECT_EQ(virtcam::bus::leaks().at(1).text,
               "a handle of 114d:2066 was never closed, interface 0 is claimed, interface 1 is "
               "claimed, interface 2 is claimed, interface 3 is claimed");
     libusb_free_transfer(raw);
@@ -242,7 +242,7 @@ TEST_F(Strictness, ResetWithUnreportedContext) {
     restart();
     expect_complaint("reset: contexts still open: 2");
     check_complaints();
-    EXPECT_TRUE(virtbus::leaks().empty()) << "they belong to the bus before";
+    EXPECT_TRUE(virtcam::bus::leaks().empty()) << "they belong to the bus before";
     libusb_exit(left);
 }
 

@@ -8,18 +8,18 @@
 namespace virtbus_test {
 namespace {
 
-using virtbus::TransferStatus;
+using virtcam::bus::TransferStatus;
 
 class Transfers : public OpenFixture {
   protected:
-    Transfers() { virtbus::script_stream(true); }
+    Transfers() { virtcam::bus::script_stream(true); }
 };
 
 TEST_F(Transfers, CompleteInsideEventHandlingOnly) {
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, {1, 2, 3});
-    ASSERT_TRUE(virtbus::wait_until([] { return virtbus::pending(kVideo) == 0; }, 1s));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {1, 2, 3});
+    ASSERT_TRUE(virtcam::bus::wait_until([] { return virtcam::bus::pending(kVideo) == 0; }, 1s));
     EXPECT_EQ(transfer.completions(), 0);
     EXPECT_EQ(transfer.buffer()[0], 0) << "data arrives with the completion, not before";
     handle_events(context_);
@@ -31,7 +31,7 @@ TEST_F(Transfers, CompleteInsideEventHandlingOnly) {
 TEST_F(Transfers, SynchronousCallDeliversOthersOfItsContext) {
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, {7});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {7});
     std::array<uint8_t, 8> reply{};
     EXPECT_EQ(read_version(handle_, reply), 8);
     EXPECT_EQ(transfer.completions(), 1);
@@ -40,7 +40,7 @@ TEST_F(Transfers, SynchronousCallDeliversOthersOfItsContext) {
 TEST_F(Transfers, SynchronousCallLeavesOtherContextsAlone) {
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, {7});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {7});
     libusb_context* other = make_context();
     libusb_device_handle* second = open_camera(other);
     std::array<uint8_t, 8> reply{};
@@ -67,7 +67,7 @@ TEST_F(Transfers, CancellationIsAsynchronous) {
 TEST_F(Transfers, CancellationComesTooLateForAFinishedTransfer) {
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, {7});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {7});
     EXPECT_EQ(transfer.cancel(), LIBUSB_ERROR_NOT_FOUND);
     handle_events(context_);
     EXPECT_EQ(transfer.status(), LIBUSB_TRANSFER_COMPLETED);
@@ -81,9 +81,9 @@ TEST_F(Transfers, EndInOrderOnOneEndpoint) {
         transfers.back().on_completion([&order, i](libusb_transfer*) { order.push_back(i); });
         ASSERT_EQ(transfers.back().submit(), 0);
     }
-    EXPECT_EQ(virtbus::pending(kVideo), 3U);
+    EXPECT_EQ(virtcam::bus::pending(kVideo), 3U);
     for (uint8_t i = 0; i < 3; ++i) {
-        virtbus::push_bulk(TransferStatus::kCompleted, {i});
+        virtcam::bus::push_bulk(TransferStatus::kCompleted, {i});
     }
     handle_events(context_);
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
@@ -91,10 +91,10 @@ TEST_F(Transfers, EndInOrderOnOneEndpoint) {
 }
 
 TEST_F(Transfers, PushedBeforeSubmissionWaits) {
-    virtbus::push_bulk(TransferStatus::kStall, {});
+    virtcam::bus::push_bulk(TransferStatus::kStall, {});
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    EXPECT_EQ(virtbus::pending(kVideo), 0U);
+    EXPECT_EQ(virtcam::bus::pending(kVideo), 0U);
     handle_events(context_);
     EXPECT_EQ(transfer.status(), LIBUSB_TRANSFER_STALL);
 }
@@ -108,7 +108,7 @@ TEST_F(Transfers, TimeOutByDueTime) {
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(slow.submit(), 0);
     ASSERT_EQ(fast.submit(), 0);
-    EXPECT_EQ(virtbus::last_timeout(kVideo), 20U);
+    EXPECT_EQ(virtcam::bus::last_timeout(kVideo), 20U);
     timeval next{};
     EXPECT_EQ(libusb_get_next_timeout(context_, &next), 1);
     EXPECT_LE(next.tv_usec, 20'000);
@@ -130,7 +130,7 @@ TEST_F(Transfers, EventWaitEndsWithTheTimeGiven) {
 TEST_F(Transfers, CompletionEndsTheWait) {
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    std::thread device([] { virtbus::push_bulk(TransferStatus::kCompleted, {1}); });
+    std::thread device([] { virtcam::bus::push_bulk(TransferStatus::kCompleted, {1}); });
     EXPECT_EQ(libusb_handle_events(context_), 0);  // waits for up to a minute
     device.join();
     EXPECT_EQ(transfer.completions(), 1);
@@ -151,11 +151,11 @@ TEST_F(Transfers, ResubmissionFromTheCallback) {
     });
     ASSERT_EQ(transfer.submit(), 0);
     for (int i = 0; i < 3; ++i) {
-        virtbus::push_bulk(TransferStatus::kCompleted, {1});
+        virtcam::bus::push_bulk(TransferStatus::kCompleted, {1});
     }
     handle_events(context_);
     EXPECT_EQ(transfer.completions(), 1) << "one round hands over what was ready when it began";
-    virtbus::push_bulk(TransferStatus::kCompleted, {});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {});
     EXPECT_TRUE(handle_events_until(context_, [&] { return transfer.completions() == 4; }));
 }
 
@@ -164,10 +164,10 @@ TEST_F(Transfers, FreedInTheCallback) {
     transfer->flags = LIBUSB_TRANSFER_FREE_TRANSFER;
     ASSERT_EQ(transfer.submit(), 0);
     transfer.release();
-    virtbus::push_bulk(TransferStatus::kCompleted, {1});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {1});
     handle_events(context_);
     EXPECT_EQ(transfer.completions(), 1);
-    const auto leaks = virtbus::leaks();
+    const auto leaks = virtcam::bus::leaks();
     EXPECT_TRUE(std::none_of(leaks.begin(), leaks.end(),
                              [](const auto& leak) { return leak.code == "leaked_transfer"; }));
 }
@@ -176,7 +176,7 @@ TEST_F(Transfers, ShortIsAnErrorWhenAskedFor) {
     Transfer transfer = Transfer::bulk(handle_);
     transfer->flags = LIBUSB_TRANSFER_SHORT_NOT_OK;
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, {1});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {1});
     handle_events(context_);
     EXPECT_EQ(transfer.status(), LIBUSB_TRANSFER_ERROR);
 }
@@ -184,11 +184,11 @@ TEST_F(Transfers, ShortIsAnErrorWhenAskedFor) {
 TEST_F(Transfers, CountCanLieOnPurpose) {
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, std::vector<uint8_t>(600, 5), 1);
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, std::vector<uint8_t>(600, 5), 1);
     handle_events(context_);
     EXPECT_EQ(transfer->actual_length, 1);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, std::vector<uint8_t>(600, 5));
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, std::vector<uint8_t>(600, 5));
     handle_events(context_);
     EXPECT_EQ(transfer->actual_length, 512) << "never more than the room, if nothing is forced";
 }
@@ -196,9 +196,9 @@ TEST_F(Transfers, CountCanLieOnPurpose) {
 TEST_F(Transfers, IsoPacketsLieAtTheirOffsets) {
     Transfer transfer = Transfer::iso(handle_, 3);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_iso({{TransferStatus::kCompleted, {1, 2}, {}},
-                       {TransferStatus::kError, {}, {}},
-                       {TransferStatus::kCompleted, {3}, 77}});
+    virtcam::bus::push_iso({{TransferStatus::kCompleted, {1, 2}, {}},
+                            {TransferStatus::kError, {}, {}},
+                            {TransferStatus::kCompleted, {3}, 77}});
     handle_events(context_);
     EXPECT_EQ(transfer.status(), LIBUSB_TRANSFER_COMPLETED);
     EXPECT_EQ(transfer->iso_packet_desc[0].actual_length, 2U);
@@ -220,14 +220,14 @@ TEST_F(Transfers, AsynchronousControl) {
 TEST_F(Transfers, HeldCompletionsKeepTheirOrder) {
     Transfer transfer = Transfer::bulk(handle_);
     Transfer control = Transfer::control(handle_, 0x80, 0x06, 0x0100, 0, 18);
-    virtbus::hold_completions(0);
+    virtcam::bus::hold_completions(0);
     ASSERT_EQ(control.submit(), 0);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, {1});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {1});
     handle_events(context_);
     EXPECT_EQ(transfer.completions(), 1);
     EXPECT_EQ(control.completions(), 0);
-    virtbus::release_completions(0);
+    virtcam::bus::release_completions(0);
     handle_events(context_);
     EXPECT_EQ(control.completions(), 1);
 }
@@ -237,7 +237,7 @@ TEST_F(Transfers, UnplugEndsAllWithNoDevice) {
     Transfer audio = Transfer::iso(handle_);
     ASSERT_EQ(video.submit(), 0);
     ASSERT_EQ(audio.submit(), 0);
-    virtbus::unplug();
+    virtcam::bus::unplug();
     EXPECT_EQ(video.cancel(), LIBUSB_ERROR_NOT_FOUND);
     EXPECT_EQ(video.completions(), 0);
     handle_events(context_);
@@ -247,10 +247,10 @@ TEST_F(Transfers, UnplugEndsAllWithNoDevice) {
 }
 
 TEST_F(Transfers, UnplugDuringASynchronousCall) {
-    virtbus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", "timeout"}});
+    virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", "timeout"}});
     std::thread cable([] {
-        EXPECT_TRUE(virtbus::wait_until([] { return virtbus::pending(0) == 1; }, 2s));
-        virtbus::unplug();
+        EXPECT_TRUE(virtcam::bus::wait_until([] { return virtcam::bus::pending(0) == 1; }, 2s));
+        virtcam::bus::unplug();
     });
     std::array<uint8_t, 8> reply{};
     EXPECT_EQ(read_version(handle_, reply), LIBUSB_ERROR_NO_DEVICE);
@@ -265,12 +265,12 @@ TEST_F(Transfers, CloseWaitsForARunningCallback) {
     Transfer transfer = Transfer::control(second, 0x80, 0x06, 0x0100, 0, 18);
     transfer.on_completion([&](libusb_transfer*) {
         inside = true;
-        virtbus::wait_until([] { return false; }, 30ms);
+        virtcam::bus::wait_until([] { return false; }, 30ms);
         left = true;
     });
     ASSERT_EQ(transfer.submit(), 0);
     std::thread events([&] { libusb_handle_events(other); });
-    ASSERT_TRUE(virtbus::wait_until([&] { return inside.load(); }, 2s));
+    ASSERT_TRUE(virtcam::bus::wait_until([&] { return inside.load(); }, 2s));
     libusb_close(second);
     EXPECT_TRUE(left);
     events.join();
@@ -301,7 +301,7 @@ TEST_F(Transfers, EventLockExcludesOthers) {
     other.join();
     Transfer transfer = Transfer::bulk(handle_);
     ASSERT_EQ(transfer.submit(), 0);
-    virtbus::push_bulk(TransferStatus::kCompleted, {1});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {1});
     timeval none{0, 0};
     EXPECT_EQ(libusb_handle_events_locked(context_, &none), 0);
     EXPECT_EQ(transfer.completions(), 1);
@@ -316,9 +316,9 @@ TEST_F(Transfers, WaiterIsWokenByTheHandler) {
         EXPECT_TRUE(handle_events_until(context_, [&] { return transfer.completions() == 1; }));
     });
     ASSERT_TRUE(
-        virtbus::wait_until([&] { return libusb_event_handler_active(context_) == 1; }, 2s));
+        virtcam::bus::wait_until([&] { return libusb_event_handler_active(context_) == 1; }, 2s));
     // The calling thread cannot handle events itself now, and must come back all the same.
-    virtbus::push_bulk(TransferStatus::kCompleted, {1});
+    virtcam::bus::push_bulk(TransferStatus::kCompleted, {1});
     std::array<uint8_t, 8> reply{};
     EXPECT_EQ(read_version(handle_, reply), 8);
     handler.join();
@@ -387,7 +387,8 @@ TEST_F(OpenFixture, LateHostLosesNoPackets) {
     Transfer transfer = Transfer::iso(handle_, 10);
     ASSERT_EQ(transfer.submit(), 0);
     ASSERT_TRUE(handle_events_until(context_, [&] { return transfer.completions() == 1; }));
-    virtbus::wait_until([] { return false; }, 50ms);  // within the 200 ms that count as lateness
+    virtcam::bus::wait_until([] { return false; },
+                             50ms);  // within the 200 ms that count as lateness
     const auto start = std::chrono::steady_clock::now();
     for (int i = 2; i <= 5; ++i) {
         ASSERT_EQ(transfer.submit(), 0);

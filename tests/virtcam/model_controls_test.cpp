@@ -9,7 +9,7 @@
 #include "virtcam/model/describe.h"
 #include "virtcam/model/uvc_controls.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 constexpr uint8_t kGetRequests[] = {0x81, 0x82, 0x83, 0x84, 0x87};
@@ -431,8 +431,9 @@ TEST(Describe, TakesAnyRequestAndAnyLength) {
         for (int request = 0; request < 256; ++request) {
             for (const size_t length : {0, 1, 7, 8, 16, 40}) {
                 for (const uint16_t index : {0x0001, 0x0100, 0x0300, 0x0503, 0x0600}) {
-                    const virtcam::Setup setup{static_cast<uint8_t>(type),
-                                               static_cast<uint8_t>(request), 0x0E00, index, 0};
+                    const virtcam::model::Setup setup{static_cast<uint8_t>(type),
+                                                      static_cast<uint8_t>(request), 0x0E00, index,
+                                                      0};
                     ASSERT_FALSE(describe(setup, Bytes(length, 0xFF)).empty());
                 }
             }
@@ -472,4 +473,4 @@ TEST(Config, ReadsItsMembersAndNamesWhatIsWrong) {
 }
 
 }  // namespace
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

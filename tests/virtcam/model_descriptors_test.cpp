@@ -4,7 +4,7 @@
 #include "model_fixture.h"
 #include "virtcam/model/video_formats.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 struct Descriptor {
@@ -195,4 +195,4 @@ TEST(Descriptors, StandardRequestsKeepConfigurationAndAlternate) {
 }
 
 }  // namespace
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

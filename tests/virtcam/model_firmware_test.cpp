@@ -6,7 +6,7 @@
 #include "model_fixture.h"
 #include "virtcam/model/firmware.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -278,4 +278,4 @@ TEST(Version, MarkerMustBeWholeAndInPlace) {
 }
 
 }  // namespace
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

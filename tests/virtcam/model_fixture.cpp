@@ -1,6 +1,6 @@
 #include "model_fixture.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 
 std::vector<SubStream> demultiplex(ByteView frame) {
     std::vector<SubStream> streams;
@@ -141,4 +141,4 @@ CameraConfig running_camera() {
     return config;
 }
 
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

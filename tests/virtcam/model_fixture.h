@@ -16,7 +16,7 @@
 #include "virtcam/model/camera.h"
 #include "virtcam/model/multiplexer.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 
 /// One sub-stream taken out of a multiplexed frame.
 struct SubStream {
@@ -75,4 +75,4 @@ class Host {
 /// A camera that runs and is not paced: each advance() makes a frame.
 CameraConfig running_camera();
 
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

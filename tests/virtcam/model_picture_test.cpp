@@ -14,7 +14,7 @@
 #include "virtcam/model/jpeg_encoder.h"
 #include "virtcam/model/y4m_source.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 Picture decode_raw(const SubStream& stream) {
@@ -329,4 +329,4 @@ TEST_F(Y4mFile, BrokenFilesAreRefusedByName) {
 }
 
 }  // namespace
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

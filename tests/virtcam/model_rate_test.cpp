@@ -5,7 +5,7 @@
 
 #include "model_fixture.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 bool set_bit_rate(Host& host, uint16_t kbps) {
@@ -56,4 +56,4 @@ TEST_P(BitRate, SecondsTwoToSevenKeepWithinFifteenPercent) {
 INSTANTIATE_TEST_SUITE_P(Vga, BitRate, testing::Values(500, 1000, 2000, 4000));
 
 }  // namespace
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

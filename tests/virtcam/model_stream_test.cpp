@@ -12,7 +12,7 @@
 #include "virtcam/model/h264_encoder.h"
 #include "virtcam/model/video_formats.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -387,4 +387,4 @@ TEST(Threads, ControlAndDataMayRunBesideAdvance) {
 }
 
 }  // namespace
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

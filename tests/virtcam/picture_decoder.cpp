@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 void copy_plane(const uint8_t* from, int stride, int width, int height, std::vector<uint8_t>& to) {
@@ -111,4 +111,4 @@ Picture unpack_gray(ByteView data, int width, int height) {
     return picture;
 }
 
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

@@ -7,7 +7,7 @@
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/picture.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 
 /// H.264 by OpenH264's decoder, one access unit at a time.
 class H264Decoder {
@@ -29,4 +29,4 @@ Picture unpack_semi_planar(ByteView data, int width, int height, bool u_first);
 /// Chroma is neutral.
 Picture unpack_gray(ByteView data, int width, int height);
 
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

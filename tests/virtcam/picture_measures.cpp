@@ -10,7 +10,7 @@
 
 #include "virtcam/model/counter_code.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 namespace {
 
 /// Mean absolute difference of the elements from `from` to `to`.
@@ -139,4 +139,4 @@ int best_vertical_shift(const Picture& a, const Picture& b, int most) {
     });
 }
 
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

@@ -7,7 +7,7 @@
 
 #include "virtcam/model/picture.h"
 
-namespace virtcam::test {
+namespace virtcam::model::test {
 
 /// The machine-readable counter; nothing when it cannot be read.
 std::optional<uint32_t> counter_of(const Picture& picture);
@@ -43,4 +43,4 @@ double difference_from_window(const Picture& picture, const Picture& whole, cons
 int best_shift(const Picture& a, const Picture& b, int most);
 int best_vertical_shift(const Picture& a, const Picture& b, int most);
 
-}  // namespace virtcam::test
+}  // namespace virtcam::model::test

@@ -6,8 +6,8 @@
 
 #include "virtcam/bus/call.h"
 
-using usbsim::bus;
-using usbsim::Call;
+using virtcam::bus::bus;
+using virtcam::bus::Call;
 
 int LIBUSB_CALL libusb_init(libusb_context** context) {
     return Call("libusb_init").run([&] { return bus().init(context); });

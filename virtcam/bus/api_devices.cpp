@@ -5,8 +5,8 @@
 
 #include "virtcam/bus/call.h"
 
-using usbsim::bus;
-using usbsim::Call;
+using virtcam::bus::bus;
+using virtcam::bus::Call;
 
 ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list) {
     Call call("libusb_get_device_list");
@@ -45,8 +45,9 @@ int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device,
         if (!info) {
             return LIBUSB_ERROR_INVALID_PARAM;
         }
-        return usbsim::parse_device_descriptor(info->device_bytes, *descriptor) ? LIBUSB_SUCCESS
-                                                                                : LIBUSB_ERROR_IO;
+        return virtcam::bus::parse_device_descriptor(info->device_bytes, *descriptor)
+                   ? LIBUSB_SUCCESS
+                   : LIBUSB_ERROR_IO;
     });
 }
 
@@ -98,7 +99,7 @@ void LIBUSB_CALL libusb_free_config_descriptor(struct libusb_config_descriptor* 
 }
 
 uint8_t LIBUSB_CALL libusb_get_bus_number(libusb_device* device) {
-    return bus().info(device, "libusb_get_bus_number") ? usbsim::kBusNumber : 0;
+    return bus().info(device, "libusb_get_bus_number") ? virtcam::bus::kBusNumber : 0;
 }
 
 uint8_t LIBUSB_CALL libusb_get_port_number(libusb_device* device) {
@@ -148,11 +149,11 @@ int query_endpoint(const char* name, libusb_device* device, unsigned char endpoi
         if (!info) {
             return LIBUSB_ERROR_INVALID_PARAM;
         }
-        const auto config = usbsim::ConfigDescriptor::parse(info->config_bytes);
+        const auto config = virtcam::bus::ConfigDescriptor::parse(info->config_bytes);
         if (!config) {
             return LIBUSB_ERROR_OTHER;
         }
-        const auto* descriptor = usbsim::find_endpoint(**config, endpoint);
+        const auto* descriptor = virtcam::bus::find_endpoint(**config, endpoint);
         return descriptor == nullptr ? LIBUSB_ERROR_NOT_FOUND : measure(*descriptor);
     });
 }
@@ -167,5 +168,5 @@ int LIBUSB_CALL libusb_get_max_packet_size(libusb_device* device, unsigned char 
 int LIBUSB_CALL libusb_get_max_iso_packet_size(libusb_device* device, unsigned char endpoint) {
     return query_endpoint(
         "libusb_get_max_iso_packet_size", device, endpoint,
-        [](const auto& descriptor) { return usbsim::bytes_per_interval(descriptor); });
+        [](const auto& descriptor) { return virtcam::bus::bytes_per_interval(descriptor); });
 }

@@ -6,8 +6,8 @@
 
 #include "virtcam/bus/call.h"
 
-using usbsim::bus;
-using usbsim::TimePoint;
+using virtcam::bus::bus;
+using virtcam::bus::TimePoint;
 
 namespace {
 

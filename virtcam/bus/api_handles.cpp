@@ -3,8 +3,8 @@
 
 #include "virtcam/bus/call.h"
 
-using usbsim::bus;
-using usbsim::Call;
+using virtcam::bus::bus;
+using virtcam::bus::Call;
 
 int LIBUSB_CALL libusb_open(libusb_device* device, libusb_device_handle** handle) {
     return Call("libusb_open").run([&] { return bus().open(device, handle); });

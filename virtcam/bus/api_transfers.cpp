@@ -7,8 +7,8 @@
 
 #include "virtcam/bus/call.h"
 
-using usbsim::bus;
-using usbsim::Call;
+using virtcam::bus::bus;
+using virtcam::bus::Call;
 
 namespace {
 

@@ -5,10 +5,10 @@
 namespace {
 
 [[gnu::destructor]] void report_at_exit() {
-    if (!usbsim::Bus::started()) {
+    if (!virtcam::bus::Bus::started()) {
         return;
     }
-    auto& bus = usbsim::Bus::instance();
+    auto& bus = virtcam::bus::Bus::instance();
     if (!bus.owned_by_this_process()) {
         return;
     }

@@ -9,7 +9,7 @@
 #include <exception>
 #include <stdexcept>
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 std::string environment(const char* name) {
@@ -69,7 +69,7 @@ std::string Bus::start_configuration() {
 Bus::Start Bus::prepare(Config config) {
     Start start;
     start.rules.add(config.rules);
-    start.camera = std::make_shared<virtcam::Camera>(config.camera);
+    start.camera = std::make_shared<model::Camera>(config.camera);
     if (!config.present) {
         start.camera->unplug();
     }
@@ -98,7 +98,7 @@ void Bus::power_on(Start start) {
 
 void Bus::reset(const nlohmann::json& configuration) {
     Start start = prepare(Config::from_json(configuration));
-    std::shared_ptr<virtcam::Camera> old;  // destroyed without the lock: it may wait for a picture
+    std::shared_ptr<model::Camera> old;  // destroyed without the lock: it may wait for a picture
     {
         const std::lock_guard lock(mutex_);
         const auto open = std::count_if(contexts_.begin(), contexts_.end(), [&](const auto& entry) {
@@ -135,7 +135,7 @@ void Bus::reset(const nlohmann::json& configuration) {
     clock_ticker_->poke();
 }
 
-std::shared_ptr<virtcam::Camera> Bus::camera() {
+std::shared_ptr<model::Camera> Bus::camera() {
     const std::lock_guard lock(mutex_);
     return camera_;
 }
@@ -181,14 +181,14 @@ std::chrono::milliseconds Bus::elapsed() const {
                                                                  started_);
 }
 
-virtfaults::Action Bus::begin_call(const char* name, std::optional<int> argument) {
+faults::Action Bus::begin_call(const char* name, std::optional<int> argument) {
     const std::lock_guard lock(mutex_);
     if (const auto found = call_counts_.find(std::string_view(name)); found != call_counts_.end()) {
         ++found->second;
     } else {
         call_counts_.emplace(name, 1);
     }
-    virtfaults::Action action;
+    faults::Action action;
     if (!rules_.empty()) {
         action = rules_.on_call(name, argument);
         run_actions(action.device);
@@ -219,14 +219,14 @@ void Bus::clear_rules() {
     rules_.clear();
 }
 
-void Bus::change_presence(virtfaults::DeviceAction action) {
+void Bus::change_presence(faults::DeviceAction action) {
     const std::lock_guard lock(mutex_);
     run_actions({action});
 }
 
-void Bus::run_actions(const std::vector<virtfaults::DeviceAction>& actions) {
+void Bus::run_actions(const std::vector<faults::DeviceAction>& actions) {
     for (const auto action : actions) {
-        virtfaults::perform(action, *camera_);
+        faults::perform(action, *camera_);
         sync_presence();
     }
 }
@@ -286,4 +286,4 @@ void Bus::arrive() {
     write_listing();
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -41,7 +41,7 @@
 #include "virtcam/faults/rule_set.h"
 #include "virtcam/model/camera.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 class Bus {
   public:
@@ -56,8 +56,8 @@ class Bus {
 
     // --- life cycle (bus.cpp) -------------------------------------------------------------------
     void reset(const nlohmann::json& configuration);
-    std::shared_ptr<virtcam::Camera> camera();
-    void change_presence(virtfaults::DeviceAction action);
+    std::shared_ptr<model::Camera> camera();
+    void change_presence(faults::DeviceAction action);
     void add_rules(const nlohmann::json& rules);
     void clear_rules();
     /// False in a child that was forked from the process of the bus.
@@ -67,7 +67,7 @@ class Bus {
 
     // --- calls (bus.cpp) ------------------------------------------------------------------------
     /// Counts a call and applies the scripted failures of its name.
-    virtfaults::Action begin_call(const char* name, std::optional<int> argument);
+    faults::Action begin_call(const char* name, std::optional<int> argument);
     void end_call(const char* name, std::optional<int> argument, int result);
 
     // --- contexts and devices (devices.cpp)
@@ -112,7 +112,7 @@ class Bus {
     int cancel(libusb_transfer* transfer);
 
     /// Parameters of libusb_control_transfer; result as documented there.
-    int control(libusb_device_handle* handle, const virtcam::Setup& setup, uint8_t* data,
+    int control(libusb_device_handle* handle, const model::Setup& setup, uint8_t* data,
                 unsigned timeout_ms);
     /// libusb_bulk_transfer and libusb_interrupt_transfer.
     int stream(libusb_device_handle* handle, libusb_transfer_type type, uint8_t endpoint,
@@ -139,12 +139,12 @@ class Bus {
     // --- observation and scripted streams (report.cpp, script.cpp)
     // --------------------------------------
     ComplaintLog& complaints() { return complaints_; }
-    std::vector<virtbus::Complaint> leaks();
+    std::vector<Complaint> leaks();
     nlohmann::json status();
     /// Writes the status file, if one was asked for.
     void write_status();
-    std::vector<virtbus::ControlRecord> control_log();
-    std::vector<virtbus::CallRecord> call_log();
+    std::vector<ControlRecord> control_log();
+    std::vector<CallRecord> call_log();
     std::map<std::string, uint64_t> call_counts();
     void clear_logs();
     size_t pending(uint8_t endpoint);
@@ -169,8 +169,8 @@ class Bus {
     /// Everything that a configuration brings; made before anything is replaced.
     struct Start {
         Config config;
-        virtfaults::RuleSet rules;
-        std::shared_ptr<virtcam::Camera> camera;
+        faults::RuleSet rules;
+        std::shared_ptr<model::Camera> camera;
     };
     struct DeviceList {
         std::unique_ptr<libusb_device*[]> devices;  ///< null-terminated
@@ -192,7 +192,7 @@ class Bus {
     TimePoint drive_camera();
     TimePoint keep_clocks();
     void changed() { change_.notify_all(); }
-    void run_actions(const std::vector<virtfaults::DeviceAction>& actions);
+    void run_actions(const std::vector<faults::DeviceAction>& actions);
     /// Takes over arrivals and departures of the camera since the last look.
     void sync_presence();
     void depart();
@@ -215,7 +215,7 @@ class Bus {
     void abandon_transfers(libusb_device_handle* handle);
     void release_locked(int interface);
     /// A standard request that the host controller driver makes by itself; false: stalled.
-    bool kernel_request(const virtcam::Setup& setup);
+    bool kernel_request(const model::Setup& setup);
     /// Selects the camera's only configuration, as the kernel does for a device that arrives.
     void configure_camera();
     /// Ends the transfers on an interface as usbfs does when their endpoints go.
@@ -225,7 +225,7 @@ class Bus {
     Urb* find(libusb_transfer* transfer);
     int check(const libusb_transfer& transfer, const Urb& urb);
     int check_control(const libusb_transfer& transfer);
-    int check_recipient(libusb_device_handle* handle, const virtcam::Setup& setup);
+    int check_recipient(libusb_device_handle* handle, const model::Setup& setup);
     int check_stream(const libusb_transfer& transfer, const Urb& urb);
     void enqueue(Urb& urb);
     void finish(Urb& urb, Outcome outcome);
@@ -243,7 +243,7 @@ class Bus {
     std::optional<Outcome> ask_bulk_in(EndpointQueue& queue, const Urb& urb);
     std::optional<Outcome> ask_iso_in(EndpointQueue& queue, const Urb& urb);
     Outcome ask_out(const Urb& urb);
-    std::vector<virtfaults::DeviceAction> apply_transfer_faults(Urb& urb, Outcome& outcome);
+    std::vector<faults::DeviceAction> apply_transfer_faults(Urb& urb, Outcome& outcome);
     /// When the head of the queue is due by the clock.
     std::optional<TimePoint> next_due(const EndpointQueue& queue) const;
 
@@ -255,7 +255,7 @@ class Bus {
     int run_events(libusb_context* context, TimePoint deadline);
 
     // report.cpp
-    void log_control(Urb& urb, const virtcam::Setup& setup, std::span<const uint8_t> out);
+    void log_control(Urb& urb, const model::Setup& setup, std::span<const uint8_t> out);
     void log_result(const Urb& urb);
     std::string leaked_handle_text(const libusb_device_handle& handle) const;
     nlohmann::json bus_status();
@@ -268,14 +268,14 @@ class Bus {
     std::string broken_;  ///< why the configuration was refused; libusb_init fails then
     ComplaintLog complaints_;
     Trace trace_;
-    virtfaults::RuleSet rules_;
+    faults::RuleSet rules_;
     Listing listing_;
     TimePoint started_;
     pid_t process_;  ///< that has the threads: a forked child has none
     /// Counts resets. Objects of an earlier generation stay usable but are nobody's leak any more.
     unsigned generation_ = 0;
 
-    std::shared_ptr<virtcam::Camera> camera_;
+    std::shared_ptr<model::Camera> camera_;
     uint64_t attachment_ = 0;  ///< that the bus has taken over; 0: the camera is off the bus
     uint8_t last_address_ = 0;
     std::vector<std::shared_ptr<const DeviceInfo>> fixed_devices_;
@@ -295,9 +295,9 @@ class Bus {
     std::map<uint8_t, EndpointQueue> queues_;
     bool scripted_ = false;
 
-    std::deque<virtbus::ControlRecord> control_log_;
+    std::deque<ControlRecord> control_log_;
     uint64_t control_log_first_ = 0;  ///< number of the first entry
-    std::deque<virtbus::CallRecord> call_log_;
+    std::deque<CallRecord> call_log_;
     std::map<std::string, uint64_t, std::less<>> call_counts_;
     std::map<std::pair<int, int>, uint64_t> transfer_counts_;  ///< by type and status
 
@@ -305,4 +305,4 @@ class Bus {
     std::unique_ptr<Ticker> clock_ticker_;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

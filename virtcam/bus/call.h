@@ -5,7 +5,7 @@
 
 #include "virtcam/bus/bus.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 inline Bus& bus() {
     return Bus::instance();
@@ -38,7 +38,7 @@ class Call {
   private:
     const char* name_;
     std::optional<int> argument_;
-    virtfaults::Action action_;
+    faults::Action action_;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

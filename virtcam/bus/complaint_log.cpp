@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <utility>
 
-namespace usbsim {
+namespace virtcam::bus {
 
 void ComplaintLog::raise(const std::string& code, const std::string& text) {
     const std::lock_guard lock(mutex_);
@@ -18,14 +18,14 @@ void ComplaintLog::set_quiet(bool quiet) {
     quiet_ = quiet;
 }
 
-std::vector<virtbus::Complaint> ComplaintLog::all() const {
+std::vector<Complaint> ComplaintLog::all() const {
     const std::lock_guard lock(mutex_);
     return list_;
 }
 
-std::vector<virtbus::Complaint> ComplaintLog::take() {
+std::vector<Complaint> ComplaintLog::take() {
     const std::lock_guard lock(mutex_);
     return std::exchange(list_, {});
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

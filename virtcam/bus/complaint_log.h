@@ -7,7 +7,7 @@
 
 #include "virtcam/bus/control.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// Complaints in the order in which they were raised. Thread-safe.
 class ComplaintLog {
@@ -16,13 +16,13 @@ class ComplaintLog {
     void raise(const std::string& code, const std::string& text);
 
     void set_quiet(bool quiet);
-    std::vector<virtbus::Complaint> all() const;
-    std::vector<virtbus::Complaint> take();
+    std::vector<Complaint> all() const;
+    std::vector<Complaint> take();
 
   private:
     mutable std::mutex mutex_;
-    std::vector<virtbus::Complaint> list_;
+    std::vector<Complaint> list_;
     bool quiet_ = false;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

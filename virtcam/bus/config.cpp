@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string_view>
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 using nlohmann::json;
@@ -78,7 +78,7 @@ Config Config::from_json(const json& root) {
         check_members(root, "the configuration", {"camera", "bus", "faults", "events"});
         Config config;
         if (root.contains("camera")) {
-            config.camera = virtcam::CameraConfig::from_json(root["camera"]);
+            config.camera = model::CameraConfig::from_json(root["camera"]);
         }
         config.iso_paced = config.camera.audio_paced;
         if (root.contains("bus")) {
@@ -109,4 +109,4 @@ Config Config::from_file(const std::string& path) {
     return from_json(root);
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -8,7 +8,7 @@
 
 #include "virtcam/model/camera_config.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// Another device that is listed beside the camera; it cannot be opened.
 struct OtherDevice {
@@ -19,7 +19,7 @@ struct OtherDevice {
 
 /// Members and defaults are documented in docs/virtual-bus.md.
 struct Config {
-    virtcam::CameraConfig camera;
+    model::CameraConfig camera;
     std::string listing = "/proc/bus/usb/devices";  ///< empty: no listing is kept
     bool kernel_drivers = false;  ///< drivers of an ordinary kernel are bound at each arrival
     bool present = true;          ///< the camera is plugged in at the start
@@ -34,4 +34,4 @@ struct Config {
     static Config from_file(const std::string& path);
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

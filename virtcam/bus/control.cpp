@@ -4,14 +4,14 @@
 
 #include "virtcam/bus/bus.h"
 
-namespace virtbus {
+namespace virtcam::bus {
 namespace {
 
 constexpr uint8_t kVideoEndpoint = 0x81;
 constexpr uint8_t kAudioEndpoint = 0x82;
 
-usbsim::Bus& bus() {
-    return usbsim::Bus::instance();
+Bus& bus() {
+    return Bus::instance();
 }
 
 libusb_transfer_status to_libusb(TransferStatus status) {
@@ -24,20 +24,20 @@ void reset(const nlohmann::json& configuration) {
     bus().reset(configuration);
 }
 
-virtcam::Camera& camera() {
+model::Camera& camera() {
     return *bus().camera();
 }
 
 void unplug() {
-    bus().change_presence(virtfaults::DeviceAction::kUnplug);
+    bus().change_presence(faults::DeviceAction::kUnplug);
 }
 
 void plug() {
-    bus().change_presence(virtfaults::DeviceAction::kPlug);
+    bus().change_presence(faults::DeviceAction::kPlug);
 }
 
 void power_cycle() {
-    bus().change_presence(virtfaults::DeviceAction::kPowerCycle);
+    bus().change_presence(faults::DeviceAction::kPowerCycle);
 }
 
 void add_fault(const nlohmann::json& rule) {
@@ -98,7 +98,7 @@ void script_stream(bool on) {
 
 void push_bulk(TransferStatus status, std::vector<uint8_t> bytes,
                std::optional<int> actual_length) {
-    usbsim::Outcome outcome;
+    Outcome outcome;
     outcome.status = to_libusb(status);
     outcome.actual_length = actual_length.value_or(static_cast<int>(bytes.size()));
     outcome.data = std::move(bytes);
@@ -106,7 +106,7 @@ void push_bulk(TransferStatus status, std::vector<uint8_t> bytes,
 }
 
 void push_iso(std::vector<IsoPacket> packets, TransferStatus status) {
-    usbsim::Outcome outcome;
+    Outcome outcome;
     outcome.status = to_libusb(status);
     for (IsoPacket& packet : packets) {
         const unsigned length =
@@ -124,4 +124,4 @@ void release_completions(uint8_t endpoint) {
     bus().release_held(endpoint);
 }
 
-}  // namespace virtbus
+}  // namespace virtcam::bus

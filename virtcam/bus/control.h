@@ -18,7 +18,7 @@
 
 #include "virtcam/model/camera.h"
 
-namespace virtbus {
+namespace virtcam::bus {
 
 /// One misuse of the library.
 struct Complaint {
@@ -31,7 +31,7 @@ struct Complaint {
 /// One control transfer that a program sent, requests that libusb makes for it excluded.
 struct ControlRecord {
     std::chrono::steady_clock::time_point when;  ///< submission
-    virtcam::Setup setup;
+    model::Setup setup;
     std::vector<uint8_t> data;  ///< OUT data as sent, or IN data as delivered
     unsigned timeout_ms = 0;    ///< as the caller gave it; 0: none
     std::optional<int> result;  ///< bytes or libusb error; nothing while in flight
@@ -73,7 +73,7 @@ struct IsoPacket {
 void reset(const nlohmann::json& configuration);
 
 /// The camera on the bus; valid until the next reset().
-virtcam::Camera& camera();
+model::Camera& camera();
 
 void unplug();       ///< has taken full effect on return: transfers ended, listing written
 void plug();         ///< likewise
@@ -126,4 +126,4 @@ void push_iso(std::vector<IsoPacket> packets, TransferStatus status = TransferSt
 void hold_completions(uint8_t endpoint);
 void release_completions(uint8_t endpoint);
 
-}  // namespace virtbus
+}  // namespace virtcam::bus

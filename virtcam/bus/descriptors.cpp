@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 uint16_t read_u16(std::span<const uint8_t> bytes, size_t at) {
@@ -213,4 +213,4 @@ int bytes_per_interval(const libusb_endpoint_descriptor& endpoint) {
     return size * (1 + ((endpoint.wMaxPacketSize >> 11) & 3));
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -9,7 +9,7 @@
 #include <span>
 #include <vector>
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// A parsed configuration together with everything that its pointers point to.
 class ConfigDescriptor {
@@ -49,4 +49,4 @@ const libusb_endpoint_descriptor* find_endpoint(const libusb_config_descriptor& 
 /// transactions included (USB 2.0, 9.6.6); wMaxPacketSize's low 11 bits for the other types.
 int bytes_per_interval(const libusb_endpoint_descriptor& endpoint);
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

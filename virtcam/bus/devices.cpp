@@ -4,7 +4,7 @@
 
 #include "virtcam/bus/bus.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 std::string count_of(size_t number, const char* what) {
@@ -277,4 +277,4 @@ void Bus::write_listing() {
     });
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

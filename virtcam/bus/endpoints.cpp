@@ -6,7 +6,7 @@
 #include "virtcam/bus/bus.h"
 #include "virtcam/bus/setup_packet.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 using std::chrono::milliseconds;
@@ -15,18 +15,18 @@ bool is_iso(const Urb& urb) {
     return urb.transfer->type == LIBUSB_TRANSFER_TYPE_ISOCHRONOUS;
 }
 
-libusb_transfer_status to_libusb(virtfaults::Status status) {
+libusb_transfer_status to_libusb(faults::Status status) {
     return static_cast<libusb_transfer_status>(status);
 }
 
-virtfaults::TransferKind kind_of(const Urb& urb) {
+faults::TransferKind kind_of(const Urb& urb) {
     switch (urb.transfer->type) {
         case LIBUSB_TRANSFER_TYPE_ISOCHRONOUS:
-            return virtfaults::TransferKind::kIsochronous;
+            return faults::TransferKind::kIsochronous;
         case LIBUSB_TRANSFER_TYPE_INTERRUPT:
-            return virtfaults::TransferKind::kInterrupt;
+            return faults::TransferKind::kInterrupt;
         default:
-            return virtfaults::TransferKind::kBulk;
+            return faults::TransferKind::kBulk;
     }
 }
 
@@ -57,7 +57,7 @@ void shorten(Outcome& outcome, size_t length) {
     outcome.actual_length = std::min(outcome.actual_length, static_cast<int>(length));
 }
 
-void apply_packet_change(const virtfaults::PacketChange& change, Outcome& outcome) {
+void apply_packet_change(const faults::PacketChange& change, Outcome& outcome) {
     if (change.index >= outcome.packets.size()) {
         return;
     }
@@ -70,7 +70,7 @@ void apply_packet_change(const virtfaults::PacketChange& change, Outcome& outcom
     }
 }
 
-void corrupt(const virtfaults::Corruption& change, std::vector<uint8_t>& data) {
+void corrupt(const faults::Corruption& change, std::vector<uint8_t>& data) {
     if (change.offset < data.size()) {
         data[change.offset] ^= change.mask;
     }
@@ -160,9 +160,9 @@ std::optional<Outcome> Bus::ask(EndpointQueue& queue, Urb& urb) {
 }
 
 std::optional<Outcome> Bus::ask_control(Urb& urb) {
-    const virtcam::Setup setup = read_setup(urb.transfer->buffer);
+    const model::Setup setup = read_setup(urb.transfer->buffer);
     const auto out = out_data(*urb.transfer, setup);
-    virtfaults::Action action;
+    faults::Action action;
     if (!rules_.empty()) {
         action = rules_.on_control(setup, out);
         run_actions(action.device);
@@ -173,10 +173,10 @@ std::optional<Outcome> Bus::ask_control(Urb& urb) {
     if (action.late) {
         urb.prepared_due += *action.late;
     }
-    if (action.time_out == virtfaults::TimeOut::kNow) {
+    if (action.time_out == faults::TimeOut::kNow) {
         return ended(LIBUSB_TRANSFER_TIMED_OUT);
     }
-    if (action.time_out == virtfaults::TimeOut::kWait) {
+    if (action.time_out == faults::TimeOut::kWait) {
         urb.stuck = true;
         return std::nullopt;
     }
@@ -188,10 +188,10 @@ std::optional<Outcome> Bus::ask_control(Urb& urb) {
     if (action.stall) {
         return ended(LIBUSB_TRANSFER_STALL);
     }
-    if (action.status && *action.status != virtfaults::Status::kCompleted) {
+    if (action.status && *action.status != faults::Status::kCompleted) {
         return ended(to_libusb(*action.status));
     }
-    virtcam::ControlReply reply = camera_->control(setup, out);
+    model::ControlReply reply = camera_->control(setup, out);
     if (reply.stall) {
         return ended(LIBUSB_TRANSFER_STALL);
     }
@@ -273,11 +273,11 @@ Outcome Bus::ask_out(const Urb& urb) {
     return outcome;
 }
 
-std::vector<virtfaults::DeviceAction> Bus::apply_transfer_faults(Urb& urb, Outcome& outcome) {
+std::vector<faults::DeviceAction> Bus::apply_transfer_faults(Urb& urb, Outcome& outcome) {
     if (rules_.empty() || urb.transfer->type == LIBUSB_TRANSFER_TYPE_CONTROL) {
         return {};
     }
-    virtfaults::Action action = rules_.on_transfer(kind_of(urb), urb.endpoint, outcome.data);
+    faults::Action action = rules_.on_transfer(kind_of(urb), urb.endpoint, outcome.data);
     if (action.stall) {
         outcome.status = LIBUSB_TRANSFER_STALL;
     }
@@ -308,4 +308,4 @@ std::vector<virtfaults::DeviceAction> Bus::apply_transfer_faults(Urb& urb, Outco
     return std::move(action.device);
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

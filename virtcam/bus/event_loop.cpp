@@ -8,7 +8,7 @@
 
 #include "virtcam/bus/bus.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 /// Context whose callbacks this thread is running, to refuse event handling from inside them.
@@ -291,4 +291,4 @@ void Bus::close(libusb_device_handle* handle) {
     unlock_events(context);
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

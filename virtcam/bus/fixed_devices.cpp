@@ -1,6 +1,6 @@
 #include "virtcam/bus/fixed_devices.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 std::vector<uint8_t> device_descriptor(uint8_t device_class, uint16_t vendor, uint16_t product) {
@@ -82,4 +82,4 @@ std::vector<std::shared_ptr<const DeviceInfo>> make_fixed_devices(
     return devices;
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -7,10 +7,10 @@
 #include "virtcam/bus/config.h"
 #include "virtcam/bus/objects.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// The root hub, at address 1, followed by the others at ports 1, 2, ...
 std::vector<std::shared_ptr<const DeviceInfo>> make_fixed_devices(
     const std::vector<OtherDevice>& others);
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

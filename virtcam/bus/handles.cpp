@@ -4,7 +4,7 @@
 
 #include "virtcam/bus/bus.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 // Standard requests and their codes (USB 2.0, tables 9-3 to 9-6).
@@ -321,22 +321,22 @@ int Bus::set_auto_detach(libusb_device_handle* handle, bool enable) {
 
 void Bus::configure_camera() {
     // Part of enumeration: out of reach of the scripted failures, which count a program's requests.
-    const virtcam::Setup setup{kToDevice, LIBUSB_REQUEST_SET_CONFIGURATION,
-                               (*camera_config_)->bConfigurationValue, 0, 0};
+    const model::Setup setup{kToDevice, LIBUSB_REQUEST_SET_CONFIGURATION,
+                             (*camera_config_)->bConfigurationValue, 0, 0};
     const bool done = !camera_->control(setup, {}).stall;
     trace_.control(elapsed(), "kernel", setup, {}, kKernelTimeOutMs, done ? 0 : LIBUSB_ERROR_PIPE);
 }
 
-bool Bus::kernel_request(const virtcam::Setup& setup) {
-    virtfaults::Action action;
+bool Bus::kernel_request(const model::Setup& setup) {
+    faults::Action action;
     if (!rules_.empty()) {
         action = rules_.on_control(setup, {});
         run_actions(action.device);
     }
     const bool refused =
-        action.stall || action.time_out != virtfaults::TimeOut::kNone ||
+        action.stall || action.time_out != faults::TimeOut::kNone ||
         action.result.value_or(0) < 0 ||
-        action.status.value_or(virtfaults::Status::kCompleted) != virtfaults::Status::kCompleted;
+        action.status.value_or(faults::Status::kCompleted) != faults::Status::kCompleted;
     const bool done = attachment_ != 0 && !refused && !camera_->control(setup, {}).stall;
     trace_.control(elapsed(), "kernel", setup, {}, kKernelTimeOutMs, done ? 0 : LIBUSB_ERROR_PIPE);
     sync_presence();
@@ -357,4 +357,4 @@ void Bus::flush_interface(int interface) {
     }
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <span>
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 constexpr uint8_t kControlSubclass = 1;  // of the video and of the audio class alike
@@ -205,4 +205,4 @@ std::vector<uint8_t> InterfaceTable::endpoints_of(int interface) const {
     return endpoints;
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

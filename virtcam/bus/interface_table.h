@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// State of the configuration of one attachment, with usbfs's answers. Not thread-safe.
 class InterfaceTable {
@@ -64,4 +64,4 @@ class InterfaceTable {
     std::map<int, Interface> interfaces_;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {
@@ -182,4 +182,4 @@ void Listing::write(const std::vector<std::shared_ptr<const DeviceInfo>>& device
     state_ = "kept";
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

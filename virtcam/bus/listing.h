@@ -9,7 +9,7 @@
 
 #include "virtcam/bus/objects.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// Name of the driver that holds an interface, for the "I:" lines.
 using DriverName = std::function<std::string(const DeviceInfo&, int interface)>;
@@ -36,4 +36,4 @@ class Listing {
     unsigned generation_ = 0;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

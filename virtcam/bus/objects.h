@@ -18,7 +18,7 @@
 #include "virtcam/faults/action.h"
 #include "virtcam/model/camera.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 using TimePoint = std::chrono::steady_clock::time_point;
 
@@ -73,7 +73,7 @@ struct Urb {
     /// Answer that is known but not yet due; nothing: the device was not asked yet.
     std::optional<Outcome> prepared;
     TimePoint prepared_due;
-    std::vector<virtfaults::DeviceAction> afterwards;  ///< happens when it has been answered
+    std::vector<virtcam::faults::DeviceAction> afterwards;  ///< happens when it has been answered
     bool stuck = false;                      ///< never answered: waits for time-out or cancellation
     std::optional<uint64_t> control_record;  ///< number of its entry in the control log
     Outcome outcome;
@@ -84,11 +84,11 @@ struct Urb {
     Urb& operator=(const Urb&) = delete;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus
 
 struct libusb_device {
     libusb_context* context = nullptr;  ///< null once the context was exited
-    std::shared_ptr<const usbsim::DeviceInfo> info;
+    std::shared_ptr<const virtcam::bus::DeviceInfo> info;
     int references = 0;  ///< the context's own included, while the device is attached
     bool attached = true;
     unsigned generation = 0;  ///< of the bus: counts its resets
@@ -105,10 +105,10 @@ struct libusb_device_handle {
 struct libusb_context {
     int references = 1;  ///< above 1 for the default context only
     unsigned generation = 0;
-    bool leak_reported = false;           ///< a caller of Bus::leaks() knows that it is open
-    std::vector<libusb_device*> devices;  ///< attached ones, in listing order; each referenced
-    std::deque<usbsim::Urb*> completed;   ///< ready for event handling
-    std::condition_variable wake;         ///< waits with the mutex of Bus
+    bool leak_reported = false;                ///< a caller of Bus::leaks() knows that it is open
+    std::vector<libusb_device*> devices;       ///< attached ones, in listing order; each referenced
+    std::deque<virtcam::bus::Urb*> completed;  ///< ready for event handling
+    std::condition_variable wake;              ///< waits with the mutex of Bus
     bool interrupted = false;
     bool handler_active = false;
     int closing = 0;     ///< threads in libusb_close that want the event lock

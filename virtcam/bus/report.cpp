@@ -6,7 +6,7 @@
 #include "virtcam/bus/bus.h"
 #include "virtcam/bus/setup_packet.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 /// Old entries go when a log reaches this length, so that a long run does not eat the memory.
@@ -60,7 +60,7 @@ int result_of(const Outcome& outcome) {
     }
 }
 
-nlohmann::json to_json(const std::vector<virtbus::Complaint>& list) {
+nlohmann::json to_json(const std::vector<Complaint>& list) {
     nlohmann::json result = nlohmann::json::array();
     for (const auto& complaint : list) {
         result.push_back({{"code", complaint.code}, {"text", complaint.text}});
@@ -70,7 +70,7 @@ nlohmann::json to_json(const std::vector<virtbus::Complaint>& list) {
 
 }  // namespace
 
-void Bus::log_control(Urb& urb, const virtcam::Setup& setup, std::span<const uint8_t> out) {
+void Bus::log_control(Urb& urb, const model::Setup& setup, std::span<const uint8_t> out) {
     if (control_log_.size() == kControlLogLimit) {
         control_log_.pop_front();
         ++control_log_first_;
@@ -88,7 +88,7 @@ void Bus::log_result(const Urb& urb) {
     if (!urb.control_record) {
         return;
     }
-    const virtcam::Setup setup = read_setup(urb.transfer->buffer);
+    const model::Setup setup = read_setup(urb.transfer->buffer);
     const auto data = setup.device_to_host() ? std::span<const uint8_t>(urb.outcome.data)
                                              : out_data(*urb.transfer, setup);
     const int result = result_of(urb.outcome);
@@ -101,12 +101,12 @@ void Bus::log_result(const Urb& urb) {
     }
 }
 
-std::vector<virtbus::ControlRecord> Bus::control_log() {
+std::vector<ControlRecord> Bus::control_log() {
     const std::lock_guard lock(mutex_);
     return {control_log_.begin(), control_log_.end()};
 }
 
-std::vector<virtbus::CallRecord> Bus::call_log() {
+std::vector<CallRecord> Bus::call_log() {
     const std::lock_guard lock(mutex_);
     return {call_log_.begin(), call_log_.end()};
 }
@@ -123,9 +123,9 @@ void Bus::clear_logs() {
     call_log_.clear();
 }
 
-std::vector<virtbus::Complaint> Bus::leaks() {
+std::vector<Complaint> Bus::leaks() {
     const std::lock_guard lock(mutex_);
-    std::vector<virtbus::Complaint> leaks;
+    std::vector<Complaint> leaks;
     for (const auto& [key, context] : contexts_) {
         if (context->generation == generation_) {
             context->leak_reported = true;
@@ -205,4 +205,4 @@ void Bus::write_status() {
     }
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

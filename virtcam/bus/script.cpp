@@ -3,7 +3,7 @@
 
 #include "virtcam/bus/bus.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 size_t Bus::pending(uint8_t endpoint) {
     const std::lock_guard lock(mutex_);
@@ -62,4 +62,4 @@ void Bus::release_held(uint8_t endpoint) {
     }
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

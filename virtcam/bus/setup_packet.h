@@ -8,10 +8,10 @@
 
 #include "virtcam/model/camera.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// @param buffer at least LIBUSB_CONTROL_SETUP_SIZE bytes, wire order.
-inline virtcam::Setup read_setup(const uint8_t* buffer) {
+inline model::Setup read_setup(const uint8_t* buffer) {
     const auto word = [&](int at) {
         return static_cast<uint16_t>(buffer[at] | buffer[at + 1] << 8);
     };
@@ -20,11 +20,11 @@ inline virtcam::Setup read_setup(const uint8_t* buffer) {
 
 /// OUT data stage of a checked control transfer; empty for IN.
 inline std::span<const uint8_t> out_data(const libusb_transfer& transfer,
-                                         const virtcam::Setup& setup) {
+                                         const model::Setup& setup) {
     if (setup.device_to_host()) {
         return {};
     }
     return {transfer.buffer + LIBUSB_CONTROL_SETUP_SIZE, setup.length};
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

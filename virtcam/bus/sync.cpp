@@ -6,7 +6,7 @@
 #include "virtcam/bus/bus.h"
 #include "virtcam/bus/setup_packet.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 int error_for(libusb_transfer_status status) {
@@ -75,7 +75,7 @@ int Bus::run_synchronously(libusb_transfer* transfer) {
     return forced ? *forced : error_for(transfer->status);
 }
 
-int Bus::control(libusb_device_handle* handle, const virtcam::Setup& setup, uint8_t* data,
+int Bus::control(libusb_device_handle* handle, const model::Setup& setup, uint8_t* data,
                  unsigned timeout_ms) {
     if (data == nullptr && setup.length != 0) {
         complaints_.raise(
@@ -123,4 +123,4 @@ int Bus::stream(libusb_device_handle* handle, libusb_transfer_type type, uint8_t
     return result;
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

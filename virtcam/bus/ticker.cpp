@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace usbsim {
+namespace virtcam::bus {
 
 void Ticker::start() {
     const std::lock_guard lock(mutex_);
@@ -43,4 +43,4 @@ void Ticker::run() {
     }
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <thread>
 
-namespace usbsim {
+namespace virtcam::bus {
 
 class Ticker {
   public:
@@ -37,4 +37,4 @@ class Ticker {
     std::thread thread_;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -6,7 +6,7 @@
 
 #include "virtcam/model/describe.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 Trace::Trace(const std::string& path) {
     if (path.empty()) {
@@ -18,7 +18,7 @@ Trace::Trace(const std::string& path) {
     }
 }
 
-void Trace::control(std::chrono::milliseconds when, const char* who, const virtcam::Setup& setup,
+void Trace::control(std::chrono::milliseconds when, const char* who, const model::Setup& setup,
                     std::span<const uint8_t> data, unsigned timeout_ms, int result) {
     if (!enabled()) {
         return;
@@ -38,7 +38,7 @@ void Trace::control(std::chrono::milliseconds when, const char* who, const virtc
         file_ << result;
     }
     // At once, so that the trace of a program that crashes is complete.
-    file_ << " | " << virtcam::describe(setup, data) << std::endl;
+    file_ << " | " << model::describe(setup, data) << std::endl;
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -10,7 +10,7 @@
 
 #include "virtcam/model/camera.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 
 /// Writes to the file of VIRTBUS_TRACE; does nothing when that is not set. Not thread-safe.
 class Trace {
@@ -21,11 +21,11 @@ class Trace {
     bool enabled() const { return file_.is_open(); }
     /// @param who "" for the program, "kernel" for what the host's own USB core sends.
     /// @param result bytes moved, or a libusb error code.
-    void control(std::chrono::milliseconds when, const char* who, const virtcam::Setup& setup,
+    void control(std::chrono::milliseconds when, const char* who, const model::Setup& setup,
                  std::span<const uint8_t> data, unsigned timeout_ms, int result);
 
   private:
     std::ofstream file_;
 };
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

@@ -8,7 +8,7 @@
 #include "virtcam/bus/bus.h"
 #include "virtcam/bus/setup_packet.h"
 
-namespace usbsim {
+namespace virtcam::bus {
 namespace {
 
 constexpr int kMaxControlLength = 4096;  // libusb's MAX_CTRL_BUFFER_LENGTH
@@ -127,7 +127,7 @@ int Bus::check_control(const libusb_transfer& transfer) {
                                             std::to_string(transfer.length) + " bytes");
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    const virtcam::Setup setup = read_setup(transfer.buffer);
+    const model::Setup setup = read_setup(transfer.buffer);
     if (setup.length > transfer.length - static_cast<int>(LIBUSB_CONTROL_SETUP_SIZE)) {
         complaints_.raise("bad_length",
                           "libusb_submit_transfer: wLength goes beyond the control transfer");
@@ -136,7 +136,7 @@ int Bus::check_control(const libusb_transfer& transfer) {
     return check_recipient(transfer.dev_handle, setup);
 }
 
-int Bus::check_recipient(libusb_device_handle* handle, const virtcam::Setup& setup) {
+int Bus::check_recipient(libusb_device_handle* handle, const model::Setup& setup) {
     constexpr uint8_t kRecipientMask = 0x1F;
     constexpr uint8_t kTypeMask = 0x60;
     if ((setup.request_type & kTypeMask) == LIBUSB_REQUEST_TYPE_VENDOR) {
@@ -217,7 +217,7 @@ void Bus::enqueue(Urb& urb) {
     urb.stuck = false;
     urb.control_record.reset();
     if (control) {
-        const virtcam::Setup setup = read_setup(transfer.buffer);
+        const model::Setup setup = read_setup(transfer.buffer);
         log_control(urb, setup, out_data(transfer, setup));
     }
     auto& queue = queues_[urb.endpoint];
@@ -279,4 +279,4 @@ void Bus::publish(Urb& urb) {
     context.wake.notify_all();
 }
 
-}  // namespace usbsim
+}  // namespace virtcam::bus

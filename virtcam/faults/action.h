@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-namespace virtfaults {
+namespace virtcam::faults {
 
 /// Ending of a transfer or of one isochronous packet. The values are those of
 /// libusb_transfer_status, so that a libusb front end converts by cast.
@@ -79,4 +79,4 @@ struct Action {
     void merge(const Action& other);
 };
 
-}  // namespace virtfaults
+}  // namespace virtcam::faults

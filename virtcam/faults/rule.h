@@ -12,7 +12,7 @@
 
 #include "virtcam/faults/action.h"
 
-namespace virtfaults {
+namespace virtcam::faults {
 
 enum class TransferKind { kBulk, kIsochronous, kInterrupt };
 
@@ -56,4 +56,4 @@ struct Rule {
     static Rule from_json(const nlohmann::json& rule);
 };
 
-}  // namespace virtfaults
+}  // namespace virtcam::faults

@@ -9,7 +9,7 @@
 
 #include "virtcam/faults/rule.h"
 
-namespace virtfaults {
+namespace virtcam::faults {
 namespace {
 
 using nlohmann::json;
@@ -318,4 +318,4 @@ Rule Rule::from_json(const json& rule) {
     }
 }
 
-}  // namespace virtfaults
+}  // namespace virtcam::faults

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-namespace virtfaults {
+namespace virtcam::faults {
 namespace {
 
 template <typename Value>
@@ -11,7 +11,7 @@ bool accepts(const std::optional<Value>& wanted, Value actual) {
     return !wanted || *wanted == actual;
 }
 
-bool matches(const ControlSelector& selector, const virtcam::Setup& setup,
+bool matches(const ControlSelector& selector, const model::Setup& setup,
              std::span<const uint8_t> out) {
     return accepts(selector.type, setup.request_type) && accepts(selector.request, setup.request) &&
            accepts(selector.value, setup.value) && accepts(selector.index, setup.index) &&
@@ -95,7 +95,7 @@ Action RuleSet::on_call(std::string_view name, std::optional<int> argument) {
     return action;
 }
 
-Action RuleSet::on_control(const virtcam::Setup& setup, std::span<const uint8_t> out) {
+Action RuleSet::on_control(const model::Setup& setup, std::span<const uint8_t> out) {
     Action action;
     for (Entry& entry : entries_) {
         const auto* control = std::get_if<ControlSelector>(&entry.rule.on);
@@ -144,4 +144,4 @@ std::optional<std::chrono::milliseconds> RuleSet::next_due() const {
     return next;
 }
 
-}  // namespace virtfaults
+}  // namespace virtcam::faults

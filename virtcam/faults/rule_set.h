@@ -12,7 +12,7 @@
 #include "virtcam/faults/rule.h"
 #include "virtcam/model/camera.h"
 
-namespace virtfaults {
+namespace virtcam::faults {
 
 /// Rules in the order in which they were added. Every rule counts the points that its selector
 /// matches; where several strike at one point, the earliest decides each part of the action.
@@ -29,7 +29,7 @@ class RuleSet {
     std::vector<uint64_t> strike_counts() const;
 
     Action on_call(std::string_view name, std::optional<int> argument);
-    Action on_control(const virtcam::Setup& setup, std::span<const uint8_t> out);
+    Action on_control(const model::Setup& setup, std::span<const uint8_t> out);
     Action on_transfer(TransferKind kind, uint8_t endpoint, std::span<const uint8_t> data);
 
     /// Device actions of the timed rules that are due `elapsed` after the start, each once.
@@ -49,4 +49,4 @@ class RuleSet {
     std::vector<Entry> entries_;
 };
 
-}  // namespace virtfaults
+}  // namespace virtcam::faults

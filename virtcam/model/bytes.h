@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace virtcam {
+namespace virtcam::model {
 
 using Bytes = std::vector<uint8_t>;
 using ByteView = std::span<const uint8_t>;
@@ -42,4 +42,4 @@ inline void append_le(Bytes& bytes, size_t width, uint32_t value) {
     }
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -13,7 +13,7 @@
 #include "virtcam/model/stream_producer.h"
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 // Bounds the record of a camera that runs for days; a download of 1 MiB in pieces fits.
@@ -363,4 +363,4 @@ nlohmann::json Camera::status() const {
     return status;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

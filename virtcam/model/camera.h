@@ -20,7 +20,7 @@
 
 #include "virtcam/model/camera_config.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 using Clock = std::chrono::steady_clock;
 using TimePoint = Clock::time_point;
@@ -127,4 +127,4 @@ class Camera {
     std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 using nlohmann::json;
@@ -100,4 +100,4 @@ CameraConfig CameraConfig::from_json(const json& object) {
     return config;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

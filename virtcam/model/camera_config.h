@@ -5,7 +5,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-namespace virtcam {
+namespace virtcam::model {
 
 #ifndef AITCAM_VENDOR_ID
 #define AITCAM_VENDOR_ID 0x114D
@@ -43,4 +43,4 @@ struct CameraConfig {
     static CameraConfig from_json(const nlohmann::json& object);
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr int kColumns = 20;
@@ -127,4 +127,4 @@ std::optional<uint32_t> read_counter(const uint8_t* luma, int width, int height,
     return counter;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -14,7 +14,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Height in pixels of the band in a picture of `height`; always even.
 int counter_band_height(int height);
@@ -25,4 +25,4 @@ void draw_counter(uint8_t* luma, int width, int height, int stride, uint32_t cou
 /// Reads the counter of a luma plane; nothing when the marks or the check bits do not fit.
 std::optional<uint32_t> read_counter(const uint8_t* luma, int width, int height, int stride);
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -8,7 +8,7 @@
 #include "virtcam/model/usb.h"
 #include "virtcam/model/uvc_controls.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {
@@ -332,4 +332,4 @@ std::string describe(const Setup& setup, std::span<const uint8_t> data) {
     }
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-namespace virtcam {
+namespace virtcam::model {
 
 struct Setup;
 
@@ -14,4 +14,4 @@ struct Setup;
 /// came back. Never fails: what is not known is shown as numbers.
 std::string describe(const Setup& setup, std::span<const uint8_t> data);
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -7,7 +7,7 @@
 #include "virtcam/model/usb.h"
 #include "virtcam/model/video_formats.h"
 
-namespace virtcam::descriptors {
+namespace virtcam::model::descriptors {
 namespace {
 
 constexpr uint8_t kDevice = 1;
@@ -385,4 +385,4 @@ bool has_endpoint(Personality personality, uint8_t address) {
     return address == usb::kEndpointVideo || address == usb::kEndpointAudio;
 }
 
-}  // namespace virtcam::descriptors
+}  // namespace virtcam::model::descriptors

@@ -6,7 +6,7 @@
 
 #include "virtcam/model/bytes.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// What the device is on the bus at the moment.
 enum class Personality {
@@ -33,4 +33,4 @@ bool has_alternate(Personality personality, uint8_t number, uint8_t alternate);
 bool has_endpoint(Personality personality, uint8_t address);
 
 }  // namespace descriptors
-}  // namespace virtcam
+}  // namespace virtcam::model

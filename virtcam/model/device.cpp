@@ -5,7 +5,7 @@
 
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr FirmwareVersion kBootCodeVersion{0x00, 0x00, 0x01, 0x00, 0x00, 0x00};
@@ -159,4 +159,4 @@ bool Device::detects_faces() const {
     return settings_.face_tracking || (settings_.stream.options & kOptionFaceDetection) != 0;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

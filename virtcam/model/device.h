@@ -20,7 +20,7 @@
 #include "virtcam/model/stream_producer.h"
 #include "virtcam/model/uvc_controls.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Not thread-safe; the camera's state lock protects it.
 class Device {
@@ -103,4 +103,4 @@ class Device {
     std::optional<TimePoint> idle_due_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

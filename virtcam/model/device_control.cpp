@@ -5,7 +5,7 @@
 #include "virtcam/model/device.h"
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr uint16_t kFaceReplyLength = 81;  // count and room for ten rectangles
@@ -305,4 +305,4 @@ Bytes Device::face_list() {
     return list;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -5,7 +5,7 @@
 #include "virtcam/model/device.h"
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 using nlohmann::json;
@@ -97,4 +97,4 @@ void Device::report(json& status) const {
                        {"interval", stream_.interval}};
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

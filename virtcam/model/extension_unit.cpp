@@ -4,7 +4,7 @@
 
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 using Outcome = ExtensionUnit::Outcome;
@@ -315,4 +315,4 @@ bool ExtensionUnit::self_test() {
     return true;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

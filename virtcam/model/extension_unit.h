@@ -10,7 +10,7 @@
 #include "virtcam/model/firmware.h"
 #include "virtcam/model/settings.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Things that a command asks for once; whoever acts on one clears it.
 struct StreamRequests {
@@ -70,4 +70,4 @@ class ExtensionUnit {
     Reply16 mmp_reply_{};
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

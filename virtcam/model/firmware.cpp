@@ -5,7 +5,7 @@
 #include <numeric>
 #include <utility>
 
-namespace virtcam {
+namespace virtcam::model {
 
 FirmwareVersion image_version(ByteView image) {
     FirmwareVersion version{0x00, 0x01, 0x00, 0x45, 0x02, 0x03};
@@ -92,4 +92,4 @@ bool Firmware::commit() {
     return true;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -7,7 +7,7 @@
 
 #include "virtcam/model/bytes.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 using FirmwareVersion = std::array<uint8_t, 6>;
 
@@ -60,4 +60,4 @@ class Firmware {
     std::optional<Bytes> flash_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

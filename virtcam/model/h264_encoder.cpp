@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr std::array<uint8_t, 4> kStartCode{0, 0, 0, 1};
@@ -243,4 +243,4 @@ Bytes H264Encoder::encode(const Picture& picture, bool key) {
     return normalise_access_unit(annex_b);
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

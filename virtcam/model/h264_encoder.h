@@ -8,7 +8,7 @@
 #include "virtcam/model/picture.h"
 #include "virtcam/model/settings.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Brings an access unit in Annex B form into the camera's shape:
 ///   key frame: SPS, PPS of 8 bytes with its start code, one IDR slice (NAL header 0x65);
@@ -43,4 +43,4 @@ class H264Encoder {
     std::unique_ptr<Handle> handle_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

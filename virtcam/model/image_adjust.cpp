@@ -6,7 +6,7 @@
 #include <numbers>
 #include <numeric>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr uint8_t kNegative = 1;  // image effects
@@ -114,4 +114,4 @@ void ImageAdjust::sharpen(Picture& picture) const {
     }
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -9,7 +9,7 @@
 #include "virtcam/model/settings.h"
 #include "virtcam/model/uvc_controls.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 class ImageAdjust {
   public:
@@ -33,4 +33,4 @@ class ImageAdjust {
     int sharpness_ = 0;  ///< in 1/16: above 0 sharpens, below 0 softens
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

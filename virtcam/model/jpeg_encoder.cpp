@@ -5,7 +5,7 @@
 #include <array>
 #include <stdexcept>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 // The last step fits any picture that the camera makes into any limit that it sets.
@@ -51,4 +51,4 @@ Bytes JpegEncoder::encode(const Picture& picture, size_t limit) {
     return {handle_->buffer, handle_->buffer + handle_->size};
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -6,7 +6,7 @@
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/picture.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 class JpegEncoder {
   public:
@@ -22,4 +22,4 @@ class JpegEncoder {
     std::unique_ptr<Handle> handle_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -6,7 +6,7 @@
 
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr uint8_t kMuteControl = 1;
@@ -119,4 +119,4 @@ Bytes Microphone::packet(size_t room) {
     return bytes;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -6,7 +6,7 @@
 
 #include "virtcam/model/bytes.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 class Microphone {
   public:
@@ -46,4 +46,4 @@ class Microphone {
     uint64_t frames_ = 0;  ///< stereo frames since restart()
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

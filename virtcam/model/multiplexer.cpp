@@ -1,6 +1,6 @@
 #include "virtcam/model/multiplexer.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr uint16_t kVersion = 1;
@@ -48,4 +48,4 @@ void append_sub_stream(Bytes& frame, const SubStreamHeader& header, ByteView dat
     frame.insert(frame.end(), room - data.size(), kPadding);
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

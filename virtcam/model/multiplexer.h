@@ -7,7 +7,7 @@
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/video_formats.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Format ID of a sub-stream.
 enum class StreamId : uint16_t {
@@ -37,4 +37,4 @@ inline constexpr size_t kSubStreamHeaderLength = 32;
 /// host that must zero it can be seen to do so.
 void append_sub_stream(Bytes& frame, const SubStreamHeader& header, ByteView data);
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -7,7 +7,7 @@
 
 #include "virtcam/model/counter_code.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr int kGlyphWidth = 5;
@@ -81,4 +81,4 @@ void draw_overlay(Picture& picture, uint32_t counter, bool luma_only) {
     }
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

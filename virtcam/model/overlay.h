@@ -5,9 +5,9 @@
 
 #include "virtcam/model/picture.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Draws both. Chroma under them becomes neutral unless `luma_only`.
 void draw_overlay(Picture& picture, uint32_t counter, bool luma_only);
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 // bmHeaderInfo (UVC 1.00, 2.4.3.3).
@@ -59,4 +59,4 @@ std::optional<Bytes> PayloadQueue::take(size_t room) {
     return payload;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

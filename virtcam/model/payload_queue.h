@@ -7,7 +7,7 @@
 
 #include "virtcam/model/bytes.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Holds at most one frame: what the host does not take in time is not stored up.
 class PayloadQueue {
@@ -35,4 +35,4 @@ class PayloadQueue {
     bool frame_id_ = true;  // toggled by each put()
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

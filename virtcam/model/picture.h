@@ -7,7 +7,7 @@
 
 #include "virtcam/model/video_formats.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// I420 picture without row padding. Width and height are even.
 struct Picture {
@@ -58,4 +58,4 @@ class PictureSource {
     virtual Region base_view() const = 0;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 Personality start_personality(const CameraConfig& config) {
@@ -95,4 +95,4 @@ void Presence::cancel_restart() {
     arrives_.reset();
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -8,7 +8,7 @@
 #include "virtcam/model/camera.h"
 #include "virtcam/model/descriptors.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Times come in through advance() only. Not thread-safe; the camera's state lock protects it.
 class Presence {
@@ -53,4 +53,4 @@ class Presence {
     std::optional<TimePoint> arrives_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -4,7 +4,7 @@
 
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr uint16_t kHintFixedInterval = 1;
@@ -118,4 +118,4 @@ Bytes ProbeCommit::block(const StreamParameters& parameters) const {
     return bytes;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

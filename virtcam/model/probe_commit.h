@@ -7,7 +7,7 @@
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/video_formats.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 inline constexpr uint16_t kProbeLength = 26;
 inline constexpr uint8_t kProbeSelector = 1;
@@ -50,4 +50,4 @@ class ProbeCommit {
     StreamParameters committed_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

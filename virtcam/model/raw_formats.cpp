@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 Bytes pack_semi_planar(const Picture& picture, const std::vector<uint8_t>& first,
@@ -47,4 +47,4 @@ Bytes pack_gray(const Picture& picture) {
     return picture.y;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

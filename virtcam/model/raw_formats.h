@@ -4,7 +4,7 @@
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/picture.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Y0 U Y1 V, 16 bits a pixel; chroma rows are used for two picture rows each.
 Bytes pack_yuy2(const Picture& picture);
@@ -15,4 +15,4 @@ Bytes pack_nv21(const Picture& picture);
 /// Luma plane alone.
 Bytes pack_gray(const Picture& picture);
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -7,7 +7,7 @@
 #include <numbers>
 #include <random>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 // The canvas is the sensor with an eighth of it as margin on each side, for pan and tilt.
@@ -231,4 +231,4 @@ void Scene::add_noise(uint64_t tick) {
     }
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -6,7 +6,7 @@
 
 #include "virtcam/model/picture.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Coordinates in which crop windows and the face list are given.
 inline constexpr int kSensorWidth = 1280;
@@ -46,4 +46,4 @@ class Scene final : public PictureSource {
     uint32_t seed_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -6,7 +6,7 @@
 #include <map>
 #include <optional>
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Bits of the video option word.
 enum OptionBit : uint32_t {
@@ -59,4 +59,4 @@ struct Settings {
     std::map<uint16_t, uint8_t> audio_registers;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

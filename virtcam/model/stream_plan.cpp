@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr uint8_t bit(StreamId id) {
@@ -109,4 +109,4 @@ uint32_t stream_rate(const StreamSettings& settings, StreamId id) {
     }
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -8,7 +8,7 @@
 #include "virtcam/model/settings.h"
 #include "virtcam/model/video_formats.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Sub-streams in the order in which a frame carries them.
 inline constexpr std::array<StreamId, 7> kStreamOrder{
@@ -35,4 +35,4 @@ FrameSize stream_size(const StreamSettings& settings, StreamId id, FrameSize mai
 /// Pictures per second of a sub-stream, 1 to kClockRate.
 uint32_t stream_rate(const StreamSettings& settings, StreamId id);
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -5,7 +5,7 @@
 #include "virtcam/model/scene.h"
 #include "virtcam/model/y4m_source.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 // Leaves room for the largest key frame and the raw pictures in a frame of 2 MiB.
@@ -202,4 +202,4 @@ const Picture& StreamProducer::render(const PictureJob& job, StreamId id, FrameS
     return picture_;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

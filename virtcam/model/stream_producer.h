@@ -19,7 +19,7 @@
 #include "virtcam/model/uvc_controls.h"
 #include "virtcam/model/view.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// Everything that one frame depends on, copied out of the device when the frame is due.
 struct PictureJob {
@@ -95,4 +95,4 @@ class StreamProducer {
     uint64_t tick_ = 0;  ///< clock periods since the commit
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-namespace virtcam::usb {
+namespace virtcam::model::usb {
 
 // bmRequestType (USB 2.0, table 9-2), direction bit removed.
 inline constexpr uint8_t kDirectionIn = 0x80;
@@ -105,4 +105,4 @@ inline constexpr bool is_extension_result(uint8_t selector) {
     return selector == kIspResult || selector == kAuxResult || selector == kMmpResult;
 }
 
-}  // namespace virtcam::usb
+}  // namespace virtcam::model::usb

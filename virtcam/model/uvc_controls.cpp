@@ -4,7 +4,7 @@
 
 #include "virtcam/model/usb.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr uint8_t kCt = usb::kEntityCameraTerminal;
@@ -122,4 +122,4 @@ std::optional<Bytes> UvcControls::get(uint8_t request, uint8_t entity, uint8_t s
     return answer;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

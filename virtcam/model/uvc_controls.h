@@ -10,7 +10,7 @@
 
 #include "virtcam/model/bytes.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 enum class Control : uint8_t {
     kPan,
@@ -68,4 +68,4 @@ class UvcControls {
     std::array<int32_t, static_cast<size_t>(Control::kCount)> values_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr std::array<FrameSize, 1> kVga{{{640, 480}}};
@@ -41,4 +41,4 @@ uint32_t max_frame_bytes(const VideoFormat& format, FrameSize size) {
     return kMaxMultiplexedFrame;
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

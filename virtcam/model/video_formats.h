@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-namespace virtcam {
+namespace virtcam::model {
 
 struct FrameSize {
     uint16_t width = 0;
@@ -31,4 +31,4 @@ std::span<const VideoFormat> video_formats();
 /// dwMaxVideoFrameSize of one frame of a format, in bytes.
 uint32_t max_frame_bytes(const VideoFormat& format, FrameSize size);
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -5,7 +5,7 @@
 
 #include "virtcam/model/scene.h"
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr double kFullTurn = 36000.0;  // largest pan and tilt, 1/3600 degree
@@ -95,4 +95,4 @@ void Resampler::run(const Picture& source, const Region& region, Orientation ori
                    orientation, columns_, target.v.data(), width, height);
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

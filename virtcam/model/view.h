@@ -9,7 +9,7 @@
 #include "virtcam/model/settings.h"
 #include "virtcam/model/uvc_controls.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 /// A crop window's size in sensor pixels; its origin comes from the host.
 inline constexpr int kCropWidth = 640;
@@ -38,4 +38,4 @@ class Resampler {
     std::vector<int> columns_;
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -4,7 +4,7 @@
 #include <sstream>
 #include <stdexcept>
 
-namespace virtcam {
+namespace virtcam::model {
 namespace {
 
 constexpr size_t kMaxLine = 256;
@@ -114,4 +114,4 @@ bool Y4mSource::read_picture() {
            read_plane(file_, picture_.u) && read_plane(file_, picture_.v);
 }
 
-}  // namespace virtcam
+}  // namespace virtcam::model

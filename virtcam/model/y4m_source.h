@@ -6,7 +6,7 @@
 
 #include "virtcam/model/picture.h"
 
-namespace virtcam {
+namespace virtcam::model {
 
 class Y4mSource final : public PictureSource {
   public:
@@ -28,4 +28,4 @@ class Y4mSource final : public PictureSource {
     uint64_t next_tick_ = 0;  ///< tick of the picture that the file stands at
 };
 
-}  // namespace virtcam
+}  // namespace virtcam::model

@@ -16,8 +16,8 @@
 
 namespace {
 
-using virtusbip::SocketAddress;
-using virtusbip::UniqueFd;
+using virtcam::usbip::SocketAddress;
+using virtcam::usbip::UniqueFd;
 
 constexpr char kDefaultAddress[] = "127.0.0.1:3240";
 
@@ -44,7 +44,7 @@ UniqueFd stop_signals() {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     UniqueFd fd(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!fd) {
-        virtusbip::throw_errno("signalfd");
+        virtcam::usbip::throw_errno("signalfd");
     }
     return fd;
 }
@@ -58,10 +58,10 @@ nlohmann::json read_json(const std::string& path) {
     return content;
 }
 
-usbsim::Config configuration(const Options& options) {
-    usbsim::Config config = usbsim::Config::from_file(options.config);
+virtcam::bus::Config configuration(const Options& options) {
+    virtcam::bus::Config config = virtcam::bus::Config::from_file(options.config);
     if (options.runtime) {
-        config.camera.identity = virtcam::CameraConfig::Identity::kRunTime;
+        config.camera.identity = virtcam::model::CameraConfig::Identity::kRunTime;
     }
     if (!options.source.empty()) {
         config.camera.source = options.source;
@@ -76,7 +76,7 @@ usbsim::Config configuration(const Options& options) {
     return config;
 }
 
-void announce(const virtusbip::Server& server, const Options& options) {
+void announce(const virtcam::usbip::Server& server, const Options& options) {
     if (options.usbip) {
         std::printf("serving the camera as 1-1 at port %u\n", unsigned{server.port()});
     }
@@ -91,8 +91,8 @@ void announce(const virtusbip::Server& server, const Options& options) {
 
 void serve(const Options& options) {
     const UniqueFd stop = stop_signals();
-    virtusbip::Bench bench(configuration(options));
-    virtusbip::ServerOptions how;
+    virtcam::usbip::Bench bench(configuration(options));
+    virtcam::usbip::ServerOptions how;
     if (options.usbip) {
         how.listen = SocketAddress::parse(options.listen);
     }
@@ -102,7 +102,7 @@ void serve(const Options& options) {
     if (!options.commands.empty()) {
         how.commands = SocketAddress::parse(options.commands);
     }
-    virtusbip::Server server(bench, std::move(how));
+    virtcam::usbip::Server server(bench, std::move(how));
     announce(server, options);
     server.run(stop.get());
     if (!options.status.empty()) {
@@ -116,8 +116,8 @@ void serve(const Options& options) {
 
 void attach(const Options& options) {
     const UniqueFd stop = stop_signals();
-    virtusbip::Importer importer(SocketAddress::parse(options.server),
-                                 virtusbip::VhciPort(options.port));
+    virtcam::usbip::Importer importer(SocketAddress::parse(options.server),
+                                      virtcam::usbip::VhciPort(options.port));
     importer.run(stop.get());
 }
 

@@ -3,13 +3,13 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
-using virtcam::Camera;
-using virtcam::Clock;
-using virtcam::TimePoint;
+using model::Camera;
+using model::Clock;
+using model::TimePoint;
 
-Bench::Bench(const usbsim::Config& config) : picture_ticker_([this] { return make_pictures(); }) {
+Bench::Bench(const bus::Config& config) : picture_ticker_([this] { return make_pictures(); }) {
     reset(config);
     picture_ticker_.start();
 }
@@ -18,8 +18,8 @@ Bench::~Bench() {
     picture_ticker_.stop();
 }
 
-void Bench::reset(const usbsim::Config& config) {
-    virtfaults::RuleSet rules;
+void Bench::reset(const bus::Config& config) {
+    faults::RuleSet rules;
     rules.add(config.rules);
     auto camera = std::make_shared<Camera>(config.camera);
     if (!config.present) {
@@ -46,13 +46,13 @@ uint64_t Bench::presence() const {
     return camera_->attached() ? generation_ << kGenerationShift | camera_->attachment() : 0;
 }
 
-void Bench::run(virtfaults::DeviceAction action) {
-    virtfaults::perform(action, *camera_);
+void Bench::run(faults::DeviceAction action) {
+    faults::perform(action, *camera_);
 }
 
 TimePoint Bench::run_due(TimePoint now) {
     const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - started_);
-    for (const virtfaults::DeviceAction action : rules_.take_due(elapsed)) {
+    for (const faults::DeviceAction action : rules_.take_due(elapsed)) {
         run(action);
     }
     const auto next = rules_.next_due();
@@ -74,4 +74,4 @@ TimePoint Bench::make_pictures() {
     return next;
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -12,31 +12,31 @@
 #include "virtcam/model/camera.h"
 #include "virtcam/usbip/descriptor_io.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 /// All functions on the thread of the poll loop. The picture thread touches the camera only.
 class Bench {
   public:
     /// Throws std::invalid_argument when a rule is malformed.
-    explicit Bench(const usbsim::Config& config);
+    explicit Bench(const bus::Config& config);
     ~Bench();
     Bench(const Bench&) = delete;
     Bench& operator=(const Bench&) = delete;
 
     /// Replaces the camera by a new one and the rules by `config`'s.
     /// Throws like the constructor, and then nothing has changed.
-    void reset(const usbsim::Config& config);
+    void reset(const bus::Config& config);
 
-    virtcam::Camera& camera() { return *camera_; }
-    virtfaults::RuleSet& rules() { return rules_; }
+    model::Camera& camera() { return *camera_; }
+    faults::RuleSet& rules() { return rules_; }
     bool iso_paced() const { return iso_paced_; }
 
     /// Names one attachment of one camera; 0 while none is on the bus.
     uint64_t presence() const;
 
-    void run(virtfaults::DeviceAction action);
+    void run(faults::DeviceAction action);
     /// Does what timed rules ask for. Returns when the next one is due.
-    virtcam::TimePoint run_due(virtcam::TimePoint now);
+    model::TimePoint run_due(model::TimePoint now);
 
     /// Raised when the camera has come, gone, or has made a picture.
     const WakeUp& news() const { return news_; }
@@ -44,17 +44,17 @@ class Bench {
     nlohmann::json status() const;
 
   private:
-    std::shared_ptr<virtcam::Camera> current() const;
-    virtcam::TimePoint make_pictures();
+    std::shared_ptr<model::Camera> current() const;
+    model::TimePoint make_pictures();
 
     WakeUp news_;
     mutable std::mutex mutex_;  // protects the pointer, not the camera
-    std::shared_ptr<virtcam::Camera> camera_;
+    std::shared_ptr<model::Camera> camera_;
     uint64_t generation_ = 0;  ///< cameras in service so far
-    virtfaults::RuleSet rules_;
+    faults::RuleSet rules_;
     bool iso_paced_ = true;
-    virtcam::TimePoint started_;
-    usbsim::Ticker picture_ticker_;
+    model::TimePoint started_;
+    bus::Ticker picture_ticker_;
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

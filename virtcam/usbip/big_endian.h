@@ -6,10 +6,10 @@
 
 #include "virtcam/model/bytes.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
-using virtcam::Bytes;
-using virtcam::ByteView;
+using model::Bytes;
+using model::ByteView;
 
 /// The caller has checked that `width` (1 to 4) bytes lie at `at`.
 inline uint32_t load_be(ByteView bytes, size_t at, size_t width) {
@@ -35,4 +35,4 @@ inline void append_be32(Bytes& bytes, uint32_t value) {
     append_be(bytes, 4, value);
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 using nlohmann::json;
@@ -28,13 +28,13 @@ std::string execute(std::string_view name, std::string_view rest, Bench& bench, 
         return json(bench.rules().strike_counts()).dump();
     }
     if (name == "plug") {
-        bench.run(virtfaults::DeviceAction::kPlug);
+        bench.run(faults::DeviceAction::kPlug);
     } else if (name == "unplug") {
-        bench.run(virtfaults::DeviceAction::kUnplug);
+        bench.run(faults::DeviceAction::kUnplug);
     } else if (name == "power-cycle") {
-        bench.run(virtfaults::DeviceAction::kPowerCycle);
+        bench.run(faults::DeviceAction::kPowerCycle);
     } else if (name == "reset") {
-        bench.reset(usbsim::Config::from_json(rest.empty() ? json() : json::parse(rest)));
+        bench.reset(bus::Config::from_json(rest.empty() ? json() : json::parse(rest)));
     } else if (name == "fault") {
         bench.rules().add(json::parse(rest));
     } else if (name == "no-faults") {
@@ -64,4 +64,4 @@ std::string run_command(std::string_view line, Bench& bench, LinkControl& link) 
     }
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -7,7 +7,7 @@
 
 #include "virtcam/usbip/bench.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 /// What commands do to the connection with the host rather than to the camera.
 class LinkControl {
@@ -25,4 +25,4 @@ class LinkControl {
 /// JSON, or "error: " and a sentence. Never throws for what the line says.
 std::string run_command(std::string_view line, Bench& bench, LinkControl& link);
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 bool would_block() {
@@ -68,4 +68,4 @@ bool SendBuffer::flush(int fd) {
     return true;
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -4,7 +4,7 @@
 #include "virtcam/usbip/big_endian.h"
 #include "virtcam/usbip/unique_fd.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 [[noreturn]] void throw_errno(const char* what);
 
@@ -38,4 +38,4 @@ class SendBuffer {
     size_t sent_ = 0;
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -7,7 +7,7 @@
 
 #include "virtcam/usbip/pdu_reader.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 constexpr uint16_t kVersion = 0x0111;
@@ -52,7 +52,7 @@ Bytes interface_records(ByteView configuration) {
     return records;
 }
 
-void append_device_record(const virtcam::Camera& camera, Bytes& wire) {
+void append_device_record(const model::Camera& camera, Bytes& wire) {
     const Bytes device = camera.device_descriptor();
     const Bytes configuration = camera.configuration_descriptor();
     const size_t interfaces = interface_records(configuration).size() / 4;
@@ -61,14 +61,14 @@ void append_device_record(const virtcam::Camera& camera, Bytes& wire) {
     append_be32(wire, kBusNumber);
     append_be32(wire, kDeviceNumber);
     append_be32(wire, kHighSpeed);
-    append_be(wire, 2, virtcam::load_u16(device, 8));   // idVendor
-    append_be(wire, 2, virtcam::load_u16(device, 10));  // idProduct
-    append_be(wire, 2, virtcam::load_u16(device, 12));  // bcdDevice
-    append_be(wire, 1, device[4]);                      // bDeviceClass
-    append_be(wire, 1, device[5]);                      // bDeviceSubClass
-    append_be(wire, 1, device[6]);                      // bDeviceProtocol
-    append_be(wire, 1, configuration[5]);               // bConfigurationValue
-    append_be(wire, 1, device[17]);                     // bNumConfigurations
+    append_be(wire, 2, model::load_u16(device, 8));   // idVendor
+    append_be(wire, 2, model::load_u16(device, 10));  // idProduct
+    append_be(wire, 2, model::load_u16(device, 12));  // bcdDevice
+    append_be(wire, 1, device[4]);                    // bDeviceClass
+    append_be(wire, 1, device[5]);                    // bDeviceSubClass
+    append_be(wire, 1, device[6]);                    // bDeviceProtocol
+    append_be(wire, 1, configuration[5]);             // bConfigurationValue
+    append_be(wire, 1, device[17]);                   // bNumConfigurations
     append_be(wire, 1, static_cast<uint32_t>(interfaces));
 }
 
@@ -99,7 +99,7 @@ std::optional<OpRequest> take_request(Bytes& received) {
     return request;
 }
 
-Bytes device_list_reply(const virtcam::Camera& camera) {
+Bytes device_list_reply(const model::Camera& camera) {
     Bytes wire;
     const bool attached = camera.attached();
     append_op_header(kReplyDeviceList, 0, wire);
@@ -112,7 +112,7 @@ Bytes device_list_reply(const virtcam::Camera& camera) {
     return wire;
 }
 
-Bytes import_reply(const virtcam::Camera& camera, ImportStatus status) {
+Bytes import_reply(const model::Camera& camera, ImportStatus status) {
     Bytes wire;
     append_op_header(kReplyImport, static_cast<uint32_t>(status), wire);
     if (status == ImportStatus::kOk) {
@@ -136,4 +136,4 @@ uint32_t import_reply_status(ByteView header) {
     return load_be32(header, 4);
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

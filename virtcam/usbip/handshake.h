@@ -7,7 +7,7 @@
 #include "virtcam/model/camera.h"
 #include "virtcam/usbip/big_endian.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 inline constexpr uint32_t kBusNumber = 1;
 inline constexpr uint32_t kDeviceNumber = 2;
@@ -31,8 +31,8 @@ struct OpRequest {
 std::optional<OpRequest> take_request(Bytes& received);
 
 /// A camera that is off the bus gives an empty list.
-Bytes device_list_reply(const virtcam::Camera& camera);
-Bytes import_reply(const virtcam::Camera& camera, ImportStatus status);
+Bytes device_list_reply(const model::Camera& camera);
+Bytes import_reply(const model::Camera& camera, ImportStatus status);
 
 /// Importer's side: the request for the camera, and the size of the answer's fixed beginning.
 Bytes import_request();
@@ -40,4 +40,4 @@ inline constexpr size_t kOpHeaderBytes = 8;
 /// Status in the beginning of an import reply. Throws ProtocolError when it is none.
 uint32_t import_reply_status(ByteView header);
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -7,7 +7,7 @@
 
 #include "virtcam/usbip/handshake.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 constexpr int kRetryMilliseconds = 50;
@@ -67,4 +67,4 @@ bool Importer::hand_over(int socket, int stop_fd) const {
     return true;
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

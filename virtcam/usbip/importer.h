@@ -5,7 +5,7 @@
 #include "virtcam/usbip/socket_address.h"
 #include "virtcam/usbip/vhci_port.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 class Importer {
   public:
@@ -26,4 +26,4 @@ class Importer {
     VhciPort port_;
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -5,7 +5,7 @@
 
 #include "virtcam/model/camera.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 /// The kernel's virtual host controller schedules nothing, so the device keeps the time. Being
 /// late now and then must not slow the stream down: the next request is due by the clock, not by
@@ -13,7 +13,7 @@ namespace virtusbip {
 class IsoClock {
   public:
     /// When a request of `packets` packets, next in line at `now`, is to be answered.
-    virtcam::TimePoint due(size_t packets, virtcam::TimePoint now) {
+    model::TimePoint due(size_t packets, model::TimePoint now) {
         if (now - at_ > kPause) {
             at_ = now;
         }
@@ -23,7 +23,7 @@ class IsoClock {
 
   private:
     static constexpr std::chrono::milliseconds kPause{200};
-    virtcam::TimePoint at_{};
+    model::TimePoint at_{};
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

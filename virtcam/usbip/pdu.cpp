@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 constexpr uint32_t kRetSubmit = 3;
@@ -77,4 +77,4 @@ void append_reply(const Unlink& unlink, int status, Bytes& wire) {
     wire.insert(wire.end(), 24, 0);
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -10,7 +10,7 @@
 
 #include "virtcam/usbip/big_endian.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 inline constexpr size_t kHeaderBytes = 48;
 inline constexpr size_t kIsoDescriptorBytes = 16;
@@ -64,4 +64,4 @@ void append_reply(const Submit& submit, const Result& result, uint32_t frame_num
 /// Appends RET_UNLINK.
 void append_reply(const Unlink& unlink, int status, Bytes& wire);
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 constexpr uint32_t kCmdSubmit = 1;
@@ -96,4 +96,4 @@ void PduReader::consume(size_t size) {
     }
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

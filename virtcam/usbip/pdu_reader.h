@@ -6,7 +6,7 @@
 
 #include "virtcam/usbip/pdu.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 /// The peer broke the protocol; the connection cannot be continued.
 class ProtocolError : public std::runtime_error {
@@ -37,4 +37,4 @@ class PduReader {
     size_t read_ = 0;  ///< bytes at the front of the buffer that are done with
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

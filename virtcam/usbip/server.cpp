@@ -10,12 +10,12 @@
 
 #include "virtcam/usbip/handshake.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
+using model::Clock;
+using model::TimePoint;
 using std::chrono::milliseconds;
-using virtcam::Clock;
-using virtcam::TimePoint;
 
 constexpr size_t kMostPeers = 16;
 constexpr size_t kMostLineBytes = 1 << 20;
@@ -57,7 +57,7 @@ void Server::run(int stop_fd) {
 void Server::adopt(UniqueFd socket) {
     send_at_once(socket.get());
     UrbStream urbs({bench_.camera(), bench_.rules(),
-                    [this](virtfaults::DeviceAction action) { bench_.run(action); },
+                    [this](faults::DeviceAction action) { bench_.run(action); },
                     bench_.iso_paced()});
     link_.emplace(Link{std::move(socket), bench_.presence(), {}, {}, std::move(urbs), {}});
 }
@@ -296,4 +296,4 @@ void Server::answer_lines(Peer& peer) {
     }
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

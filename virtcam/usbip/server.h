@@ -16,7 +16,7 @@
 #include "virtcam/usbip/urb_stream.h"
 #include "virtcam/usbip/vhci_port.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 struct ServerOptions {
     std::optional<SocketAddress> listen;    ///< for hosts
@@ -60,22 +60,22 @@ class Server : private LinkControl {
         PduReader reader;
         SendBuffer out;
         UrbStream urbs;
-        std::optional<virtcam::TimePoint> frozen_until;
+        std::optional<model::TimePoint> frozen_until;
     };
 
     void mute() override;
     void answer_before_unlink() override;
     void freeze(std::chrono::milliseconds time) override;
 
-    virtcam::TimePoint work(virtcam::TimePoint now);
-    virtcam::TimePoint serve_link(virtcam::TimePoint now);
-    virtcam::TimePoint offer_to_kernel(virtcam::TimePoint now);
+    model::TimePoint work(model::TimePoint now);
+    model::TimePoint serve_link(model::TimePoint now);
+    model::TimePoint offer_to_kernel(model::TimePoint now);
     void close_link(const char* why);
     void read_link();
     void take_commands(ByteView received);
     short link_events() const;
 
-    void wait(int stop_fd, virtcam::TimePoint until);
+    void wait(int stop_fd, model::TimePoint until);
     void accept_peer(int listener, bool sends_commands);
     bool advance_peer(Peer& peer, short events);
     bool answer_peer(Peer& peer);
@@ -92,4 +92,4 @@ class Server : private LinkControl {
     bool stop_ = false;
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

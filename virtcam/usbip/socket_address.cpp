@@ -11,7 +11,7 @@
 #include <memory>
 #include <stdexcept>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
@@ -92,4 +92,4 @@ void send_at_once(int fd) {
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -6,7 +6,7 @@
 
 #include "virtcam/usbip/unique_fd.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 struct SocketAddress {
     std::string host;
@@ -25,4 +25,4 @@ UniqueFd connect_to(const SocketAddress& address);
 /// Switches the collecting of small messages off; no effect on sockets that are not TCP.
 void send_at_once(int fd);
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
-using virtfaults::Status;
+using faults::Status;
 
-void change_packet(const virtfaults::PacketChange& change, const Submit& submit, Result& result) {
+void change_packet(const faults::PacketChange& change, const Submit& submit, Result& result) {
     if (change.index >= result.packets.size() || change.index >= submit.packets.size()) {
         return;
     }
@@ -23,7 +23,7 @@ void change_packet(const virtfaults::PacketChange& change, const Submit& submit,
     }
 }
 
-void corrupt(const virtfaults::Corruption& change, Bytes& data) {
+void corrupt(const faults::Corruption& change, Bytes& data) {
     if (change.offset < data.size()) {
         data[change.offset] ^= change.mask;
     }
@@ -66,7 +66,7 @@ int to_errno(int libusb_code) {
     }
 }
 
-void apply(const virtfaults::Action& action, const Submit& submit, Result& result) {
+void apply(const faults::Action& action, const Submit& submit, Result& result) {
     if (action.result) {
         result.status = to_errno(*action.result);
     }
@@ -97,4 +97,4 @@ void apply(const virtfaults::Action& action, const Submit& submit, Result& resul
     }
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

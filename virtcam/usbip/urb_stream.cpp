@@ -8,12 +8,12 @@
 #include "virtcam/usbip/pdu_reader.h"
 #include "virtcam/usbip/urb_faults.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
-using virtcam::Setup;
-using virtcam::TimePoint;
-using virtfaults::TransferKind;
+using faults::TransferKind;
+using model::Setup;
+using model::TimePoint;
 
 uint8_t queue_of(const Submit& submit) {
     return submit.is_control() ? 0 : submit.endpoint;
@@ -21,8 +21,8 @@ uint8_t queue_of(const Submit& submit) {
 
 Setup read_setup(const Submit& submit) {
     const ByteView bytes(submit.setup);
-    return {bytes[0], bytes[1], virtcam::load_u16(bytes, 2), virtcam::load_u16(bytes, 4),
-            virtcam::load_u16(bytes, 6)};
+    return {bytes[0], bytes[1], model::load_u16(bytes, 2), model::load_u16(bytes, 4),
+            model::load_u16(bytes, 6)};
 }
 
 TransferKind kind_of(const Submit& submit) {
@@ -75,7 +75,7 @@ void UrbStream::unlink(const Unlink& unlink, Bytes& wire) {
             return each.submit.seqnum == unlink.victim;
         });
         if (victim != requests.end() && answers_before_unlink_) {
-            append_reply(victim->submit, Result{}, frame_number(virtcam::Clock::now()), wire);
+            append_reply(victim->submit, Result{}, frame_number(model::Clock::now()), wire);
             requests.erase(victim);
             --waiting_;
             break;
@@ -151,8 +151,8 @@ void UrbStream::answer(Endpoint& endpoint, Bytes& wire) {
     run(request.afterwards);
 }
 
-void UrbStream::run(const std::vector<virtfaults::DeviceAction>& actions) {
-    for (const virtfaults::DeviceAction action : actions) {
+void UrbStream::run(const std::vector<faults::DeviceAction>& actions) {
+    for (const faults::DeviceAction action : actions) {
         device_.run(action);
     }
 }
@@ -174,7 +174,7 @@ std::optional<Result> UrbStream::ask_control(Request& request) {
     if (submit.is_iso() || !is_consistent(submit, setup)) {
         return ended(-EPIPE);
     }
-    const virtfaults::Action action = device_.rules.on_control(setup, submit.out);
+    const faults::Action action = device_.rules.on_control(setup, submit.out);
     run(action.device);
     if (!device_.camera.attached()) {
         return std::nullopt;  // the cable was pulled: the connection ends without an answer
@@ -182,11 +182,11 @@ std::optional<Result> UrbStream::ask_control(Request& request) {
     if (action.late) {
         request.due += *action.late;
     }
-    if (action.time_out == virtfaults::TimeOut::kWait) {
+    if (action.time_out == faults::TimeOut::kWait) {
         request.stuck = true;
         return std::nullopt;
     }
-    if (action.time_out == virtfaults::TimeOut::kNow) {
+    if (action.time_out == faults::TimeOut::kNow) {
         return ended(-ETIMEDOUT);
     }
     Result result;
@@ -194,7 +194,7 @@ std::optional<Result> UrbStream::ask_control(Request& request) {
     if (result.status != 0) {
         return ended(result.status);  // refused: the device does not see the request
     }
-    virtcam::ControlReply reply = device_.camera.control(setup, submit.out);
+    model::ControlReply reply = device_.camera.control(setup, submit.out);
     if (reply.stall) {
         return ended(-EPIPE);
     }
@@ -238,12 +238,12 @@ Result UrbStream::ask_iso(const Submit& submit) {
 void UrbStream::apply_transfer_rules(Request& request) {
     const Submit& submit = request.submit;
     const Bytes& data = submit.device_to_host() ? request.result->data : submit.out;
-    virtfaults::Action action = device_.rules.on_transfer(kind_of(submit), submit.endpoint, data);
+    faults::Action action = device_.rules.on_transfer(kind_of(submit), submit.endpoint, data);
     apply(action, submit, *request.result);
     if (action.late) {
         request.due += *action.late;
     }
-    request.stuck = action.time_out == virtfaults::TimeOut::kWait;
+    request.stuck = action.time_out == faults::TimeOut::kWait;
     if (request.stuck) {
         request.result.reset();
     }
@@ -256,4 +256,4 @@ uint32_t UrbStream::frame_number(TimePoint now) const {
     return static_cast<uint32_t>(elapsed.count()) % kFrameNumbers;
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -12,7 +12,7 @@
 #include "virtcam/usbip/iso_clock.h"
 #include "virtcam/usbip/pdu.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 /// Requests of one endpoint are answered in their order, those of different endpoints as they
 /// become due. Not thread-safe; nothing blocks.
@@ -22,10 +22,10 @@ class UrbStream {
     static constexpr size_t kMostUnsent = 8 << 20;  ///< bytes; more answers wait
 
     struct Device {
-        virtcam::Camera& camera;
-        virtfaults::RuleSet& rules;
+        model::Camera& camera;
+        faults::RuleSet& rules;
         /// Carries out a change of presence that a rule asks for.
-        std::function<void(virtfaults::DeviceAction)> run;
+        std::function<void(faults::DeviceAction)> run;
         bool iso_paced = true;
     };
 
@@ -37,7 +37,7 @@ class UrbStream {
     /// Gives a request up and says so in `wire`; one that is unknown counts as answered before.
     void unlink(const Unlink& unlink, Bytes& wire);
     /// Appends what is due to `wire`. Returns when there is more to do; news of the camera aside.
-    virtcam::TimePoint serve(virtcam::TimePoint now, Bytes& wire);
+    model::TimePoint serve(model::TimePoint now, Bytes& wire);
 
     /// From now on requests get no answer, until they are given up.
     void mute() { muted_ = true; }
@@ -51,32 +51,32 @@ class UrbStream {
         Submit submit;
         bool stuck = false;            ///< waits until it is given up
         std::optional<Result> result;  ///< the answer, which is sent at `due`
-        virtcam::TimePoint due{};
-        std::vector<virtfaults::DeviceAction> afterwards;
+        model::TimePoint due{};
+        std::vector<faults::DeviceAction> afterwards;
     };
     struct Endpoint {
         std::deque<Request> requests;
         IsoClock clock;
     };
 
-    bool advance(Endpoint& endpoint, virtcam::TimePoint now, virtcam::TimePoint& wake, Bytes& wire);
-    bool prepare(Endpoint& endpoint, virtcam::TimePoint now, virtcam::TimePoint& wake);
+    bool advance(Endpoint& endpoint, model::TimePoint now, model::TimePoint& wake, Bytes& wire);
+    bool prepare(Endpoint& endpoint, model::TimePoint now, model::TimePoint& wake);
     void answer(Endpoint& endpoint, Bytes& wire);
-    void run(const std::vector<virtfaults::DeviceAction>& actions);
+    void run(const std::vector<faults::DeviceAction>& actions);
     std::optional<Result> ask(Request& request);
     std::optional<Result> ask_control(Request& request);
     std::optional<Result> ask_bulk_in(const Submit& submit);
     Result ask_bulk_out(const Submit& submit);
     Result ask_iso(const Submit& submit);
     void apply_transfer_rules(Request& request);
-    uint32_t frame_number(virtcam::TimePoint now) const;
+    uint32_t frame_number(model::TimePoint now) const;
 
     Device device_;
     std::map<uint8_t, Endpoint> endpoints_;  ///< by address; control under 0
     size_t waiting_ = 0;
     bool muted_ = false;
     bool answers_before_unlink_ = false;
-    virtcam::TimePoint started_ = virtcam::Clock::now();
+    model::TimePoint started_ = model::Clock::now();
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

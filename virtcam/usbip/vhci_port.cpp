@@ -8,7 +8,7 @@
 #include "virtcam/usbip/handshake.h"
 #include "virtcam/usbip/unique_fd.h"
 
-namespace virtusbip {
+namespace virtcam::usbip {
 namespace {
 
 /// Writes all of `text` in one call, as sysfs wants it. Returns 0 or errno.
@@ -39,4 +39,4 @@ void VhciPort::detach() const {
         write_attribute(folder_ + "/detach", std::to_string(number_));
 }
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-namespace virtusbip {
+namespace virtcam::usbip {
 
 class VhciPort {
   public:
@@ -26,4 +26,4 @@ class VhciPort {
     std::string folder_;
 };
 
-}  // namespace virtusbip
+}  // namespace virtcam::usbip
