@@ -1,8 +1,8 @@
 #include <exception>
 #include <iostream>
 
-#include "host/commands.h"
-#include "host/virtual_camera.h"
+#include "host/commands/commands.h"
+#include "host/commands/virtual_camera.h"
 
 namespace camhost {
 namespace {

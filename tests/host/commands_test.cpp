@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "host/jpeg_decoder.h"
+#include "host/pictures/jpeg_decoder.h"
 #include "tests/host/subprocess.h"
 #include "tests/host/temporary_folder.h"
 

@@ -1,10 +1,10 @@
-#include "host/statistics.h"
+#include "host/streams/statistics.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
-#include "host/record_queue.h"
+#include "host/streams/record_queue.h"
 
 namespace camhost {
 namespace {

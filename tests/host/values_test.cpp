@@ -3,14 +3,14 @@
 
 #include <set>
 
-#include "host/combination.h"
-#include "host/exit_code.h"
-#include "host/nearest_name.h"
-#include "host/property_catalog.h"
-#include "host/shell_completion.h"
-#include "host/stream.h"
-#include "host/text.h"
-#include "host/virtual_camera.h"
+#include "host/base/exit_code.h"
+#include "host/base/nearest_name.h"
+#include "host/base/text.h"
+#include "host/commands/shell_completion.h"
+#include "host/commands/virtual_camera.h"
+#include "host/properties/combination.h"
+#include "host/properties/property_catalog.h"
+#include "host/streams/stream.h"
 
 namespace camhost {
 namespace {

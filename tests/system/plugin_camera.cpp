@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "host/init_report.h"
+#include "host/session/init_report.h"
 #include "tests/system/usb_tree.h"
 
 namespace systemtest {

@@ -9,8 +9,8 @@
 #include <mutex>
 #include <vector>
 
-#include "host/plugin.h"
-#include "host/wake_event.h"
+#include "host/base/wake_event.h"
+#include "host/session/plugin.h"
 
 namespace systemtest {
 

@@ -1,0 +1,58 @@
+// The command line, read.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/recording/recording_run.h"
+#include "host/streams/stream.h"
+
+namespace camhost {
+
+enum class Command { kRecord, kCheck, kGet, kSet, kList, kCapabilities, kShell };
+
+/// What every command takes.
+struct CommonOptions {
+    std::filesystem::path plugin;               ///< empty: the one near the program
+    std::optional<std::string> virtual_camera;  ///< file, JSON text or preset; empty text: boot
+    std::filesystem::path virtual_bus;          ///< folder of the substitute libusb; empty: find it
+    std::filesystem::path log;  ///< empty: plugin.log in the output folder, or nowhere
+    std::chrono::milliseconds init_timeout{60'000};
+    bool trace_usb = false;
+};
+
+struct RecordOptions {
+    std::optional<std::chrono::milliseconds> duration;
+    StreamSet streams;
+    std::optional<CAM_PROP_VALUE> size;
+    std::string signal;  ///< as typed; empty when not given
+    std::string video_mode;
+    bool nv12 = false;
+    std::optional<std::chrono::milliseconds> jpeg_interval;
+    std::optional<int> fps;
+    std::optional<int> bitrate;
+    std::filesystem::path output{"out"};
+    bool tour = false;
+    std::filesystem::path json;
+    std::vector<ScheduledChange> changes;
+    size_t queue_bytes = RecordQueue::Limits().bytes;
+};
+
+/// How long each recording lasts.
+std::chrono::milliseconds recording_duration(const RecordOptions& options);
+
+struct Options {
+    Command command = Command::kRecord;
+    CommonOptions common;
+    RecordOptions record;            ///< record and check (its output folder)
+    std::vector<std::string> words;  ///< get: names; set: assignments
+};
+
+/// Reads the command line. Prints help and ends the process with 0 when it was asked for; throws
+/// Failure (kUsage) with the whole message when something is wrong.
+Options parse_arguments(int argc, char** argv);
+
+}  // namespace camhost

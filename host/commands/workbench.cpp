@@ -1,0 +1,102 @@
+#include "host/commands/workbench.h"
+
+#include "host/base/exit_code.h"
+#include "host/base/text.h"
+#include "host/commands/virtual_camera.h"
+
+namespace camhost {
+
+namespace {
+
+std::filesystem::path plugin_path(const CommonOptions& options) {
+    if (!options.plugin.empty()) {
+        return std::filesystem::absolute(options.plugin);
+    }
+    const auto found = Plugin::find_default();
+    if (!found) {
+        throw Failure(ExitCode::kNoPlugin,
+                      "there is no libaitorixcamera.so near this program; name it with --plugin");
+    }
+    return *found;
+}
+
+/// The plug-in finds the camera through the kernel's bus listing of old, which today's kernels no
+/// longer show; without it the search must end in vain, so say it beforehand.
+void advise_on_bus_listing(Console& console) {
+    const char* needed = on_virtual_bus() ? "/proc/bus/usb" : "/proc/bus/usb/devices";
+    std::error_code error;
+    if (!std::filesystem::exists(needed, error)) {
+        console.line(std::string("note: ") + needed +
+                     " is missing, and the plug-in looks for the camera there; run camhost in "
+                     "the television's surroundings: scripts/sandbox -- camhost ...");
+    }
+}
+
+}  // namespace
+
+Workbench::Workbench(const CommonOptions& options, const std::filesystem::path& log)
+    : interrupt_(wake_),
+      diversion_(log),
+      console_(diversion_.console_fd()),
+      init_timeout_(options.init_timeout),
+      log_(log) {
+    plugin_.emplace(plugin_path(options));
+}
+
+Workbench::~Workbench() {
+    close();
+}
+
+Session& Workbench::bring_up() {
+    advise_on_bus_listing(console_);
+    session_.emplace(*plugin_, wake_);
+    const auto begin = Clock::now();
+    const Session::BringUp result = session_->bring_up(init_timeout_, controls());
+    console_.progress_done();
+    controls().show_requests();
+    if (result != Session::BringUp::kUsable) {
+        give_up(result);
+    }
+    console_.line(format(
+        "the camera is usable (Init reported true after %.1f s); it is %s; this television "
+        "selects streams by %s",
+        std::chrono::duration<double>(Clock::now() - begin).count(), words_for(session_->state()),
+        session_->by_signal_type() ? "signal type" : "video mode"));
+    return *session_;
+}
+
+void Workbench::give_up(Session::BringUp result) {
+    const std::string state = words_for(session_->state());
+    const std::string see = "; the plug-in's log is in " + log_.string();
+    // Destroying the camera object may take as long as one step of the plug-in's search.
+    if (result == Session::BringUp::kInterrupted) {
+        console_.line(
+            "interrupted; waiting for the plug-in to end its search (Ctrl-C again leaves at once)");
+        throw Failure(ExitCode::kInterrupted, "interrupted while waiting for the camera");
+    }
+    if (result == Session::BringUp::kTimedOut) {
+        throw Failure(ExitCode::kNoCamera,
+                      format("the plug-in did not report within %g s; the camera is %s",
+                             std::chrono::duration<double>(init_timeout_).count(), state.c_str()) +
+                          see);
+    }
+    throw Failure(ExitCode::kNoCamera,
+                  "the camera is not usable: Init reported false, it is " + state + see);
+}
+
+void Workbench::step_done() {
+    controls().show_requests();
+    if (session_ && session_->lost()) {
+        throw Failure(ExitCode::kCameraLost, "the camera went away: " + session_->loss());
+    }
+    if (interrupt_.requested()) {
+        throw Failure(ExitCode::kInterrupted, "interrupted");
+    }
+}
+
+void Workbench::close() {
+    session_.reset();
+    controls().show_requests();
+}
+
+}  // namespace camhost

@@ -1,0 +1,61 @@
+// One camera object from creation to destruction, driven as the framework drives it.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "host/session/controls.h"
+#include "host/session/plugin.h"
+
+namespace camhost {
+
+/// The state in words, such as "ready".
+const char* words_for(CAM_STATE state);
+
+/// All calls on the controlling thread.
+class Session {
+  public:
+    enum class BringUp { kUsable, kNotUsable, kTimedOut, kInterrupted };
+
+    /// Creates the camera object; blocks for about a second. `plugin` and `wake` are borrowed.
+    Session(const Plugin& plugin, WakeEvent& wake);
+    /// Stops recording when it runs and destroys the camera object.
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// Calls Init and waits, at most `limit`, for its report, telling on the console what it waits
+    /// for. Then asks, as the framework does, whether the camera is driven by signal type.
+    BringUp bring_up(std::chrono::milliseconds limit, const Controls& controls);
+
+    /// True when the camera was usable and went away.
+    bool lost() const;
+    /// Once lost(): how it is known, "Init's callback reported false; it is disconnected".
+    std::string loss() const;
+    bool playing() const { return camera_->GetState() == CAM_STATE_PLAYING; }
+    CAM_STATE state() const { return camera_->GetState(); }
+
+    /// Starts recording. False when the plug-in refuses, or says yes without starting.
+    bool start();
+    /// Stops recording; also cleans up after a start that failed halfway.
+    bool stop();
+
+    /// True: streams are chosen with CAM_PROPERTY_SIGNAL_TYPE; false: with CAM_PROPERTY_VIDEO_MODE.
+    bool by_signal_type() const { return by_signal_type_; }
+
+    std::optional<CAM_PROP_VALUE> get(CAM_PROPERTY property) const;
+    /// `value` is written back by the plug-in for some properties.
+    bool set(CAM_PROPERTY property, CAM_PROP_VALUE* value);
+
+    ICameraSubject& camera() { return *camera_; }
+
+  private:
+    const Plugin& plugin_;
+    ICameraSubject* camera_;
+    bool usable_ = false;
+    bool started_ = false;
+    bool by_signal_type_ = false;
+};
+
+}  // namespace camhost
