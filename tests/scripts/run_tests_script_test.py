@@ -7,6 +7,7 @@ import importlib.util
 import io
 import sys
 import tempfile
+import types
 import unittest
 import unittest.mock
 import xml.etree.ElementTree as ElementTree
@@ -64,6 +65,19 @@ class Counting(unittest.TestCase):
 
     def test_test_that_was_not_run(self):
         self.assertEqual(self.count("notrun", "", "Unable to find executable")[:2], (0, 1))
+
+
+class Warnings(unittest.TestCase):
+    """They stop the project's own checks, and nobody who only wants to see it work."""
+
+    def strict(self, environment, **options):
+        with unittest.mock.patch.dict(run_tests.os.environ, environment, clear=True):
+            return run_tests.is_strict(types.SimpleNamespace(**options))
+
+    def test_who_is_strict(self):
+        self.assertFalse(self.strict({}, full=False))
+        self.assertTrue(self.strict({}, full=True))
+        self.assertTrue(self.strict({"CI": "true"}, full=False))
 
 
 class MissingParts(unittest.TestCase):
