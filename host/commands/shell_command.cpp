@@ -168,11 +168,14 @@ char** complete(const char* word, int begin, int /*end*/) {
     return rl_completion_matches(word, next_candidate);
 }
 
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
 /// Line editing on a terminal. Readline works through its callback interface, so that Ctrl-C and
 /// the loss of the camera are noticed while it waits.
 void edit_lines(Shell& shell, const Controls& controls) {
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> output(
-        fdopen(dup(controls.console.fd()), "w"), &std::fclose);
+    const std::unique_ptr<std::FILE, FileCloser> output(fdopen(dup(controls.console.fd()), "w"));
     rl_outstream = output.get();
     rl_catch_signals = 0;
     rl_readline_name = "camhost";
