@@ -1,4 +1,8 @@
 // Recording control: what reaches the camera, in order, and how each start and stop ends.
+#include <filesystem>
+#include <fstream>
+#include <set>
+
 #include "tests/object/CameraTest.h"
 #include "tests/object/ObjectFields.h"
 
@@ -100,6 +104,33 @@ TEST_F(Recording, StartBySignalType) {
         }
     }
     EXPECT_EQ(met, ours);
+    camera_->StopRecording();
+}
+
+/// Names of the process's threads, as `ps -T` shows them.
+std::set<std::string> ThreadNames() {
+    std::set<std::string> names;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        if (std::getline(std::ifstream(task.path() / "comm"), name)) {
+            names.insert(name);
+        }
+    }
+    return names;
+}
+
+TEST_F(Recording, EveryWorkerHasAName) {
+    Playing();
+    const std::set<std::string> workers = {"ait-loader", "ait-video", "ait-video-usb", "ait-audio",
+                                           "ait-audio-usb"};
+    // Each thread names itself when it begins.
+    virtcam::bus::wait_until(
+        [&] {
+            const auto names = ThreadNames();
+            return std::includes(names.begin(), names.end(), workers.begin(), workers.end());
+        },
+        kLimit);
+    EXPECT_THAT(ThreadNames(), ::testing::IsSupersetOf(workers));
     camera_->StopRecording();
 }
 

@@ -32,7 +32,7 @@ int CAIT_AUDIO_LIB::DisableStream() {
 
 int CAIT_AUDIO_LIB::AudioTransferStart() {
     m_ExitThread = 0;
-    Start(nullptr);
+    Start("ait-audio-usb");
     return 0;
 }
 

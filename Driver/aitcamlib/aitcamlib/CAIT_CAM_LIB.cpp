@@ -42,7 +42,7 @@ int CAIT_CAM_LIB::DisableStream() {
 
 int CAIT_CAM_LIB::VideoTransferStart() {
     m_ExitThread = 0;
-    Start(nullptr);
+    Start("ait-video-usb");
     usleep(kThreadStartUs);  // the caller goes on with a running thread
     return 0;
 }

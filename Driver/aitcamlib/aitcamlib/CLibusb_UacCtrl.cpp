@@ -39,17 +39,14 @@ constexpr uint16_t kVolumeSize = 2;
 
 }  // namespace
 
-CLibUSB_UacCtrl::CLibUSB_UacCtrl() : UsbStreamEngine(m_AudioTransfer, 2, m_pFrameBuf, 4) {
+CLibUSB_UacCtrl::CLibUSB_UacCtrl() : UsbStreamEngine(m_AudioTransfer, m_pFrameBuf) {
     // Without a context every later call fails as 'not found'.
     libusb_init(&m_ctx);
 }
 
 CLibUSB_UacCtrl::~CLibUSB_UacCtrl() {
     AIT_LOG(4, "CLibUSB_UacCtrl::~CLibUSB_UacCtrl() +\r\n");
-    if (AnyInFlight()) {
-        CancelTransfers();
-        WaitUntilReaped();
-    }
+    ReapLeftovers();
     if (m_pDevH != nullptr) {
         // Interface 1 was never claimed here and 2 and 3 are left to the close: the camera's
         // firmware has always been released this way.
@@ -190,7 +187,7 @@ bool CLibUSB_UacCtrl::AllocateTransfers() {
 bool CLibUSB_UacCtrl::FillTransfers(int maxIso) {
     const int length = m_Num_Audio_PacketsPerTransfer * maxIso;
     const size_t bufferSize = std::max(kSmallestTransferBuffer, static_cast<size_t>(length));
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < TransferCount(); ++i) {
         auto* param = new (std::nothrow) TransferCbParam(this, i, bufferSize);
         if (param == nullptr) {
             return false;
@@ -208,7 +205,7 @@ bool CLibUSB_UacCtrl::FillTransfers(int maxIso) {
 
 /// On a failure the other transfer, the buffers and the queue stay until the next stop.
 int CLibUSB_UacCtrl::SubmitTransfers() {
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < TransferCount(); ++i) {
         const int error = SubmitTransfer(m_AudioTransfer[i]);
         if (error != 0) {
             AIT_LOG(4, "libusb_fill_iso_transfer error: Audio %d\n", i);
@@ -232,6 +229,7 @@ int CLibUSB_UacCtrl::FillAudioData(libusb_transfer* transfer) {
             return 0;
         }
         m_pCurFrameBuf->len = CopyPackets(transfer, m_pCurFrameBuf);
+        m_pCurFrameBuf = nullptr;
         queue->WriteDone();
     }
     if (IsStreaming) {
@@ -320,7 +318,7 @@ int CLibUSB_UacCtrl::UAC_DisableAudioStream() {
         pMutexLock producer(m_ProducerMtx);
         IsStreaming = false;
     }
-    CancelTransfers();
+    CancelAll(nullptr);
     if (SelectAltSetting(kStreamInterface, 0) != 0) {
         AIT_LOG(4, "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!");
         return -1;
@@ -331,24 +329,10 @@ int CLibUSB_UacCtrl::UAC_DisableAudioStream() {
     return 0;
 }
 
-void CLibUSB_UacCtrl::CancelTransfers() {
-    pMutexLock lock(gAudioTransferMtx);
-    for (int i = 0; i < 2; ++i) {
-        if (m_AudioTransfer[i] != nullptr) {
-            CancelTransfer(i);
-        }
-    }
-}
-
 /// Unlike on the video path the transfers go before the queue and its buffers.
 void CLibUSB_UacCtrl::ReleaseStream() {
-    pMutexLock lock(gAudioTransferMtx);
-    for (int i = 0; i < 2; ++i) {
-        if (m_AudioTransfer[i] != nullptr) {
-            FreeTransfer(i);
-        }
-    }
-    m_pCurFrameBuf = nullptr;
+    pMutexLock lock(m_TransferMtx);
+    FreeAll(nullptr);
     DestroyQueue();
 }
 
@@ -356,13 +340,9 @@ void CLibUSB_UacCtrl::ReleaseStream() {
 /// that finds none says nothing.
 void CLibUSB_UacCtrl::ReleaseLeftovers() {
     {
-        pMutexLock lock(gAudioTransferMtx);
-        m_pCurFrameBuf = nullptr;
+        pMutexLock lock(m_TransferMtx);
         DestroyQueue();
     }
-    if (AnyInFlight()) {
-        CancelTransfers();
-        WaitUntilReaped();
-    }
+    ReapLeftovers();
     ReleaseStream();
 }

@@ -67,11 +67,12 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     int SubmitTransfers();
 
     unsigned int CopyPackets(const libusb_transfer* transfer, CFrameBuf* frame);
-    void CancelTransfers();
     void ReleaseStream();
     void ReleaseLeftovers();
 
-    pMutex& gAudioTransferMtx = m_TransferMtx;
+    /// The transfer lock by the name that it is known by on this engine; what both engines share
+    /// calls it by the base's.
+    [[maybe_unused]] pMutex& gAudioTransferMtx = m_TransferMtx;
     // Of the video engine's shape; kept for the layout, nothing uses them.
     [[maybe_unused]] uint32_t m_dwMaxFrameSize = 0;
     [[maybe_unused]] uint32_t m_dwMaxPayLoadTransferSize = 0;
@@ -80,13 +81,13 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     [[maybe_unused]] int m_FrameIndex = 0;
     [[maybe_unused]] int m_bulk_offset = 0;
 
-    int m_NumFrameOfQ = 4;
+    int m_NumFrameOfQ = FrameBufCount();
     int m_Num_Audio_PacketsPerTransfer = 10;
     short m_MaxVolume = 0;
     short m_MinVolume = 0;
     short m_CurVolume = -1;
     unsigned int m_nFrameCapacity = 0;  ///< bytes of each frame buffer
     libusb_transfer* m_AudioTransfer[2] = {};
-    CFrameBuf* m_pCurFrameBuf = nullptr;
+    CFrameBuf* m_pCurFrameBuf = nullptr;  ///< being filled by the current completion
     CFrameBuf* m_pFrameBuf[4] = {};
 };

@@ -42,30 +42,21 @@ uint32_t UsablePayloadSize(uint32_t offered) {
 
 }  // namespace
 
-CLibUSB_UvcCtrl::CLibUSB_UvcCtrl() : UsbStreamEngine(m_VideoTransfer, 3, m_pFrameBuf, 5) {
+CLibUSB_UvcCtrl::CLibUSB_UvcCtrl() : UsbStreamEngine(m_VideoTransfer, m_pFrameBuf) {
     // Without a context every later call fails as 'not found'.
     libusb_init(&m_ctx);
 }
 
 CLibUSB_UvcCtrl::~CLibUSB_UvcCtrl() {
     AIT_LOG(4, "LibUSB_UvcCtrl::~CLibUSB_UvcCtrl()\r\n");
-    if (AnyInFlight()) {
-        CancelTransfers(true);
-        WaitUntilReaped();
-    }
+    ReapLeftovers();
     if (m_pDevH != nullptr) {
         libusb_release_interface(m_pDevH, kStreamInterface);
         libusb_release_interface(m_pDevH, kControlInterface);
         CloseDevice();
     }
-    for (int i = 0; i < 3; ++i) {
-        if (m_VideoTransfer[i] != nullptr) {
-            AIT_LOG(4, "CLibUSB_UvcCtrl free transfer \r\n");
-            FreeTransfer(i);
-        }
-    }
-    delete m_pCurFrameBufForWrite;
-    DestroyQueue();
+    FreeTransfers("CLibUSB_UvcCtrl free transfer \r\n");
+    CloseFrameQueue();
     if (m_ctx != nullptr) {
         libusb_exit(m_ctx);
     }
@@ -125,12 +116,11 @@ int CLibUSB_UvcCtrl::UVC_EnableVideoStream(int formatIndex, int frameIndex, int 
         AIT_LOG(4, "libusb_get_max_packet_size Fail");
         return -1;
     }
-    bulk_offset = 0;
     m_dwMaxFrameSize = kMaxFrameSize;
     m_dwMaxPayLoadTransferSize = UsablePayloadSize(committed.lMaxPayloadSize);
     AIT_LOG(4, "Max Frame Size = %d\n", static_cast<int>(m_dwMaxFrameSize));
     AIT_LOG(4, "Max Payload Transfer Size = %d\n", static_cast<int>(m_dwMaxPayLoadTransferSize));
-    if (!CreateQueue(m_dwMaxFrameSize) || !CreateTransfers()) {
+    if (!OpenFrameQueue() || !CreateTransfers()) {
         ReleaseLeftovers();
         return LIBUSB_ERROR_NO_MEM;
     }
@@ -171,14 +161,25 @@ bool CLibUSB_UvcCtrl::ProbeRequest(unsigned char request, unsigned char selector
     return true;
 }
 
-/// Creates what can be created; a transfer that libusb refuses stays null and counts as a failed
-/// submit. False when our own memory is short.
-bool CLibUSB_UvcCtrl::CreateTransfers() {
+/// Frame buffers, queue, and the first buffer for the producer. False when memory is short.
+bool CLibUSB_UvcCtrl::OpenFrameQueue() {
+    pMutexLock producer(m_ProducerMtx);
+    bulk_offset = 0;
+    if (!CreateQueue(m_dwMaxFrameSize)) {
+        return false;
+    }
     m_pCurFrameBufForWrite = new (std::nothrow) CFrameBufferLocker(Queue());
     if (m_pCurFrameBufForWrite == nullptr) {
         return false;
     }
-    for (int i = 0; i < 3; ++i) {
+    m_pCurFrameBufForWrite->GetNewFrameBuffer();
+    return true;
+}
+
+/// Creates what can be created; a transfer that libusb refuses stays null and counts as a failed
+/// submit. False when our own memory is short.
+bool CLibUSB_UvcCtrl::CreateTransfers() {
+    for (int i = 0; i < TransferCount(); ++i) {
         libusb_transfer* transfer = libusb_alloc_transfer(0);
         m_VideoTransfer[i] = transfer;
         if (transfer == nullptr) {
@@ -197,13 +198,12 @@ bool CLibUSB_UvcCtrl::CreateTransfers() {
             return false;
         }
     }
-    m_pCurFrameBufForWrite->GetNewFrameBuffer();
     return true;
 }
 
 int CLibUSB_UvcCtrl::SubmitTransfers() {
     int result = 0;
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < TransferCount(); ++i) {
         libusb_transfer* transfer = m_VideoTransfer[i];
         result =
             transfer == nullptr ? static_cast<int>(LIBUSB_ERROR_NO_MEM) : SubmitTransfer(transfer);
@@ -211,7 +211,7 @@ int CLibUSB_UvcCtrl::SubmitTransfers() {
             continue;
         }
         // The number is the transfer count, not the index; log readers know it so.
-        AIT_LOG(4, "libusb_submit_transfer error: Video %d\n", 3);
+        AIT_LOG(4, "libusb_submit_transfer error: Video %d\n", TransferCount());
         if (transfer != nullptr) {
             FreeTransfer(i);
         }
@@ -226,7 +226,7 @@ int CLibUSB_UvcCtrl::UVC_DisableVideoStream() {
     WakeQueue();
     CloseFrameQueue();
     AIT_LOG(4, "Video lock +\r\n");
-    CancelTransfers(false);
+    CancelAll("UVC_DisableVideoStream:: cancel bulk transfer. %d\r\n");
     AIT_LOG(4, "Video lock -\r\n");
     usleep(kReapSleepUs);  // the event thread delivers the cancellations meanwhile
     WaitUntilReaped();
@@ -234,7 +234,7 @@ int CLibUSB_UvcCtrl::UVC_DisableVideoStream() {
         // The text names UAC although this is the video path; log readers know it so.
         AIT_LOG(4, "UAC_DisableVideoStream: IF = 1, Alt = 0 Error!!");
     }
-    FreeTransfers(false);
+    FreeTransfers("CLibUSB_UvcCtrl::UVC_DisableVideoStream free bulk transfer \r\n");
     AIT_LOG(4, "UVC_DisableVideoStream finish.\r\n");
     return 0;
 }
@@ -242,7 +242,7 @@ int CLibUSB_UvcCtrl::UVC_DisableVideoStream() {
 /// Publishes the partly filled buffer, waits out the consumer and frees queue and buffers. From
 /// here on completions find no queue and do nothing.
 void CLibUSB_UvcCtrl::CloseFrameQueue() {
-    pMutexLock lock(gVideoTransferMtx);
+    pMutexLock lock(m_TransferMtx);
     {
         pMutexLock producer(m_ProducerMtx);
         delete m_pCurFrameBufForWrite;
@@ -251,38 +251,14 @@ void CLibUSB_UvcCtrl::CloseFrameQueue() {
     DestroyQueue();
 }
 
-void CLibUSB_UvcCtrl::CancelTransfers(bool quietly) {
-    pMutexLock lock(gVideoTransferMtx);
-    for (int i = 0; i < 3; ++i) {
-        if (m_VideoTransfer[i] == nullptr) {
-            continue;
-        }
-        if (!quietly) {
-            AIT_LOG(4, "UVC_DisableVideoStream:: cancel bulk transfer. %d\r\n", i);
-        }
-        CancelTransfer(i);
-    }
-}
-
-void CLibUSB_UvcCtrl::FreeTransfers(bool quietly) {
-    pMutexLock lock(gVideoTransferMtx);
-    for (int i = 0; i < 3; ++i) {
-        if (m_VideoTransfer[i] == nullptr) {
-            continue;
-        }
-        if (!quietly) {
-            AIT_LOG(4, "CLibUSB_UvcCtrl::UVC_DisableVideoStream free bulk transfer \r\n");
-        }
-        FreeTransfer(i);
-    }
+void CLibUSB_UvcCtrl::FreeTransfers(const char* line) {
+    pMutexLock lock(m_TransferMtx);
+    FreeAll(line);
 }
 
 /// What a failed start or stop left behind goes first, in the order of the stop.
 void CLibUSB_UvcCtrl::ReleaseLeftovers() {
     CloseFrameQueue();
-    if (AnyInFlight()) {
-        CancelTransfers(true);
-        WaitUntilReaped();
-    }
-    FreeTransfers(true);
+    ReapLeftovers();
+    FreeTransfers(nullptr);
 }

@@ -87,13 +87,13 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     bool Negotiate(int fps, VIDEO_PROBE* committed);
     bool ProbeRequest(unsigned char request, unsigned char selector, VIDEO_PROBE* probe,
                       const char* failure);
+    bool OpenFrameQueue();
     bool CreateTransfers();
     int SubmitTransfers();
 
     // Stop, step by step.
     void CloseFrameQueue();
-    void CancelTransfers(bool quietly);
-    void FreeTransfers(bool quietly);
+    void FreeTransfers(const char* line);
     void ReleaseLeftovers();
 
     // Reassembly, step by step.
@@ -102,7 +102,9 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     void CrossFrameBoundary(libusb_transfer* transfer, unsigned char* dst, unsigned char* flags);
     bool AppendPayload(const libusb_transfer* transfer, unsigned char* dst);
 
-    pMutex& gVideoTransferMtx = m_TransferMtx;
+    /// The transfer lock by the name that it is known by on this engine; what both engines share
+    /// calls it by the base's.
+    [[maybe_unused]] pMutex& gVideoTransferMtx = m_TransferMtx;
     uint32_t m_dwMaxFrameSize = 0;
     uint32_t m_dwMaxPayLoadTransferSize = 0;
     int m_FormatIndex = 0;
@@ -110,8 +112,9 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     [[maybe_unused]] int m_Num_Video_PacketsPerTransfer =
         552;  // of the isochronous path; kept for the layout
     [[maybe_unused]] int m_Num_Audio_PacketsPerTransfer = 0;  // likewise
-    libusb_transfer* m_VideoTransfer[3] = {};
-    [[maybe_unused]] int m_bVideoTransfercompleted[3] = {};  // likewise
+    static constexpr size_t kTransfers = 3;
+    libusb_transfer* m_VideoTransfer[kTransfers] = {};
+    [[maybe_unused]] int m_bVideoTransfercompleted[kTransfers] = {};  // likewise
     int bulk_offset = 0;  ///< bytes of the current frame in its buffer
     CFrameBuf* m_pFrameBuf[5] = {};
     uint8_t m_UvcHeaderInfo = 0;  ///< flags of the last payload that began or ended a frame

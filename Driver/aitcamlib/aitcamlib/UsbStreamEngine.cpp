@@ -54,22 +54,17 @@ UsbStreamEngine::TransferCbParam::TransferCbParam(UsbStreamEngine* engine, int i
       transfer_id(id),
       transfer_buf(new (std::nothrow) unsigned char[bufferSize]()) {}
 
-UsbStreamEngine::UsbStreamEngine(libusb_transfer** transfers, int transferCount,
-                                 CFrameBuf** frameBufs, int frameBufCount)
-    : m_pTransfers(transfers),
-      m_nTransferCount(transferCount),
-      m_pFrameBufs(frameBufs),
-      m_nFrameBufCount(frameBufCount) {}
-
 // --- consumer side -------------------------------------------------------------------------------
+
+/// Null when nothing streams or no frame came within the queue's wait.
+const CFrameBuf* UsbStreamEngine::Oldest(StaticSyncQueue<CFrameBuf*>* queue) {
+    return queue == nullptr ? nullptr : queue->GetReadPtr();
+}
 
 unsigned int UsbStreamEngine::ReadFrame(unsigned char* dst, unsigned int size) {
     ConsumerCall call(*this);
     auto* queue = Queue();
-    if (queue == nullptr) {
-        return 0;
-    }
-    const CFrameBuf* frame = queue->GetReadPtr();
+    const CFrameBuf* frame = Oldest(queue);
     if (frame == nullptr) {
         return 0;
     }
@@ -86,10 +81,7 @@ unsigned int UsbStreamEngine::DequeFrameBuf(unsigned char** pBuf, unsigned int* 
     *pLen = 0;
     ConsumerCall call(*this);
     auto* queue = Queue();
-    if (queue == nullptr) {
-        return 0;
-    }
-    const CFrameBuf* frame = queue->GetReadPtr();
+    const CFrameBuf* frame = Oldest(queue);
     if (frame == nullptr) {
         return 0;
     }
@@ -267,10 +259,19 @@ int UsbStreamEngine::SubmitTransfer(libusb_transfer* transfer) {
     return error;
 }
 
-void UsbStreamEngine::CancelTransfer(int index) {
-    // The result says little: a transfer that has just completed answers 'not found'. What counts
-    // is that each one is reaped.
-    NoteResult(libusb_cancel_transfer(m_pTransfers[index]));
+void UsbStreamEngine::CancelAll(const char* line) {
+    pMutexLock lock(m_TransferMtx);
+    for (int i = 0; i < m_nTransferCount; ++i) {
+        if (m_pTransfers[i] == nullptr) {
+            continue;
+        }
+        if (line != nullptr) {
+            AIT_LOG(4, line, i);
+        }
+        // The result says little: a transfer that has just completed answers 'not found'. What
+        // counts is that each one is reaped.
+        NoteResult(libusb_cancel_transfer(m_pTransfers[i]));
+    }
 }
 
 bool UsbStreamEngine::AnyInFlight() const {
@@ -295,6 +296,13 @@ void UsbStreamEngine::WaitUntilReaped() {
     }
 }
 
+void UsbStreamEngine::ReapLeftovers() {
+    if (AnyInFlight()) {
+        CancelAll(nullptr);
+        WaitUntilReaped();
+    }
+}
+
 void UsbStreamEngine::FreeTransfer(int index) {
     pMutexLock lock(m_ProducerMtx);
     libusb_transfer* transfer = m_pTransfers[index];
@@ -308,6 +316,18 @@ void UsbStreamEngine::FreeTransfer(int index) {
     delete param;
     transfer->user_data = nullptr;
     libusb_free_transfer(transfer);
+}
+
+void UsbStreamEngine::FreeAll(const char* line) {
+    for (int i = 0; i < m_nTransferCount; ++i) {
+        if (m_pTransfers[i] == nullptr) {
+            continue;
+        }
+        if (line != nullptr) {
+            AIT_LOG(4, "%s", line);
+        }
+        FreeTransfer(i);
+    }
 }
 
 // --- frame buffers -------------------------------------------------------------------------------

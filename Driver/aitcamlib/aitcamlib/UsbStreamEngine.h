@@ -4,21 +4,20 @@
 //
 // Locks, in the order in which they are taken:
 //   transfer lock  one round of event handling, cancellation and teardown. The event thread
-//   releases
-//                  it between rounds and, once the stream is marked as ended, leaves a gap there.
+//                  releases it between rounds and, once the stream is marked as ended, leaves a
+//                  gap there.
 //   producer lock  one completion, and the parts of teardown that a completion must not meet.
-//   Needed
-//                  besides the transfer lock because libusb's synchronous calls handle the events
-//                  of their context too: a completion may run on any thread inside a control
-//                  transfer.
+//                  Needed besides the transfer lock because libusb's synchronous calls handle the
+//                  events of their context too: a completion may run on any thread inside a
+//                  control transfer.
 //   queue mutex    inside StaticSyncQueue.
 //
 // Stop contract: the engine's stop marks the stream as ended (a completion with good data is not
 // resubmitted from then on, and no completion waits for a free buffer), wakes and waits out the
-// consumer, cancels, sleeps its fixed time while the event thread reaps,
-// then waits until each cancelled transfer has been reaped, at most 2 s more. A transfer that never
-// comes back is leaked and said so: freeing it would pull it from under libusb. The consumer hands
-// a lent buffer back before it asks for the stop.
+// consumer, cancels, sleeps its fixed time while the event thread reaps, then waits until each
+// cancelled transfer has been reaped, at most 2 s more. A transfer that never comes back is leaked
+// and said so: freeing it would pull it from under libusb. The consumer hands a lent buffer back
+// before it asks for the stop.
 #pragma once
 
 #include <libusb-1.0/libusb.h>
@@ -82,9 +81,14 @@ class UsbStreamEngine {
         const char* claimed;
     };
 
-    /// The arrays belong to the engine; all slots start as null.
-    UsbStreamEngine(libusb_transfer** transfers, int transferCount, CFrameBuf** frameBufs,
-                    int frameBufCount);
+    /// The arrays say how many transfers and frame buffers there are. They are the derived engine's
+    /// own, which is not constructed yet: only their addresses are taken. All slots start as null.
+    template <size_t kTransfers, size_t kFrameBufs>
+    UsbStreamEngine(libusb_transfer* (&transfers)[kTransfers], CFrameBuf* (&frameBufs)[kFrameBufs])
+        : m_pTransfers(transfers),
+          m_nTransferCount(static_cast<int>(kTransfers)),
+          m_pFrameBufs(frameBufs),
+          m_nFrameBufCount(static_cast<int>(kFrameBufs)) {}
 
     /// Takes the data of a completed or timed-out transfer; resubmits it or not. Producer lock
     /// held.
@@ -106,17 +110,24 @@ class UsbStreamEngine {
     int NoteResult(int result);
 
     // --- transfers ----------------------------------------------------------------------------
+    int TransferCount() const { return m_nTransferCount; }
     int SubmitTransfer(libusb_transfer* transfer);
-    void CancelTransfer(int index);
+    /// Cancels every transfer under the transfer lock, each after a log line with its index (`line`
+    /// has one %d; null: none).
+    void CancelAll(const char* line);
     /// Waits until no transfer is in flight, at most 2 s, handling events itself: there may be no
     /// event thread. Takes the transfer lock, round by round.
     void WaitUntilReaped();
-    bool AnyInFlight() const;
+    /// Cancels silently what is in flight, as a failed start or stop leaves it, and waits for it.
+    void ReapLeftovers();
     /// Frees transfer and parameter object and clears the slot; leaks a transfer that is still in
     /// flight.
     void FreeTransfer(int index);
+    /// Frees every transfer, each after the log line (null: none). Transfer lock held.
+    void FreeAll(const char* line);
 
     // --- frame buffers ------------------------------------------------------------------------
+    int FrameBufCount() const { return m_nFrameBufCount; }
     /// Creates the buffers, `capacity` bytes each, and the queue over them; false when memory is
     /// short (what exists is left to DestroyQueue).
     bool CreateQueue(unsigned int capacity);
@@ -141,7 +152,9 @@ class UsbStreamEngine {
     class ConsumerCall;
 
     static bool CompletionCarriesData(const libusb_transfer* transfer);
+    static const CFrameBuf* Oldest(StaticSyncQueue<CFrameBuf*>* queue);
     TransferCbParam* Param(int index) const;
+    bool AnyInFlight() const;
 
     libusb_transfer** const m_pTransfers;
     const int m_nTransferCount;

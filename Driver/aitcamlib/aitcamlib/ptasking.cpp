@@ -23,14 +23,16 @@ class ErrorText {
     const char* m_Text;
 };
 
-void InitRecursiveMutex(pthread_mutex_t* mutex) {
+/// `type`: PTHREAD_MUTEX_RECURSIVE or PTHREAD_MUTEX_NORMAL; without memory for the attribute, the
+/// default type.
+void InitMutex(pthread_mutex_t* mutex, int type) {
     pthread_mutexattr_t attribute;
     if (pthread_mutexattr_init(&attribute) != 0) {
         __FATAL("pthread_mutexattr_init() failed\n");
         pthread_mutex_init(mutex, nullptr);
         return;
     }
-    pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutexattr_settype(&attribute, type);
     pthread_mutex_init(mutex, &attribute);
     pthread_mutexattr_destroy(&attribute);
 }
@@ -44,7 +46,7 @@ bool RaiseThreadPriority() {
 }
 
 pMutex::pMutex() {
-    InitRecursiveMutex(&Mtx);
+    InitMutex(&Mtx, PTHREAD_MUTEX_RECURSIVE);
 }
 
 pMutex::~pMutex() {
@@ -122,15 +124,7 @@ void pSyncEvent::Trigger() {
 }
 
 CamMutex::CamMutex() {
-    pthread_mutexattr_t attribute;
-    if (pthread_mutexattr_init(&attribute) != 0) {
-        __FATAL("pthread_mutexattr_init() failed\n");
-        pthread_mutex_init(&m_mutex, nullptr);
-        return;
-    }
-    pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_NORMAL);
-    pthread_mutex_init(&m_mutex, &attribute);
-    pthread_mutexattr_destroy(&attribute);
+    InitMutex(&m_mutex, PTHREAD_MUTEX_NORMAL);
 }
 
 CamMutex::~CamMutex() {
