@@ -79,7 +79,7 @@ void PowerCycle() {
     void* bus = dlopen("libusb-1.0.so.0", RTLD_NOW | RTLD_NOLOAD);
     auto* cycle = bus == nullptr
                       ? nullptr
-                      : reinterpret_cast<void (*)()>(dlsym(bus, "_ZN7virtbus11power_cycleEv"));
+                      : reinterpret_cast<void (*)()>(dlsym(bus, "_ZN7virtcam3bus11power_cycleEv"));
     if (cycle == nullptr) {
         Fail("no virtual bus");
     }
