@@ -1,10 +1,9 @@
 // camhost check: a short recording and a judgement of everything that a host relies on.
-#include <stdlib.h>
-
 #include <algorithm>
 #include <functional>
 #include <vector>
 
+#include "host/base/temporary_folder.h"
 #include "host/base/text.h"
 #include "host/commands/commands.h"
 #include "host/commands/workbench.h"
@@ -41,28 +40,6 @@ class Verdicts {
     unsigned failed_ = 0;
 };
 
-/// A fresh folder that goes with its files, for a check whose files nobody asked for.
-class TemporaryFolder {
-  public:
-    TemporaryFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "camhost-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw Failure(ExitCode::kFailed, "cannot make a temporary folder");
-        }
-        path_ = name;
-    }
-    ~TemporaryFolder() {
-        std::error_code error;
-        std::filesystem::remove_all(path_, error);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-
-  private:
-    std::filesystem::path path_;
-};
-
 /// The combination with the most kinds of stream in it.
 const Combination& richest(Selector selector) {
     return selector == Selector::kSignalType
@@ -79,10 +56,8 @@ const Combination& with_stills(Selector selector) {
 void check_combination(Session& session, Selector selector, const Combination& combination,
                        const std::filesystem::path& folder, const Controls& controls,
                        Verdicts* verdicts) {
-    const char* property = selector == Selector::kSignalType ? "signal-type" : "video-mode";
-    CAM_PROP_VALUE value{};
-    value.value = combination.number;
-    const SetOutcome chosen = set_property(session, {find_property(property), value});
+    const SetOutcome chosen = set_property(
+        session, {find_property(property_of(selector)), {.value = combination.number}});
     verdicts->add(chosen.result != SetOutcome::Result::kRefused,
                   std::string("takes the combination ") + combination.name);
     std::filesystem::create_directories(folder);
@@ -124,8 +99,7 @@ ExitCode run_check(const Options& options) {
                  format("%d", bench.plugin().version()));
     verdicts.add(session.state() == CAM_STATE_READY, "is ready after Init",
                  words_for(session.state()));
-    const Selector selector =
-        session.by_signal_type() ? Selector::kSignalType : Selector::kVideoMode;
+    const Selector selector = session.selector();
     for (const Combination* each : {&richest(selector), &with_stills(selector)}) {
         if (!session.lost()) {
             check_combination(session, selector, *each, folder / each->name, bench.controls(),

@@ -50,6 +50,15 @@ const Combination* find_combination(Selector selector, int number) {
     return found == all.end() ? nullptr : &*found;
 }
 
+const Combination* chosen_combination(CAM_PROPERTY property, int number) {
+    for (const Selector selector : {Selector::kSignalType, Selector::kVideoMode}) {
+        if (property == property_of(selector)) {
+            return find_combination(selector, number);
+        }
+    }
+    return nullptr;
+}
+
 int parse_combination(Selector selector, std::string_view text) {
     int32_t number = 0;
     if (parse_int(text, &number)) {

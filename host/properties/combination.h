@@ -23,6 +23,9 @@ enum class Selector { kSignalType, kVideoMode };
 
 CAM_PROPERTY property_of(Selector selector);
 std::span<const Combination> combinations(Selector selector);
+/// The combination that a value of `property` chooses; null for other properties and where the
+/// plug-in knows none of that number.
+const Combination* chosen_combination(CAM_PROPERTY property, int number);
 /// The combination of that number; null when the plug-in knows none.
 const Combination* find_combination(Selector selector, int number);
 

@@ -68,10 +68,15 @@ constexpr std::array kCatalog{
 };
 // clang-format on
 
-[[noreturn]] void reject(const Property& property, std::string_view text,
-                         const std::string& expected) {
-    throw Failure(ExitCode::kUsage, format("%s='%s': expected %s", property.name,
-                                           std::string(text).c_str(), expected.c_str()));
+Property property_without_name(CAM_PROPERTY number) {
+    return {.name = "(by number)",
+            .number = number,
+            .kind = K::kInteger,
+            .settable = true,
+            .gettable = true,
+            .assurance = A::kSent,
+            .range = "",
+            .unit = ""};
 }
 
 bool parse_switch(std::string_view text, int32_t* value) {
@@ -104,6 +109,58 @@ bool parse_halves(std::string_view text, char separator, CAM_PROP_VALUE* value) 
            parse_half(parts[1], &value->res[1]);
 }
 
+/// False when the text is not written as the kind wants it. Throws Failure for the name of a
+/// combination that there is not.
+bool read_value(ValueKind kind, std::string_view text, CAM_PROP_VALUE* value) {
+    switch (kind) {
+        case K::kInteger:
+            return parse_int(text, &value->value);
+        case K::kSwitch:
+            return parse_switch(text, &value->value);
+        case K::kSize:
+            return parse_size(text, &value->res[0], &value->res[1]);
+        case K::kPoint:
+            return lower(text) == "off" || parse_halves(text, ',', value);
+        case K::kTrigger:
+            return text.empty();
+        case K::kSignalType:
+            value->value = parse_combination(Selector::kSignalType, text);
+            return true;
+        case K::kVideoMode:
+            value->value = parse_combination(Selector::kVideoMode, text);
+            return true;
+        case K::kRegister:
+            return parse_half(text, &value->res[0]);
+        case K::kRegisterValue:
+            return parse_halves(text, ':', value);
+    }
+    return false;
+}
+
+/// What a text that read_value() refuses should have been.
+const char* expectation(ValueKind kind) {
+    switch (kind) {
+        case K::kInteger:
+            return "a whole number such as 12 or 0x0C";
+        case K::kSwitch:
+            return "on or off";
+        case K::kSize:
+            return "a size such as 640x480";
+        case K::kPoint:
+            return "a point such as 100,50, or off";
+        case K::kTrigger:
+            return "no value: it is an action";
+        case K::kRegister:
+            return "a 16-bit address such as 0x1234";
+        case K::kRegisterValue:
+            return "address:data such as 0x1234:0x56";
+        case K::kSignalType:
+        case K::kVideoMode:
+            break;  // parse_combination() says it itself, with all names.
+    }
+    return "";
+}
+
 }  // namespace
 
 std::span<const Property> property_catalog() {
@@ -132,19 +189,13 @@ Property find_property(std::string_view name) {
                                             suggestion(word, property_names()) +
                                             " (camhost list shows all)");
     }
-    for (const Property& property : kCatalog) {
-        if (number == property.number) {
-            return property;
-        }
-    }
-    return {"(by number)",
-            static_cast<CAM_PROPERTY>(number),
-            K::kInteger,
-            true,
-            true,
-            A::kSent,
-            "",
-            ""};
+    return find_property(static_cast<CAM_PROPERTY>(number));
+}
+
+Property find_property(CAM_PROPERTY number) {
+    const auto found = std::find_if(kCatalog.begin(), kCatalog.end(),
+                                    [&](const Property& each) { return each.number == number; });
+    return found == kCatalog.end() ? property_without_name(number) : *found;
 }
 
 const char* kind_name(ValueKind kind) {
@@ -187,51 +238,10 @@ std::vector<std::string> value_words(const Property& property) {
 
 CAM_PROP_VALUE parse_value(const Property& property, std::string_view text) {
     CAM_PROP_VALUE value{};
-    int32_t number = 0;
-    switch (property.kind) {
-        case K::kInteger:
-            if (!parse_int(text, &number)) {
-                reject(property, text, "a whole number such as 12 or 0x0C");
-            }
-            value.value = number;
-            break;
-        case K::kSwitch:
-            if (!parse_switch(text, &number)) {
-                reject(property, text, "on or off");
-            }
-            value.value = number;
-            break;
-        case K::kSize:
-            if (!parse_size(text, &value.res[0], &value.res[1])) {
-                reject(property, text, "a size such as 640x480");
-            }
-            break;
-        case K::kPoint:
-            if (lower(text) != "off" && !parse_halves(text, ',', &value)) {
-                reject(property, text, "a point such as 100,50, or off");
-            }
-            break;
-        case K::kTrigger:
-            if (!text.empty()) {
-                reject(property, text, "no value: it is an action");
-            }
-            break;
-        case K::kSignalType:
-            value.value = parse_combination(Selector::kSignalType, text);
-            break;
-        case K::kVideoMode:
-            value.value = parse_combination(Selector::kVideoMode, text);
-            break;
-        case K::kRegister:
-            if (!parse_half(text, &value.res[0])) {
-                reject(property, text, "a 16-bit address such as 0x1234");
-            }
-            break;
-        case K::kRegisterValue:
-            if (!parse_halves(text, ':', &value)) {
-                reject(property, text, "address:data such as 0x1234:0x56");
-            }
-            break;
+    if (!read_value(property.kind, text, &value)) {
+        throw Failure(ExitCode::kUsage,
+                      format("%s='%s': expected %s", property.name, std::string(text).c_str(),
+                             expectation(property.kind)));
     }
     return value;
 }

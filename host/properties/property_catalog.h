@@ -52,6 +52,8 @@ std::vector<std::string> property_names();
 /// The property of that name. A plain number gives a row that passes an integer through, so that
 /// every number of the interface can be tried. Throws Failure (kUsage) that names the nearest.
 Property find_property(std::string_view name);
+/// The property of that number; likewise a row that passes an integer through when there is none.
+Property find_property(CAM_PROPERTY number);
 
 const char* kind_name(ValueKind kind);
 

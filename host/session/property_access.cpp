@@ -1,5 +1,7 @@
 #include "host/session/property_access.h"
 
+#include <optional>
+
 #include "host/base/text.h"
 #include "host/properties/combination.h"
 
@@ -9,10 +11,28 @@ namespace {
 
 using Result = SetOutcome::Result;
 
+/// One attempt to set a property and all that the sentence about it depends on, asked of the session
+/// once, so that the words ask nobody.
+struct Attempt {
+    const Property& property;
+    CAM_PROP_VALUE wanted;
+    const Combination* combination;        ///< that the value chooses, if it is to choose one
+    bool by_signal_type;                   ///< how this television selects
+    bool was_playing;                      ///< before the call
+    std::optional<CAM_PROP_VALUE> before;  ///< of a size: what it was before the call
+    CAM_PROP_VALUE record;                 ///< handed over and as it came back
+    bool taken;                            ///< the plug-in's answer
+    CAM_STATE state;                       ///< after the call
+    std::optional<CAM_PROP_VALUE> now;     ///< what it reads after the call, where that says more
+
+    bool same_before() const { return before && before->value == wanted.value; }
+    bool same_now() const { return now && now->value == wanted.value; }
+};
+
 /// Why a value that the plug-in accepts has no effect; null when it has one.
-const char* no_effect_reason(const Session& session, const Assignment& wanted) {
-    const int value = wanted.value.value;
-    switch (wanted.property.number) {
+const char* no_effect_reason(const Attempt& attempt) {
+    const int value = attempt.wanted.value;
+    switch (attempt.property.number) {
         case CAM_PROPERTY_AUTO_FOCUS:
             return "the plug-in accepts it and does nothing";
         case CAM_PROPERTY_MICVOLUME:
@@ -22,29 +42,63 @@ const char* no_effect_reason(const Session& session, const Assignment& wanted) {
         case CAM_PROPERTY_AUTO_HZ:
             return value != 1 && value != 2 ? "only 1 and 2 are sent" : nullptr;
         case CAM_PROPERTY_SIGNAL_TYPE:
-            if (find_combination(Selector::kSignalType, value) == nullptr) {
+            if (attempt.combination == nullptr) {
                 return "there is no such signal type, nothing changes";
             }
-            return session.by_signal_type() ? nullptr : "this television selects by video mode";
+            return attempt.by_signal_type ? nullptr : "this television selects by video mode";
         case CAM_PROPERTY_VIDEO_MODE:
-            return session.by_signal_type() ? "this television selects by signal type" : nullptr;
+            return attempt.by_signal_type ? "this television selects by signal type" : nullptr;
         case CAM_PROPERTY_TRIGGER_JPEG:
-            return session.by_signal_type() ? nullptr : "stills are triggered by signal type only";
+            return attempt.by_signal_type ? nullptr : "stills are triggered by signal type only";
         default:
             return nullptr;
     }
 }
 
-bool kept_though_refused(const Session& session, const Assignment& wanted) {
-    if (wanted.property.assurance != Assurance::kRestart || session.playing()) {
-        return false;
-    }
-    if (wanted.property.number == CAM_PROPERTY_VIDEO_MODE) {
+/// True for a refused value that may have been remembered for the next start all the same.
+bool may_be_kept(const Attempt& attempt) {
+    return !attempt.taken && !attempt.same_before() &&
+           attempt.property.assurance == Assurance::kRestart && attempt.state != CAM_STATE_PLAYING;
+}
+
+bool kept_though_refused(const Attempt& attempt) {
+    if (attempt.property.number == CAM_PROPERTY_VIDEO_MODE) {
         // It cannot be read back; the plug-in stores every mode that it knows.
-        return find_combination(Selector::kVideoMode, wanted.value.value) != nullptr;
+        return may_be_kept(attempt) && attempt.combination != nullptr;
     }
-    const auto now = session.get(wanted.property.number);
-    return now && now->value == wanted.value.value;
+    return may_be_kept(attempt) && attempt.same_now();
+}
+
+/// True when what the property reads now says more than the plug-in's answer did.
+bool worth_reading_back(const Attempt& attempt) {
+    if (!attempt.taken) {
+        return may_be_kept(attempt) && attempt.property.number != CAM_PROPERTY_VIDEO_MODE;
+    }
+    return attempt.property.gettable && attempt.property.kind != ValueKind::kSwitch &&
+           no_effect_reason(attempt) == nullptr;
+}
+
+Attempt try_to_set(Session& session, const Assignment& assignment) {
+    const Property& property = assignment.property;
+    Attempt attempt{.property = property,
+                    .wanted = assignment.value,
+                    .combination = chosen_combination(property.number, assignment.value.value),
+                    .by_signal_type = session.by_signal_type(),
+                    .was_playing = session.playing(),
+                    .before = {},
+                    .record = assignment.value,
+                    .taken = false,
+                    .state = {},
+                    .now = {}};
+    if (property.kind == ValueKind::kSize && property.gettable) {
+        attempt.before = session.get(property.number);
+    }
+    attempt.taken = session.set(property.number, &attempt.record);
+    attempt.state = session.state();
+    if (worth_reading_back(attempt)) {
+        attempt.now = session.get(property.number);
+    }
+    return attempt;
 }
 
 std::string register_answer(const CAM_PROP_VALUE& value) {
@@ -55,71 +109,65 @@ std::string register_answer(const CAM_PROP_VALUE& value) {
 }
 
 /// What an accepted property is worth, with what it reads back as when that differs.
-std::string accepted(const Session& session, const Assignment& wanted, bool was_playing) {
+std::string accepted(const Attempt& attempt) {
     std::string words;
-    switch (wanted.property.assurance) {
+    switch (attempt.property.assurance) {
         case Assurance::kReported:
         case Assurance::kLocal:
             words = "set";
             break;
         case Assurance::kRestart:
-            words = was_playing ? "set; recording was restarted unless it was so already"
-                                : "kept for the next start of recording";
+            words = attempt.was_playing ? "set; recording was restarted unless it was so already"
+                                        : "kept for the next start of recording";
             break;
         default:
             words = "sent (the interface does not tell whether the camera obeys)";
             break;
     }
-    if (wanted.property.gettable && wanted.property.kind != ValueKind::kSwitch) {
-        const auto now = session.get(wanted.property.number);
-        if (now && now->value != wanted.value.value) {
-            words += "; it reads back as " + format_value(wanted.property, *now);
-        }
+    if (attempt.now && !attempt.same_now()) {
+        words += "; it reads back as " + format_value(attempt.property, *attempt.now);
     }
     return words;
 }
 
-std::string refused(const Session& session, const Assignment& wanted, bool same_before) {
-    if (wanted.property.number == CAM_PROPERTY_DIMENSION && same_before) {
+std::string refused(const Attempt& attempt) {
+    if (attempt.property.number == CAM_PROPERTY_DIMENSION && attempt.same_before()) {
         return "refused: it is so already";
     }
-    return format("refused (the camera is %s)", words_for(session.state()));
+    return format("refused (the camera is %s)", words_for(attempt.state));
+}
+
+/// What came of the attempt; the sentence without its subject.
+SetOutcome outcome_of(const Attempt& attempt) {
+    if (attempt.property.assurance == Assurance::kAnswersFalse) {
+        return {Result::kDone, register_answer(attempt.record)};
+    }
+    const char* reason = no_effect_reason(attempt);
+    if (attempt.taken) {
+        return reason != nullptr
+                   ? SetOutcome{Result::kIgnored, std::string("accepted without effect: ") + reason}
+                   : SetOutcome{Result::kDone, accepted(attempt)};
+    }
+    if (kept_though_refused(attempt)) {
+        const std::string note = reason != nullptr ? std::string("; but ") + reason : "";
+        return {Result::kKept,
+                "refused now (the camera is not recording), kept for the next start of recording" +
+                    note};
+    }
+    return {Result::kRefused, refused(attempt)};
 }
 
 }  // namespace
 
 SetOutcome set_property(Session& session, const Assignment& assignment) {
     const Property& property = assignment.property;
-    const std::string value = format_value(property, assignment.value);
     const std::string subject =
-        property.kind == ValueKind::kTrigger ? property.name : property.name + ("=" + value);
-    const auto answer = [&](Result result, const std::string& words) {
-        return SetOutcome{result, subject + ": " + words};
-    };
-    const bool was_playing = session.playing();
-    const auto before = property.kind == ValueKind::kSize && property.gettable
-                            ? session.get(property.number)
-                            : std::nullopt;
-    CAM_PROP_VALUE record = assignment.value;
-    const bool taken = session.set(property.number, &record);
-    if (property.assurance == Assurance::kAnswersFalse) {
-        return answer(Result::kDone, register_answer(record));
-    }
-    const char* reason = no_effect_reason(session, assignment);
-    if (taken) {
-        return reason != nullptr
-                   ? answer(Result::kIgnored, std::string("accepted without effect: ") + reason)
-                   : answer(Result::kDone, accepted(session, assignment, was_playing));
-    }
-    const bool same = before && before->value == assignment.value.value;
-    if (!same && kept_though_refused(session, assignment)) {
-        const std::string note = reason != nullptr ? std::string("; but ") + reason : "";
-        return answer(Result::kKept,
-                      "refused now (the camera is not recording), kept for the next "
-                      "start of recording" +
-                          note);
-    }
-    return answer(Result::kRefused, refused(session, assignment, same));
+        property.kind == ValueKind::kTrigger
+            ? property.name
+            : property.name + ("=" + format_value(property, assignment.value));
+    SetOutcome outcome = outcome_of(try_to_set(session, assignment));
+    outcome.sentence.insert(0, subject + ": ");
+    return outcome;
 }
 
 GetOutcome get_property(const Session& session, const Property& property) {

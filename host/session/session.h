@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "host/properties/combination.h"
 #include "host/session/controls.h"
 #include "host/session/plugin.h"
 
@@ -43,6 +44,9 @@ class Session {
 
     /// True: streams are chosen with CAM_PROPERTY_SIGNAL_TYPE; false: with CAM_PROPERTY_VIDEO_MODE.
     bool by_signal_type() const { return by_signal_type_; }
+    Selector selector() const {
+        return by_signal_type_ ? Selector::kSignalType : Selector::kVideoMode;
+    }
 
     std::optional<CAM_PROP_VALUE> get(CAM_PROPERTY property) const;
     /// `value` is written back by the plug-in for some properties.
