@@ -28,6 +28,7 @@ struct Typed {
     std::string jpeg_every;
     std::vector<std::string> changes;
     std::string virtual_camera;
+    std::filesystem::path check_output;
     int fps = 0;
     int bitrate = 0;
     size_t queue_mib = 64;
@@ -170,6 +171,46 @@ void understand_record(const CLI::App& command, const Typed& typed, RecordOption
     }
 }
 
+struct Subcommand {
+    Command command;
+    CLI::App* parser;  ///< owned by the program's parser
+};
+
+std::vector<Subcommand> add_subcommands(CLI::App* app, Options* options, Typed* typed) {
+    std::vector<Subcommand> all;
+    const auto add = [&](Command command, const char* name, const char* purpose) {
+        all.push_back({command, app->add_subcommand(name, purpose)});
+        return all.back().parser;
+    };
+    add_record(add(Command::kRecord, "record", "record streams into files"), &options->record,
+               typed);
+    add(Command::kCheck, "check", "record two seconds and judge the camera")
+        ->add_option("--output", typed->check_output, "keep the files in this folder");
+    add(Command::kGet, "get", "read properties")
+        ->add_option("property", options->words, "names, see camhost list")
+        ->required();
+    add(Command::kSet, "set", "set properties")
+        ->add_option("assignment", options->words, "PROPERTY=VALUE")
+        ->required();
+    add(Command::kList, "list", "show all properties");
+    add(Command::kCapabilities, "capabilities", "show what the camera offers");
+    add(Command::kShell, "shell", "set, read and record interactively");
+    for (const Subcommand& each : all) {
+        add_common(each.parser, &options->common, typed);
+    }
+    return all;
+}
+
+void parse(CLI::App* app, int argc, char** argv) {
+    try {
+        app->parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        std::exit(app->exit(help));
+    } catch (const CLI::ParseError& error) {
+        throw Failure(ExitCode::kUsage, std::string(error.what()) + " (camhost --help)");
+    }
+}
+
 }  // namespace
 
 std::chrono::milliseconds recording_duration(const RecordOptions& options) {
@@ -185,41 +226,16 @@ Options parse_arguments(int argc, char** argv) {
         "camhost");
     app.require_subcommand(1);
     app.footer(footer());
-    auto* record = app.add_subcommand("record", "record streams into files");
-    add_record(record, &options.record, &typed);
-    auto* check = app.add_subcommand("check", "record two seconds and judge the camera");
-    std::filesystem::path check_output;
-    check->add_option("--output", check_output, "keep the files in this folder");
-    auto* get = app.add_subcommand("get", "read properties");
-    get->add_option("property", options.words, "names, see camhost list")->required();
-    auto* set = app.add_subcommand("set", "set properties");
-    set->add_option("assignment", options.words, "PROPERTY=VALUE")->required();
-    auto* list = app.add_subcommand("list", "show all properties");
-    auto* capabilities = app.add_subcommand("capabilities", "show what the camera offers");
-    auto* shell = app.add_subcommand("shell", "set, read and record interactively");
-    const std::vector<std::pair<CLI::App*, Command>> commands{
-        {record, Command::kRecord}, {check, Command::kCheck},
-        {get, Command::kGet},       {set, Command::kSet},
-        {list, Command::kList},     {capabilities, Command::kCapabilities},
-        {shell, Command::kShell}};
-    for (const auto& [command, unused] : commands) {
-        add_common(command, &options.common, &typed);
-    }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& help) {
-        std::exit(app.exit(help));
-    } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::kUsage, std::string(error.what()) + " (camhost --help)");
-    }
-    const auto chosen = std::find_if(commands.begin(), commands.end(),
-                                     [](const auto& each) { return each.first->parsed(); });
-    options.command = chosen->second;
-    understand_common(*chosen->first, typed, &options.common);
+    const auto subcommands = add_subcommands(&app, &options, &typed);
+    parse(&app, argc, argv);
+    const auto chosen = std::find_if(subcommands.begin(), subcommands.end(),
+                                     [](const auto& each) { return each.parser->parsed(); });
+    options.command = chosen->command;
+    understand_common(*chosen->parser, typed, &options.common);
     if (options.command == Command::kRecord) {
-        understand_record(*record, typed, &options.record);
+        understand_record(*chosen->parser, typed, &options.record);
     } else {
-        options.record.output = check_output;
+        options.record.output = typed.check_output;
     }
     return options;
 }
