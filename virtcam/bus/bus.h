@@ -31,11 +31,11 @@
 
 #include "virtcam/bus/complaint_log.h"
 #include "virtcam/bus/config.h"
-#include "virtcam/bus/control.h"
 #include "virtcam/bus/fixed_devices.h"
 #include "virtcam/bus/interface_table.h"
 #include "virtcam/bus/listing.h"
 #include "virtcam/bus/objects.h"
+#include "virtcam/bus/records.h"
 #include "virtcam/bus/ticker.h"
 #include "virtcam/bus/trace.h"
 #include "virtcam/faults/rule_set.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "virtcam/bus/control.h"
+#include "virtcam/bus/records.h"
 
 namespace virtcam::bus {
 

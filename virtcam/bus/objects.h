@@ -16,11 +16,11 @@
 
 #include "virtcam/bus/descriptors.h"
 #include "virtcam/faults/action.h"
-#include "virtcam/model/camera.h"
+#include "virtcam/model/clock.h"
 
 namespace virtcam::bus {
 
-using TimePoint = std::chrono::steady_clock::time_point;
+using model::TimePoint;
 
 /// A device as it stands on the bus during one attachment; immutable.
 struct DeviceInfo {

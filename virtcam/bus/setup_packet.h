@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "virtcam/model/camera.h"
+#include "virtcam/model/setup.h"
 
 namespace virtcam::bus {
 

@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "virtcam/model/camera.h"
+#include "virtcam/model/setup.h"
 
 namespace virtcam::bus {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "virtcam/faults/rule.h"
-#include "virtcam/model/camera.h"
+#include "virtcam/model/setup.h"
 
 namespace virtcam::faults {
 

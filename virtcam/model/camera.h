@@ -7,7 +7,6 @@
 // section, except advance(), which makes pictures.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -19,36 +18,10 @@
 #include <vector>
 
 #include "virtcam/model/camera_config.h"
+#include "virtcam/model/clock.h"
+#include "virtcam/model/setup.h"
 
 namespace virtcam::model {
-
-using Clock = std::chrono::steady_clock;
-using TimePoint = Clock::time_point;
-
-/// SETUP packet of a control transfer (USB 2.0, table 9-2), fields in host byte order.
-struct Setup {
-    uint8_t request_type = 0;  ///< bmRequestType
-    uint8_t request = 0;       ///< bRequest
-    uint16_t value = 0;        ///< wValue
-    uint16_t index = 0;        ///< wIndex
-    uint16_t length = 0;       ///< wLength
-
-    bool device_to_host() const { return (request_type & 0x80) != 0; }
-};
-
-/// Answer of the device to a control transfer.
-struct ControlReply {
-    bool stall = false;         ///< request refused (protocol STALL); data is empty then
-    std::vector<uint8_t> data;  ///< IN data, never more than Setup::length; empty for OUT
-};
-
-/// One vendor or class command that reached the device, as recorded for tests and status dump.
-struct CommandRecord {
-    TimePoint when;
-    Setup setup;
-    std::vector<uint8_t> data;  ///< OUT data, or the IN data of the reply
-    bool stalled = false;
-};
 
 class Camera {
   public:

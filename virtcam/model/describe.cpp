@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "virtcam/model/bytes.h"
-#include "virtcam/model/camera.h"
+#include "virtcam/model/setup.h"
 #include "virtcam/model/usb.h"
 #include "virtcam/model/uvc_controls.h"
 

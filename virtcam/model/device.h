@@ -8,7 +8,8 @@
 #include <string>
 
 #include "virtcam/model/bytes.h"
-#include "virtcam/model/camera.h"
+#include "virtcam/model/camera_config.h"
+#include "virtcam/model/clock.h"
 #include "virtcam/model/descriptors.h"
 #include "virtcam/model/extension_unit.h"
 #include "virtcam/model/firmware.h"
@@ -17,6 +18,7 @@
 #include "virtcam/model/probe_commit.h"
 #include "virtcam/model/scene.h"
 #include "virtcam/model/settings.h"
+#include "virtcam/model/setup.h"
 #include "virtcam/model/stream_producer.h"
 #include "virtcam/model/uvc_controls.h"
 

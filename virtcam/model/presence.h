@@ -5,7 +5,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "virtcam/model/camera.h"
+#include "virtcam/model/camera_config.h"
+#include "virtcam/model/clock.h"
 #include "virtcam/model/descriptors.h"
 
 namespace virtcam::model {

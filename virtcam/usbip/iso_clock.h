@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "virtcam/model/camera.h"
+#include "virtcam/model/clock.h"
 
 namespace virtcam::usbip {
 
