@@ -9,22 +9,14 @@
 #include "FileContent.h"
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
+#include "UvcRequests.h"
+#include "VendorCommands.h"
 #include "aitdbg.h"
 
 namespace {
 
-constexpr uint8_t kVendorToDevice = 0x40;
 constexpr unsigned char kBulkOutEndpoint = 1;
 constexpr long kLargestImage = 0x7FFFFFFF;  // the requests carry 32 bits of size
-
-enum VendorRequest : uint8_t {
-    kBurnDefault = 3,
-    kBurnChip3 = 5,
-    kBurnChip2 = 6,
-    kCheckSum = 7,
-    kBurnChip4 = 8,
-    kAnnounce = 130,
-};
 
 constexpr unsigned int kShortTimeoutMs = 1000;
 constexpr unsigned int kBurnTimeoutMs = 30000;
@@ -32,12 +24,6 @@ constexpr unsigned int kBurnTimeoutMs = 30000;
 constexpr int kPcsyncPiece = 512;
 constexpr unsigned int kPcsyncTimeoutMs = 100;
 constexpr int kBulkPiece = 32768;
-
-// Selectors of the extension unit.
-constexpr uint16_t kDataSelector = 3;
-constexpr uint16_t kCommandSelector = 4;
-constexpr uint8_t kDataPiece = 32;
-constexpr int kSet = 1;
 
 struct FreeMemory {
     void operator()(unsigned char* memory) const { free(memory); }
@@ -105,10 +91,10 @@ typedef int (*ControlTransfer)(libusb_device_handle*, uint8_t, uint8_t, uint16_t
                                unsigned char*, uint16_t, unsigned int);
 
 /// A vendor request that carries the image's size in wValue and wIndex.
-int SendSize(AitDevHandle* device, ControlTransfer transfer, VendorRequest request, int size,
+int SendSize(AitDevHandle* device, ControlTransfer transfer, vendor::Request request, int size,
              unsigned int timeoutMs) {
     const auto bits = static_cast<uint32_t>(size);
-    return transfer(device->handle, kVendorToDevice, request, static_cast<uint16_t>(bits),
+    return transfer(device->handle, usb::kVendorToDevice, request, static_cast<uint16_t>(bits),
                     static_cast<uint16_t>(bits >> 16), nullptr, 0, timeoutMs);
 }
 
@@ -152,16 +138,16 @@ int Finish(bool burnt) {
     return 0;
 }
 
-VendorRequest BurnRequest(unsigned int chip) {
+vendor::Request BurnRequest(unsigned int chip) {
     switch (chip) {
         case 2:
-            return kBurnChip2;
+            return vendor::kBurnChip2;
         case 3:
-            return kBurnChip3;
+            return vendor::kBurnChip3;
         case 4:
-            return kBurnChip4;
+            return vendor::kBurnChip4;
         default:
-            return kBurnDefault;
+            return vendor::kBurnDefault;
     }
 }
 
@@ -171,34 +157,33 @@ bool CheckSumMatches(AitDevHandle* device, long long checkSum, int size) {
     PutLe32(block, static_cast<uint32_t>(bits));
     PutLe32(block + 4, static_cast<uint32_t>(bits >> 32));
     PutLe32(block + 8, static_cast<uint32_t>(size));
-    return libusb_control_transfer_(device->handle, kVendorToDevice, kCheckSum, 0, 0, block,
-                                    sizeof block, kBurnTimeoutMs) >= 0;
+    return libusb_control_transfer_(device->handle, usb::kVendorToDevice, vendor::kCheckSum, 0, 0,
+                                    block, sizeof block, kBurnTimeoutMs) >= 0;
 }
 
 }  // namespace
 
 int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int) {
     Image image;
-    if (!image.Load(file_path_name, {1, 0, kDataPiece, true})) {
+    if (!image.Load(file_path_name, {1, 0, xu::kFirmwarePiece, true})) {
         return AIT_ERR_DEVICE;
     }
     AIT_LOG(4, "UVC path fw update init.\r\n");
-    unsigned char init[kIspBlockSize] = {0x01, 0x00, 0x03};
-    if (AitXU_XuCmd(ait_handle, init, kCommandSelector, sizeof init, kSet) < 0) {
+    if (AitXU_SendBlock(ait_handle, xu::Block(xu::kFirmwareBegin)) < 0) {
         return AIT_ERR_DEVICE;
     }
     AIT_LOG(4, "UVC path fw data transfer.\r\n");
-    const int pieces = image.Size() / kDataPiece + (image.Size() % kDataPiece != 0 ? 1 : 0);
+    const int pieces =
+        image.Size() / xu::kFirmwarePiece + (image.Size() % xu::kFirmwarePiece != 0 ? 1 : 0);
     for (int i = 0; i < pieces; ++i) {
-        if (AitXU_XuCmd(ait_handle, image.At(i * kDataPiece), kDataSelector, kDataPiece, kSet) <
-            0) {
+        if (AitXU_XuCmd(ait_handle, image.At(i * xu::kFirmwarePiece), xu::kFirmwareData,
+                        xu::kFirmwarePiece, kToCamera) < 0) {
             return AIT_ERR_DEVICE;
         }
     }
     image.Free();
     AIT_LOG(4, "Start burning.\r\n");
-    unsigned char burn[kIspBlockSize] = {0x01, 0x01, 0x03};
-    AitXU_XuCmd(ait_handle, burn, kCommandSelector, sizeof burn, kSet);
+    AitXU_SendBlock(ait_handle, xu::Block(xu::kFirmwareBurn));
     return Finish(true);  // whatever the burn command said: the camera may be gone already
 }
 
@@ -208,12 +193,13 @@ int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, uns
         return AIT_ERR_DEVICE;
     }
     // This path does not take the control transfers' lock: nothing else uses the camera yet.
-    SendSize(ait_handle, libusb_control_transfer, kAnnounce, image.Size(), kShortTimeoutMs);
+    SendSize(ait_handle, libusb_control_transfer, vendor::kAnnounceImage, image.Size(),
+             kShortTimeoutMs);
     WriteUnchecked(ait_handle, image, kPcsyncPiece, kPcsyncTimeoutMs);
     image.Free();
     AIT_LOG(4, "Start burning.\r\n");
-    const int result =
-        SendSize(ait_handle, libusb_control_transfer, kBurnChip4, image.Size(), kShortTimeoutMs);
+    const int result = SendSize(ait_handle, libusb_control_transfer, vendor::kBurnChip4,
+                                image.Size(), kShortTimeoutMs);
     // The camera may reboot before it has acknowledged.
     return Finish(result == 0 || result == LIBUSB_ERROR_NO_DEVICE);
 }
@@ -223,7 +209,8 @@ int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int 
     if (!image.Load(file_path_name, {4, 0, 0, false})) {
         return AIT_ERR_DEVICE;
     }
-    SendSize(ait_handle, libusb_control_transfer_, kAnnounce, image.Size(), kShortTimeoutMs);
+    SendSize(ait_handle, libusb_control_transfer_, vendor::kAnnounceImage, image.Size(),
+             kShortTimeoutMs);
     if (!WriteChecked(ait_handle, image)) {
         return AIT_ERR_DEVICE;
     }
@@ -239,7 +226,8 @@ int UpdateAitFirmwareWithCheckSum(AitDevHandle* ait_handle, char* file_path_name
     if (!image.Load(file_path_name, {4, 0, 0, false})) {
         return AIT_ERR_DEVICE;
     }
-    SendSize(ait_handle, libusb_control_transfer_, kAnnounce, image.Size(), kShortTimeoutMs);
+    SendSize(ait_handle, libusb_control_transfer_, vendor::kAnnounceImage, image.Size(),
+             kShortTimeoutMs);
     WriteUnchecked(ait_handle, image, kBulkPiece, kShortTimeoutMs);
     image.Free();
     AIT_LOG(4, "Start burning.\r\n");
@@ -247,14 +235,14 @@ int UpdateAitFirmwareWithCheckSum(AitDevHandle* ait_handle, char* file_path_name
         AIT_LOG(1, "Check sum does not match.\r\n");
         return AIT_ERR_DEVICE;
     }
-    return Finish(SendSize(ait_handle, libusb_control_transfer_, kBurnDefault, image.Size(),
+    return Finish(SendSize(ait_handle, libusb_control_transfer_, vendor::kBurnDefault, image.Size(),
                            kBurnTimeoutMs) >= 0);
 }
 
 int DisableFlashWP(AitDevHandle* ait_handle) {
-    unsigned char unlock[kMmpBlockSize] = {0x07, 0x00};
-    AitMMPCmdSet16(ait_handle, unlock);
-    unsigned char disable[kMmpBlockSize] = {0x07, 0x02};
-    AitMMPCmdSet16(ait_handle, disable);
+    xu::Block unlock(xu::kFlashProtection, xu::kFlashUnlock);
+    AitMMPCmdSet16(ait_handle, unlock.bytes);
+    xu::Block off(xu::kFlashProtection, xu::kFlashProtectionOff);
+    AitMMPCmdSet16(ait_handle, off.bytes);
     return 0;
 }

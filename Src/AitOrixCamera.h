@@ -21,6 +21,7 @@
 #include "CameraInterface.h"
 #include "Platform.h"
 #include "V4l2Capture.h"
+#include "VendorCommands.h"
 #include "VideoCaptureThread.h"
 #include "ptasking.h"
 
@@ -88,19 +89,24 @@ class CAitOrixCamera : public ICameraSubject {
     void AttachCropArea(CCameraData* data);
 
     // Recording, step by step.
-    void SelectStreamCombination(unsigned char* block);
-    void SelectByVideoMode(unsigned char* block);
-    void SelectBySignalType(unsigned char* block);
+    void SelectStreamCombination();
+    void SelectByVideoMode();
+    void SelectBySignalType();
     void ApplyCallModeOptions();
-    void SendStreamCombination(unsigned char* block, unsigned char code);
-    void SetStreamTarget(unsigned char* block, unsigned char target);
+    void SendStreamCombination(unsigned char code);
+    void SetStreamTarget(xu::StreamTarget target);
     bool OpenVideoStream();
-    void SetStreamRates(unsigned char* block);
+    void SetStreamRates();
     void ApplyAntiFlickerOnce();
     void StartVideoThread();
     bool StartAudio();
     void StopVideoThread();
     void StopAudioThread();
+
+    // Vendor commands, through the video adapter, which must be there; bytes, or a negative code.
+    int SendBlock(xu::Block block);
+    /// Reads the answer to the last command of the block's group into the block.
+    int ReadAnswer(xu::Block& block);
 
     // Properties.
     bool HasCapturer() const;

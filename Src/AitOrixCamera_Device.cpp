@@ -1,7 +1,5 @@
-// The camera object's own device commands: video option word and light.
+// The camera object's device commands: any command block, video option word, light.
 #include "AitOrixCamera.h"
-#include "AitXu.h"
-#include "ExtensionUnit.h"
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
 #include "aitdbg.h"
@@ -10,23 +8,32 @@ bool CAitOrixCamera::HasCapturer() const {
     return video_capturer != nullptr && m_State != CAM_STATE_DISCONNECTED;
 }
 
+int CAitOrixCamera::SendBlock(xu::Block block) {
+    return video_capturer.load()->AitCommandSend(block.group.command, block.bytes,
+                                                 block.group.size);
+}
+
+int CAitOrixCamera::ReadAnswer(xu::Block& block) {
+    return video_capturer.load()->AitCommandGet(block.group.result, block.bytes, block.group.size);
+}
+
 int CAitOrixCamera::GetVideoOption(unsigned int* options) {
-    unsigned char block[kMmpBlockSize] = {0x02, 0x01};
+    xu::Block block(xu::kReadVideoOption);
     if (!HasCapturer()) {
         *options = 0;
         AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
         AIT_LOG(4, "GetVideoOption Failed !! return (%d)", 0);
         return AIT_ERR_DEVICE;
     }
-    int result = video_capturer.load()->AitCommandSend(kXuMmpCommand, block, sizeof block);
+    int result = SendBlock(block);
     if (result >= 0) {
-        result = video_capturer.load()->AitCommandGet(kXuMmpResult, block, sizeof block);
+        result = ReadAnswer(block);
     }
     if (result < 0) {
         AIT_LOG(4, "GetVideoOption Failed !! return (%d)", result);
         return AIT_ERR_DEVICE;
     }
-    *options = GetLe32(block + 1);
+    *options = GetLe32(block.bytes + 1);
     AIT_LOG(4, "GetVideoOption = 0x%X", *options);
     return 0;
 }
@@ -36,17 +43,16 @@ int CAitOrixCamera::SetVideoOption(unsigned int options) {
         AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
         return -1;
     }
-    unsigned char block[kMmpBlockSize] = {0x02, 0x02};
-    PutLe32(block + 2, options);
+    xu::Block block(xu::kWriteVideoOption);
+    PutLe32(block.Value(), options);
     AIT_LOG(4, "SetVideoOption = 0x%X", options);
-    return video_capturer.load()->AitCommandSend(kXuMmpCommand, block, sizeof block);
+    return SendBlock(block);
 }
 
 bool CAitOrixCamera::TurnOnOffLED(unsigned char on) {
-    unsigned char block[kXuAuxBlockSize] = {0x0E, 0x00, on};
     if (!HasCapturer()) {
         AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
         return false;
     }
-    return video_capturer.load()->AitCommandSend(kXuAuxCommand, block, sizeof block) >= 0;
+    return SendBlock(xu::Block(xu::kLight, on)) >= 0;
 }

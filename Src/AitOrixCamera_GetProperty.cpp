@@ -2,10 +2,8 @@
 #include <unistd.h>
 
 #include "AitOrixCamera.h"
-#include "AitXu.h"
-#include "ExtensionUnit.h"
+#include "CameraTerminal.h"
 #include "LittleEndian.h"
-#include "V4l2Controls.h"
 #include "aitdbg.h"
 
 namespace {
@@ -84,11 +82,10 @@ struct PropertyGetters {
         if (!camera.HasCapturer()) {
             return false;
         }
-        unsigned char block[kIspBlockSize] = {0x12};
-        AitUvcCapture& video = *camera.video_capturer;
-        video.AitCommandSend(kXuIspCommand, block, sizeof block);
-        video.AitCommandGet(kXuIspResult, block, sizeof block);
-        param.value = GetLe16(block + 2);
+        xu::Block block(xu::kAmbientLight);
+        camera.SendBlock(block);
+        camera.ReadAnswer(block);
+        param.value = GetLe16(block.bytes + 2);
         return true;
     }
 
@@ -108,15 +105,14 @@ struct PropertyGetters {
             param.value = 0;
             return false;
         }
-        unsigned char block[kMmpBlockSize] = {0x12};
-        AitUvcCapture& video = *camera.video_capturer;
-        if (video.AitCommandSend(kXuMmpCommand, block, sizeof block) < 1) {
+        xu::Block block(xu::kVideoTest);
+        if (camera.SendBlock(block) < 1) {
             AIT_LOG(4, "Video Auto Test failed. Device no response.\r\n");
             return false;
         }
         sleep(kVideoTestSeconds);
-        video.AitCommandGet(kXuMmpResult, block, sizeof block);
-        if (block[0] != 0) {
+        camera.ReadAnswer(block);
+        if (block.bytes[0] != 0) {
             AIT_LOG(4, "Video Auto Test failed. Device no response.\r\n");
             param.value = 0;
             return true;

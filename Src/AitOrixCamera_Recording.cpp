@@ -2,18 +2,10 @@
 #include <unistd.h>
 
 #include "AitOrixCamera.h"
-#include "AitXu.h"
 #include "CameraIdentity.h"
-#include "ExtensionUnit.h"
 #include "aitdbg.h"
 
 namespace {
-
-constexpr int kCommandBlockSize = 16;
-constexpr unsigned char kSelectCombination = 1;    // byte 0 of the MMP command
-constexpr unsigned char kSelectStreamTarget = 13;  // byte 0 of the ISP command
-constexpr unsigned char kMainStream = 0;
-constexpr unsigned char kSubStream = 1;
 
 constexpr uint32_t kMultiplexedPixFmt = 0;
 constexpr int kStreamRate = 30;  // whatever m_nCurrentFPS says: the encoder's rate is set apart
@@ -27,10 +19,6 @@ constexpr useconds_t kAfterAudioUs = 10000;
 
 constexpr unsigned char kCodeDualH264 = 7;
 constexpr unsigned char kCodeH264Jpeg = 8;
-
-// Bits of the video option word.
-constexpr unsigned int kOptionMirror = 0x01;
-constexpr unsigned int kOptionLocalMirrors = 0x30;
 
 const char* SignalTypeName(CAM_SIGNAL_TYPE type) {
     static const char* const kNames[] = {
@@ -58,14 +46,13 @@ bool CAitOrixCamera::StartRecording() {
         AIT_LOG(1, "CAitOrixCamera::StartRecording, Can't open video break\r\n");
         return false;
     }
-    unsigned char block[kCommandBlockSize] = {};
-    SelectStreamCombination(block);
-    SetStreamTarget(block, kMainStream);
+    SelectStreamCombination();
+    SetStreamTarget(xu::kMainStream);
     StopVideoThread();  // one that a start left behind when its audio step failed
     if (!OpenVideoStream()) {
         return false;
     }
-    SetStreamRates(block);
+    SetStreamRates();
     ApplyAntiFlickerOnce();
     StartVideoThread();
     if (!StartAudio()) {
@@ -76,30 +63,30 @@ bool CAitOrixCamera::StartRecording() {
     return true;
 }
 
-void CAitOrixCamera::SelectStreamCombination(unsigned char* block) {
+void CAitOrixCamera::SelectStreamCombination() {
     if (mCurTvMode == USE_CAM_VIDEO_MODE) {
-        SelectByVideoMode(block);
+        SelectByVideoMode();
         ApplyCallModeOptions();
     } else if (mCurTvMode == USE_CAM_SIGNAL_TYPE) {
-        SelectBySignalType(block);
+        SelectBySignalType();
     }
 }
 
 /// The two rules of the call mode are deliberately no mirror images of each other: each names its
 /// own platform.
-void CAitOrixCamera::SelectByVideoMode(unsigned char* block) {
+void CAitOrixCamera::SelectByVideoMode() {
     const bool callBitrate = m_nCurrentBPS == kCallModeBitrate;
     switch (m_videomode) {
         case CAM_VIDEO_H264_H264:
             AIT_LOG(4, "Video mode is Dual H264\r\n");
             AIT_LOG(4, "Set TMK signal type = 0x07 \r\n");
-            SendStreamCombination(block, kCodeDualH264);
+            SendStreamCombination(kCodeDualH264);
             m_bSkypeCallMode = !(m_nPlatform == TENCH_P && callBitrate);
             break;
         case CAM_VIDEO_H264_MJPEG:
         case CAM_VIDEO_H264_JPEG:
             AIT_LOG(4, "Video mode is H264+JPEG\r\n");
-            SendStreamCombination(block, kCodeH264Jpeg);
+            SendStreamCombination(kCodeH264Jpeg);
             m_bSkypeCallMode = m_nPlatform == TENCH_S && !callBitrate;
             break;
         default:
@@ -114,36 +101,32 @@ void CAitOrixCamera::ApplyCallModeOptions() {
         AIT_LOG(1, "GetVideoOption of StartRecording was Failed !!! \r\n");
         return;
     }
-    const unsigned int options = m_bSkypeCallMode
-                                     ? (lastOptions & ~kOptionMirror) | kOptionLocalMirrors
-                                     : (lastOptions & ~kOptionLocalMirrors) | kOptionMirror;
+    constexpr unsigned int kLocalMirrors = xu::kLocalMirror | xu::kGrayMirror;
+    const unsigned int options = m_bSkypeCallMode ? (lastOptions & ~xu::kMirror) | kLocalMirrors
+                                                  : (lastOptions & ~kLocalMirrors) | xu::kMirror;
     AIT_LOG(4, "last_options = %X, cur_options = %X\r\n", lastOptions, options);
     SetVideoOption(options);
 }
 
-void CAitOrixCamera::SelectBySignalType(unsigned char* block) {
+void CAitOrixCamera::SelectBySignalType() {
     const char* name = SignalTypeName(m_SignalType);
     if (name == nullptr) {
         AIT_LOG(4, "Unknown Signal Type\r\n");
-        SendStreamCombination(block, 0);
+        SendStreamCombination(0);
         return;
     }
     AIT_LOG(4, "Signale Type = %s\r\n", name);
-    SendStreamCombination(block, static_cast<unsigned char>(m_SignalType));
+    SendStreamCombination(static_cast<unsigned char>(m_SignalType));
 }
 
-void CAitOrixCamera::SendStreamCombination(unsigned char* block, unsigned char code) {
-    block[0] = kSelectCombination;
-    block[1] = code;
-    video_capturer.load()->AitCommandSend(kXuMmpCommand, block, kMmpBlockSize);
+void CAitOrixCamera::SendStreamCombination(unsigned char code) {
+    SendBlock(xu::Block(xu::kPreviewParameters, code));  // in mode kSelectStreams, 0
 }
 
 /// Directs the bit rate and frame rate that follow to one of the two H.264 streams.
-void CAitOrixCamera::SetStreamTarget(unsigned char* block, unsigned char target) {
+void CAitOrixCamera::SetStreamTarget(xu::StreamTarget target) {
     AIT_LOG(4, "Set stream target(ID)=%d\r\n", target);
-    block[0] = kSelectStreamTarget;
-    block[1] = target;
-    if (video_capturer.load()->AitCommandSend(kXuIspCommand, block, kIspBlockSize) < 0) {
+    if (SendBlock(xu::Block(xu::kRateTarget, target)) < 0) {
         AIT_LOG(1, "Failed to set video mode.\r\n");
     }
 }
@@ -159,17 +142,17 @@ bool CAitOrixCamera::OpenVideoStream() {
     return false;
 }
 
-void CAitOrixCamera::SetStreamRates(unsigned char* block) {
+void CAitOrixCamera::SetStreamRates() {
     AitUvcCapture& video = *video_capturer;
     video.SetBitrate(static_cast<uint32_t>(m_nCurrentBPS / kBitsPerKilobit));
     video.SetFramerate(static_cast<uint32_t>(m_nCurrentFPS));
     if (m_nPlatform == TENCH_S) {
         return;
     }
-    SetStreamTarget(block, kSubStream);
+    SetStreamTarget(xu::kSubStream);
     video.SetBitrate(kSubBitrate);
     video.SetFramerate(m_nPlatform == TENCH_P ? kSubRateTenchP : kSubRate);
-    SetStreamTarget(block, kMainStream);  // later changes of the rates address the main stream
+    SetStreamTarget(xu::kMainStream);  // later changes of the rates address the main stream
 }
 
 void CAitOrixCamera::ApplyAntiFlickerOnce() {

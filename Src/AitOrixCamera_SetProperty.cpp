@@ -5,10 +5,9 @@
 #include <algorithm>
 
 #include "AitOrixCamera.h"
-#include "AitXu.h"
-#include "ExtensionUnit.h"
+#include "CameraTerminal.h"
 #include "LittleEndian.h"
-#include "V4l2Controls.h"
+#include "UvcRequests.h"
 #include "aitdbg.h"
 
 namespace {
@@ -19,20 +18,8 @@ constexpr unsigned int kLargestVolume = 100;    // percent
 constexpr unsigned int kUnitsPerDegree = 3600;  // pan and tilt
 constexpr useconds_t kRestartPauseUs = 30000;
 
-constexpr unsigned int kPuPowerLineFrequency = 5;  // UVC 1.00, A.9.5
-constexpr int kPowerLine50Hz = 1;                  // UVC 1.00, 4.2.2.3.5
-constexpr int kPowerLine60Hz = 2;
-
 constexpr uint16_t kCropSourceWidth = 1280;
 constexpr uint16_t kCropSourceHeight = 960;
-
-/// Modes of crop and face tracking as the camera knows them.
-enum CropMode : unsigned int {
-    kFaceTrackingOn = 5,
-    kFaceTrackingOff = 6,
-    kCropOriginGiven = 9,
-    kCropOriginReset = 10,
-};
 
 /// How a property call ends.
 enum class Ending {
@@ -61,10 +48,15 @@ struct PropertySetters {
     struct Row {
         CAM_PROPERTY property;
         Action action;
-        unsigned int number = 0;      // what the action works on: axis, selector or bits
-        unsigned char length = 0;     // of a command block
-        unsigned char bytes[2] = {};  // head of a command block
-        unsigned char valueAt = 0;    // where its value byte goes
+        // What the action works on: an axis, a processing-unit control or option bits ...
+        unsigned int number = 0;
+        const xu::Command* command = nullptr;  // ... or a command
+
+        constexpr Row(CAM_PROPERTY handled, Action does) : property(handled), action(does) {}
+        constexpr Row(CAM_PROPERTY handled, Action does, unsigned int on)
+            : property(handled), action(does), number(on) {}
+        constexpr Row(CAM_PROPERTY handled, Action does, const xu::Command& sent)
+            : property(handled), action(does), command(&sent) {}
     };
 
     static const Row* Find(CAM_PROPERTY property);
@@ -159,8 +151,8 @@ struct PropertySetters {
         // 1 is 60 Hz and 2 is 50 Hz here, the reverse of the class control's own numbers.
         const bool hz60 = param.value == 1;
         AIT_LOG(4, "cam frequency is %s", hz60 ? "60Hz" : "50Hz");
-        return FromResult(
-            Video(camera).SetPU(kPuPowerLineFrequency, hz60 ? kPowerLine60Hz : kPowerLine50Hz));
+        return FromResult(Video(camera).SetPU(uvc::kPuPowerLineFrequency,
+                                              hz60 ? uvc::kPowerLine60Hz : uvc::kPowerLine50Hz));
     }
 
     static Ending AutoFocus(CAitOrixCamera&, CAM_PROP_VALUE&, const Row&) {
@@ -197,45 +189,31 @@ struct PropertySetters {
     /// Reads a register of the audio converter. The answer is in res[1]; the result is false even
     /// when all went well, and nothing that fails on the way stops the sequence.
     static Ending I2cReadAudio(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        unsigned char preamble[kXuAuxBlockSize] = {0xFF, 0x00, 0x14};
+        Send(camera, xu::Block(xu::kAudioRegisterPreamble));
+        xu::Block read(xu::kReadAudioRegister);
+        PutHighByteFirst(read.Value(), param.res[0]);
+        Send(camera, read);
+        xu::Block answer(xu::kAux);
         if (camera.CheckCapturer()) {
-            Video(camera).AitCommandSend(kXuAuxCommand, preamble, sizeof preamble);
+            camera.ReadAnswer(answer);
         }
-        unsigned char read[kXuAuxBlockSize] = {0xFF, 0x02, HighByte(param.res[0]),
-                                               LowByte(param.res[0])};
-        if (camera.CheckCapturer()) {
-            Video(camera).AitCommandSend(kXuAuxCommand, read, sizeof read);
-        }
-        unsigned char reply[kXuAuxBlockSize] = {};
-        if (camera.CheckCapturer()) {
-            Video(camera).AitCommandGet(kXuAuxResult, reply, sizeof reply);
-        }
-        param.res[1] = reply[2];
+        param.res[1] = answer.bytes[2];
         return Ending::kQuietFalse;
     }
 
     static Ending I2cWriteAudio(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        unsigned char preamble[kXuAuxBlockSize] = {0xFF, 0x00, 0x14};
-        if (camera.CheckCapturer()) {
-            Video(camera).AitCommandSend(kXuAuxCommand, preamble, sizeof preamble);
-        }
-        unsigned char write[kXuAuxBlockSize] = {0xFF, 0x01, HighByte(param.res[0]),
-                                                LowByte(param.res[0]), LowByte(param.res[1])};
-        if (!camera.CheckCapturer()) {
-            return Ending::kFailure;
-        }
-        return FromTransfer(Video(camera).AitCommandSend(kXuAuxCommand, write, sizeof write));
+        Send(camera, xu::Block(xu::kAudioRegisterPreamble));
+        xu::Block write(xu::kWriteAudioRegister);
+        PutHighByteFirst(write.Value(), param.res[0]);
+        write.Value()[2] = LowByte(param.res[1]);
+        return Send(camera, write);
     }
 
     static Ending CropVga(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
         TakeCropOrigin(camera, param);
-        unsigned char block[kMmpBlockSize] = {0x01, LowByte(camera.m_SignalType),
-                                              LowByte(static_cast<int>(camera.m_CropMode))};
-        PutCropArea(block + 3, param);
-        Ending ending = Ending::kFailure;
-        if (camera.CheckCapturer()) {
-            ending = FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
-        }
+        xu::Block block = PreviewParameters(camera);
+        PutCropArea(block.Value() + 2, param);
+        const Ending ending = Send(camera, block);
         AIT_LOG(4, "CAM_PROPERTY_CROP_VGA, x=%d, y=%d, w=%d, h=%d\r\n", camera.m_CurCropPosX.load(),
                 camera.m_CurCropPosY.load(), kCropSourceWidth, kCropSourceHeight);
         return ending;
@@ -243,12 +221,12 @@ struct PropertySetters {
 
     static Ending CropGray(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
         TakeCropOrigin(camera, param);
-        unsigned char block[kMmpBlockSize] = {0x13, LowByte(static_cast<int>(camera.m_CropMode))};
-        PutCropArea(block + 2, param);
+        xu::Block block(xu::kGrayCrop, LowByte(static_cast<int>(camera.m_CropMode)));
+        PutCropArea(block.Value() + 1, param);
         if (!camera.CheckCapturer()) {
             return Ending::kFailure;
         }
-        const int result = Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block);
+        const int result = camera.SendBlock(block);
         AIT_LOG(4, "CAM_PROPERTY_CROP_GRAY, x=%d, y=%d, w=%d, h=%d\r\n",
                 camera.m_CurCropPosX.load(), camera.m_CurCropPosY.load(), kCropSourceWidth,
                 kCropSourceHeight);
@@ -261,28 +239,19 @@ struct PropertySetters {
         if (camera.mCurTvMode != USE_CAM_SIGNAL_TYPE) {
             return Ending::kSuccess;
         }
-        if (!camera.CheckCapturer()) {
-            return Ending::kFailure;
-        }
-        unsigned char block[kMmpBlockSize] = {0x03};
-        return FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
+        return Send(camera, xu::Block(xu::kTriggerJpeg));
     }
 
     static Ending ThreeA(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        if (!camera.CheckCapturer()) {
-            return Ending::kFailure;
-        }
-        // High byte first, unlike the other values of ISP commands.
-        unsigned char block[kIspBlockSize] = {0xFF, 0x0C, HighByte(param.value),
-                                              LowByte(param.value)};
-        return FromTransfer(Video(camera).AitCommandSend(kXuIspCommand, block, sizeof block));
+        xu::Block block(xu::kThreeA);
+        PutHighByteFirst(block.Value(), param.value);
+        return Send(camera, block);
     }
 
     static Ending LocalMirror(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
-        constexpr unsigned int kLocalAndGrayMirror = 0x30;
-        return ChangeOption(
-            camera, param.value != 0,
-            camera.m_SignalType == CAM_SIGNAL_H264_H264_GRAY ? kLocalAndGrayMirror : row.number);
+        const bool grayToo = camera.m_SignalType == CAM_SIGNAL_H264_H264_GRAY;
+        return ChangeOption(camera, param.value != 0,
+                            grayToo ? row.number | xu::kGrayMirror : row.number);
     }
 
     static Ending DebugLevel(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
@@ -290,34 +259,27 @@ struct PropertySetters {
     }
 
     static Ending FaceTracking(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        camera.m_CropMode = param.value != 0 ? kFaceTrackingOn : kFaceTrackingOff;
+        camera.m_CropMode = param.value != 0 ? xu::kFaceTrackingOn : xu::kFaceTrackingOff;
         camera.m_CurFaceTrackingStatus = LowByte(param.value);
-        if (!camera.CheckCapturer()) {
-            return Ending::kFailure;
-        }
-        unsigned char block[kMmpBlockSize] = {0x01, LowByte(camera.m_SignalType),
-                                              LowByte(static_cast<int>(camera.m_CropMode))};
-        return FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
+        return Send(camera, PreviewParameters(camera));
     }
 
     static Ending LocalResolution(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        const unsigned char code = LocalViewCode(param.res[0], param.res[1]);
+        const xu::LocalView code = LocalViewCode(param.res[0], param.res[1]);
         AIT_LOG(4, "Local view Resolution Change: %dx%d (enum: %d)", param.res[0], param.res[1],
                 code);
-        unsigned char block[kXuAuxBlockSize] = {0x28, code};
         if (camera.video_capturer != nullptr) {
-            Video(camera).AitCommandSend(kXuAuxCommand, block, sizeof block);
+            camera.SendBlock(xu::Block(xu::kLocalViewSize, code));
         }
         return Ending::kSuccess;
     }
 
     static Ending Nv12Resolution(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
         AIT_LOG(1, " Set NV12 Resolution %s", param.value != 0 ? "864x486" : "640x480");
-        unsigned char block[kMmpBlockSize] = {0x2D, LowByte(param.value)};
         if (camera.video_capturer == nullptr) {
             return Ending::kFailure;
         }
-        return FromTransfer(Video(camera).AitCommandSend(kXuMmpCommand, block, sizeof block));
+        return FromTransfer(camera.SendBlock(xu::Block(xu::kNv12Size, LowByte(param.value))));
     }
 
     // --- actions of several properties
@@ -349,15 +311,9 @@ struct PropertySetters {
         return ChangeOption(camera, param.value != 0, row.number);
     }
 
-    /// A fixed command block with one value byte.
+    /// A command with one value byte.
     static Ending Command(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
-        if (!camera.CheckCapturer()) {
-            return Ending::kFailure;
-        }
-        unsigned char block[kMmpBlockSize] = {row.bytes[0], row.bytes[1]};
-        block[row.valueAt] = LowByte(param.value);
-        return FromTransfer(Video(camera).AitCommandSend(static_cast<unsigned char>(row.number),
-                                                         block, row.length));
+        return Send(camera, xu::Block(*row.command, LowByte(param.value)));
     }
 
     // --- helpers
@@ -365,9 +321,18 @@ struct PropertySetters {
 
     static AitUvcCapture& Video(CAitOrixCamera& camera) { return *camera.video_capturer; }
 
+    static Ending Send(CAitOrixCamera& camera, const xu::Block& block) {
+        if (!camera.CheckCapturer()) {
+            return Ending::kFailure;
+        }
+        return FromTransfer(camera.SendBlock(block));
+    }
+
     static unsigned char LowByte(int value) { return static_cast<unsigned char>(value); }
-    static unsigned char HighByte(int value) {
-        return static_cast<unsigned char>(static_cast<unsigned int>(value) >> 8);
+    /// 16 bits of it, unlike the other parameters of commands.
+    static void PutHighByteFirst(unsigned char* to, int value) {
+        to[0] = LowByte(static_cast<int>(static_cast<unsigned int>(value) >> 8));
+        to[1] = LowByte(value);
     }
 
     static void LogNoCapturer() {
@@ -416,13 +381,19 @@ struct PropertySetters {
     /// Remembers the crop origin. A reset sends the origin 1,1 and tells the caller so, while 0,0
     /// is remembered; the camera and the hosts know the reset in this form.
     static void TakeCropOrigin(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
-        camera.m_CropMode = param.value == 0 ? kCropOriginReset : kCropOriginGiven;
+        camera.m_CropMode = param.value == 0 ? xu::kCropOriginReset : xu::kCropOriginGiven;
         camera.m_CurCropPosX = static_cast<uint16_t>(param.res[0]);
         camera.m_CurCropPosY = static_cast<uint16_t>(param.res[1]);
         if (param.value == 0) {
             param.res[0] = 1;
             param.res[1] = 1;
         }
+    }
+
+    static xu::Block PreviewParameters(const CAitOrixCamera& camera) {
+        xu::Block block(xu::kPreviewParameters, LowByte(camera.m_SignalType));
+        block.Value()[1] = LowByte(static_cast<int>(camera.m_CropMode));
+        return block;
     }
 
     static void PutCropArea(unsigned char* to, const CAM_PROP_VALUE& origin) {
@@ -432,11 +403,11 @@ struct PropertySetters {
         PutLe16(to + 6, kCropSourceHeight);
     }
 
-    static unsigned char LocalViewCode(int width, int height) {
+    static xu::LocalView LocalViewCode(int width, int height) {
         if (width == 640 && height == 360) {
-            return 5;
+            return xu::kLocalView640x360;
         }
-        return width == 800 && height == 450 ? 11 : 0;
+        return width == 800 && height == 450 ? xu::kLocalView800x450 : xu::kLocalViewOther;
     }
 };
 
@@ -456,37 +427,35 @@ constexpr P::Row kRows[] = {
     {CAM_PROPERTY_TILT, P::Tilt, kTiltAbsolute},
     {CAM_PROPERTY_AUTO_HZ, P::AutoHz},
     {CAM_PROPERTY_AUTO_FOCUS, P::AutoFocus},
-    {CAM_PROPERTY_MIRROR, P::Option, 0x01},
-    {CAM_PROPERTY_FLIP, P::Option, 0x02},
-    {CAM_PROPERTY_FD_CONTROL, P::Option, 0x08},
+    {CAM_PROPERTY_MIRROR, P::Option, xu::kMirror},
+    {CAM_PROPERTY_FLIP, P::Option, xu::kFlip},
+    {CAM_PROPERTY_FD_CONTROL, P::Option, xu::kFaceDetection},
     {CAM_PROPERTY_SIGNAL_TYPE, P::SignalType},
     {CAM_PROPERTY_I2C_READ_AUDIO, P::I2cReadAudio},
     {CAM_PROPERTY_I2C_WRITE_AUDIO, P::I2cWriteAudio},
     {CAM_PROPERTY_CROP_VGA, P::CropVga},
     {CAM_PROPERTY_TRIGGER_JPEG, P::TriggerJpeg},
     {CAM_PROPERTY_VIDEO_MODE, P::VideoMode},
-    {CAM_PROPERTY_NV12_MODE_CONTROL, P::Command, kXuMmpCommand, kMmpBlockSize, {0x04}, 1},
-    // Processing unit, by UVC selector.
-    {CAM_PROPERTY_BRIGHTNESS, P::ProcessingUnit, 2},
-    {CAM_PROPERTY_CONTRAST, P::ProcessingUnit, 3},
-    {CAM_PROPERTY_SATURATION, P::ProcessingUnit, 7},
-    {CAM_PROPERTY_SHARPNESS, P::ProcessingUnit, 8},
-    {CAM_PROPERTY_HUE, P::ProcessingUnit, 6},
-    {CAM_PROPERTY_GAMMA, P::ProcessingUnit, 9},
-    {CAM_PROPERTY_BACKLIGHT_CONTROL, P::ProcessingUnit, 1},
-    {CAM_PROPERTY_AWB_TEMPERATURE, P::ProcessingUnit, 10},
-    {CAM_PROPERTY_MANUAL_AWB_CONTROL, P::ProcessingUnit, 11},
-    // ISP commands.
-    {CAM_PROPERTY_IMAGE_EFFECT, P::Command, kXuIspCommand, kIspBlockSize, {0xFF, 0x0B}, 2},
+    {CAM_PROPERTY_NV12_MODE_CONTROL, P::Command, xu::kNv12Mode},
+    {CAM_PROPERTY_BRIGHTNESS, P::ProcessingUnit, uvc::kPuBrightness},
+    {CAM_PROPERTY_CONTRAST, P::ProcessingUnit, uvc::kPuContrast},
+    {CAM_PROPERTY_SATURATION, P::ProcessingUnit, uvc::kPuSaturation},
+    {CAM_PROPERTY_SHARPNESS, P::ProcessingUnit, uvc::kPuSharpness},
+    {CAM_PROPERTY_HUE, P::ProcessingUnit, uvc::kPuHue},
+    {CAM_PROPERTY_GAMMA, P::ProcessingUnit, uvc::kPuGamma},
+    {CAM_PROPERTY_BACKLIGHT_CONTROL, P::ProcessingUnit, uvc::kPuBacklightCompensation},
+    {CAM_PROPERTY_AWB_TEMPERATURE, P::ProcessingUnit, uvc::kPuWhiteBalanceTemperature},
+    {CAM_PROPERTY_MANUAL_AWB_CONTROL, P::ProcessingUnit, uvc::kPuWhiteBalanceTemperatureAuto},
+    {CAM_PROPERTY_IMAGE_EFFECT, P::Command, xu::kImageEffect},
     {CAM_PROPERTY_3A_CONTROL, P::ThreeA},
-    {CAM_PROPERTY_WDR_CONTROL, P::Command, kXuIspCommand, kIspBlockSize, {0x0E}, 1},
-    {CAM_PROPERTY_COLOR_EFFECT, P::Command, kXuIspCommand, kIspBlockSize, {0xFF, 0x0D}, 2},
-    {CAM_PROPERTY_LOCAL_MIRROR, P::LocalMirror, 0x10},
+    {CAM_PROPERTY_WDR_CONTROL, P::Command, xu::kWideDynamicRange},
+    {CAM_PROPERTY_COLOR_EFFECT, P::Command, xu::kColourEffect},
+    {CAM_PROPERTY_LOCAL_MIRROR, P::LocalMirror, xu::kLocalMirror},
     {CAM_PROPERTY_DEBUG_LEVEL, P::DebugLevel},
-    {CAM_PROPERTY_MIRROR_GRAY, P::Option, 0x20},
+    {CAM_PROPERTY_MIRROR_GRAY, P::Option, xu::kGrayMirror},
     {CAM_PROPERTY_CROP_GRAY, P::CropGray},
     {CAM_PROPERTY_FACE_TRACKING, P::FaceTracking},
-    {CAM_PROPERTY_PREVIEW_MODE, P::Command, kXuMmpCommand, kMmpBlockSize, {0x20}, 1},
+    {CAM_PROPERTY_PREVIEW_MODE, P::Command, xu::kPreviewMode},
     {CAM_PROPERTY_LOCAL_RESOLUTION, P::LocalResolution},
     {CAM_PROPERTY_CHANGE_NV12_RESOLUTION, P::Nv12Resolution},
 };

@@ -3,35 +3,31 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "ExtensionUnit.h"
+#include "CameraTerminal.h"
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
 #include "UvcRequests.h"
-#include "V4l2Controls.h"
 #include "aitdbg.h"
 
 namespace {
 
-// The device recipient, not the interface: the firmware of these cameras expects it on this path.
-constexpr uint8_t kToDevice = 0x20;
-constexpr uint8_t kFromDevice = 0xA0;
 constexpr uint16_t kExtensionUnitIndex = uvc::kExtensionUnit << 8;
 constexpr uint16_t kCameraTerminalIndex = uvc::kCameraTerminal << 8;
 
 constexpr int kShortTimeoutMs = 500;
 constexpr int kLongTimeoutMs = 1000;
 
-// Vendor requests of face detection.
-constexpr uint8_t kVendorToDevice = 0x40;
-constexpr uint8_t kVendorFromDevice = 0xC0;
-constexpr uint8_t kGetFaces = 1;
-constexpr uint8_t kSetFaceParameter = 2;
 constexpr int kFacesInReply = 10;
 constexpr int kFaceReplySize = 1 + kFacesInReply * 8;
 
+/// To the device, not to the interface: the firmware of these cameras expects it on this path.
+uint8_t RequestType(bool set) {
+    return set ? usb::kClassToDevice : usb::kClassFromDevice;
+}
+
 int ExtensionUnitTransfer(AitDevHandle* device, bool set, uint8_t selector, unsigned char* data,
                           uint16_t length, int timeoutMs) {
-    return libusb_control_transfer_(device->handle, set ? kToDevice : kFromDevice,
+    return libusb_control_transfer_(device->handle, RequestType(set),
                                     set ? uvc::kSetCur : uvc::kGetCur,
                                     static_cast<uint16_t>(selector << 8), kExtensionUnitIndex, data,
                                     length, static_cast<unsigned int>(timeoutMs));
@@ -41,44 +37,33 @@ unsigned int Hex(int error) {
     return static_cast<unsigned int>(error);
 }
 
-/// A control of the camera terminal and where an axis lies in it.
-struct Axis {
-    unsigned int id;
-    uint8_t selector;
-    uint8_t length;
-};
-
-constexpr uint8_t kPanTiltSize = 8;
-constexpr Axis kAxes[] = {
-    {kPanAbsolute, uvc::kCtPanTiltAbsolute, kPanTiltSize},
-    {kTiltAbsolute, uvc::kCtPanTiltAbsolute, kPanTiltSize},
-    {kFocusAbsolute, uvc::kCtFocusAbsolute, 2},
-    {kZoomAbsolute, uvc::kCtZoomAbsolute, 2},
-};
-
-const Axis* FindAxis(unsigned int id) {
-    for (const Axis& axis : kAxes) {
-        if (axis.id == id) {
-            return &axis;
-        }
-    }
-    return nullptr;
-}
-
-int CameraTerminalTransfer(AitDevHandle* device, bool set, const Axis& axis, unsigned char* data) {
-    return libusb_control_transfer_(device->handle, set ? kToDevice : kFromDevice,
+int CameraTerminalTransfer(AitDevHandle* device, bool set, const CameraAxis& axis,
+                           unsigned char* data) {
+    return libusb_control_transfer_(device->handle, RequestType(set),
                                     set ? uvc::kSetCur : uvc::kGetCur,
                                     static_cast<uint16_t>(axis.selector << 8), kCameraTerminalIndex,
                                     data, axis.length, kShortTimeoutMs);
 }
 
-/// The upper half of the tilt goes out as two flags instead of its bytes. This is how the camera's
-/// pan command is built; sending the tilt whole would be another command.
-void PutTiltOfPanCommand(unsigned char* to, int tilt) {
-    const auto bits = static_cast<uint32_t>(tilt);
-    PutLe16(to, static_cast<uint16_t>(bits));
-    to[2] = (bits >> 16) != 0 ? 1 : 0;
-    to[3] = (bits >> 24) != 0 ? 1 : 0;
+/// Puts the axis that shares the control there as the camera reports it. Beside a pan the upper half
+/// of the tilt goes out as two flags instead of its bytes. This is how the camera's pan command is
+/// built on this road; sending the tilt whole would be another command.
+void PutPartner(AitDevHandle* device, const CameraAxis& axis, unsigned char* control) {
+    const CameraAxis& partner = *FindCameraAxis(axis.partner);
+    int position = 0;
+    GetPTZ_Pos(device, partner.id, &position);
+    PutPosition(partner, control, position);
+    if (axis.id == kPanAbsolute) {
+        unsigned char* upperHalf = control + partner.offset + 2;
+        const auto bits = static_cast<uint32_t>(position);
+        upperHalf[0] = (bits >> 16) != 0 ? 1 : 0;
+        upperHalf[1] = (bits >> 24) != 0 ? 1 : 0;
+    }
+}
+
+/// Reads the answer to the last command of the block's group into the block.
+int ReadAnswer(AitDevHandle* device, xu::Block& block) {
+    return AitXU_XuCmd(device, block.bytes, block.group.result, block.group.size, kFromCamera);
 }
 
 }  // namespace
@@ -87,8 +72,8 @@ int AitIspCmdSet(AitDevHandle* ait_handle, unsigned char* cmd) {
     if (ait_handle == nullptr) {
         return -1;
     }
-    const int result =
-        ExtensionUnitTransfer(ait_handle, true, kXuIspCommand, cmd, kIspBlockSize, kShortTimeoutMs);
+    const int result = ExtensionUnitTransfer(ait_handle, true, xu::kIsp.command, cmd, xu::kIsp.size,
+                                             kShortTimeoutMs);
     if (result < 0) {
         AIT_LOG(1, "AitIspCmdSet failed : 0x%X", Hex(result));
         return result;
@@ -101,7 +86,7 @@ int AitIspCmdGetResult(AitDevHandle* ait_handle, unsigned char* cmd, int timeout
         return -1;
     }
     const int result =
-        ExtensionUnitTransfer(ait_handle, false, kXuIspResult, cmd, kIspBlockSize, timeout);
+        ExtensionUnitTransfer(ait_handle, false, xu::kIsp.result, cmd, xu::kIsp.size, timeout);
     if (result < 0) {
         AIT_LOG(1, "AitIspCmdGet failed : 0x%X", Hex(result));
         return result;
@@ -113,7 +98,7 @@ int AitMMPCmdSet16(AitDevHandle* ait_handle, unsigned char* cmd) {
     if (ait_handle == nullptr) {
         return -1;
     }
-    ExtensionUnitTransfer(ait_handle, true, kXuMmpCommand, cmd, kMmpBlockSize, kLongTimeoutMs);
+    ExtensionUnitTransfer(ait_handle, true, xu::kMmp.command, cmd, xu::kMmp.size, kLongTimeoutMs);
     return 0;
 }
 
@@ -121,8 +106,8 @@ int AitMMPCmdGetResult16(AitDevHandle* ait_handle, unsigned char* cmd) {
     if (ait_handle == nullptr) {
         return -1;
     }
-    const int result =
-        ExtensionUnitTransfer(ait_handle, false, kXuMmpResult, cmd, kMmpBlockSize, kShortTimeoutMs);
+    const int result = ExtensionUnitTransfer(ait_handle, false, xu::kMmp.result, cmd, xu::kMmp.size,
+                                             kShortTimeoutMs);
     if (result < 0) {
         AIT_LOG(1, "AitIspCmdGet failed : 0x%X", Hex(result));
         return result;
@@ -135,8 +120,8 @@ int AitXU_XuCmd(AitDevHandle* ait_handle, unsigned char* cmd, uint16_t cs, uint8
     if (ait_handle == nullptr) {
         return AIT_ERR_DEVICE;
     }
-    const int result = ExtensionUnitTransfer(ait_handle, direction != 0, static_cast<uint8_t>(cs),
-                                             cmd, len, kLongTimeoutMs);
+    const int result = ExtensionUnitTransfer(ait_handle, direction != kFromCamera,
+                                             static_cast<uint8_t>(cs), cmd, len, kLongTimeoutMs);
     if (result < 0) {
         AIT_LOG(1, "AitXUCmd failed : 0x%X", Hex(result));
         return result;
@@ -144,23 +129,28 @@ int AitXU_XuCmd(AitDevHandle* ait_handle, unsigned char* cmd, uint16_t cs, uint8
     return 0;
 }
 
+int AitXU_SendBlock(AitDevHandle* ait_handle, xu::Block block) {
+    return AitXU_XuCmd(ait_handle, block.bytes, block.group.command, block.group.size, kToCamera);
+}
+
 int AitXU_GetVideoOption(AitDevHandle* handle, unsigned int* options) {
     if (handle == nullptr) {
         return -1;
     }
-    unsigned char block[kMmpBlockSize] = {0x02, 0x01};
-    int result = AitXU_XuCmd(handle, block, kXuMmpCommand, kMmpBlockSize, 1);
+    xu::Block block(xu::kReadVideoOption);
+    int result = AitXU_SendBlock(handle, block);
     if (result < 0) {
         return result;
     }
-    result = AitXU_XuCmd(handle, block, kXuMmpResult, kMmpBlockSize, 0);
+    result = ReadAnswer(handle, block);
     if (result < 0) {
         return result;
     }
     // Bytes 1 and 2 unshifted and byte 3 by 12: not the mirror image of the set command and not to
     // be made one, callers of this function know the word in this form.
-    *options = block[1] + block[2] + (static_cast<unsigned int>(block[3]) << 12) +
-               (static_cast<unsigned int>(block[4]) << 24);
+    const unsigned char* answer = block.bytes;
+    *options = answer[1] + answer[2] + (static_cast<unsigned int>(answer[3]) << 12) +
+               (static_cast<unsigned int>(answer[4]) << 24);
     return 0;
 }
 
@@ -168,68 +158,69 @@ int AitXU_SetVideoOption(AitDevHandle* handle, unsigned int options) {
     if (handle == nullptr) {
         return -1;
     }
-    unsigned char block[kMmpBlockSize] = {0x02, 0x02};
-    PutLe32(block + 2, options);
-    return AitXU_XuCmd(handle, block, kXuMmpCommand, kMmpBlockSize, 1);
+    xu::Block block(xu::kWriteVideoOption);
+    PutLe32(block.Value(), options);
+    return AitXU_SendBlock(handle, block);
 }
 
 int AitXU_GetFWVersion(AitDevHandle* handle, unsigned char* fwVer) {
     if (handle == nullptr) {
         return -1;
     }
-    unsigned char block[kIspBlockSize] = {0x0B};
-    int result = AitXU_XuCmd(handle, block, kXuIspCommand, kIspBlockSize, 1);
+    xu::Block block(xu::kFirmwareVersion);
+    int result = AitXU_SendBlock(handle, block);
     if (result < 0) {
         return result;
     }
-    result = AitXU_XuCmd(handle, block, kXuIspResult, kIspBlockSize, 0);
+    result = ReadAnswer(handle, block);
     if (result < 0) {
         return result;
     }
     constexpr unsigned char kStatusOk = 0;
-    if (block[0] == kStatusOk) {
-        memcpy(fwVer, block + 2, 6);
+    if (block.bytes[0] == kStatusOk) {
+        memcpy(fwVer, block.bytes + 2, 6);
     }
     return result;  // also with an error status: callers see it by fwVer being unchanged
 }
 
 int WriteSensorReg(AitDevHandle* ait_handle, unsigned short addr, unsigned short val) {
-    unsigned char block[kIspBlockSize] = {0x0A, 0x03};
-    PutLe16(block + 2, addr);
-    PutLe16(block + 4, val);
-    return AitIspCmdSet(ait_handle, block);
+    xu::Block block(xu::kWriteSensorRegister);
+    PutLe16(block.Value(), addr);
+    PutLe16(block.Value() + 2, val);
+    return AitIspCmdSet(ait_handle, block.bytes);
 }
 
 int ReadSensorReg(AitDevHandle* ait_handle, unsigned short addr, unsigned short* val) {
-    unsigned char block[kIspBlockSize] = {0x0A, 0x02};
-    PutLe16(block + 2, addr);
-    const int result = AitIspCmdSet(ait_handle, block);
+    xu::Block block(xu::kReadSensorRegister);
+    PutLe16(block.Value(), addr);
+    const int result = AitIspCmdSet(ait_handle, block.bytes);
     if (result < 0) {
         return result;
     }
-    AitIspCmdGetResult(ait_handle, block, kShortTimeoutMs);
-    *val = GetLe16(block + 2);
+    AitIspCmdGetResult(ait_handle, block.bytes, kShortTimeoutMs);
+    *val = GetLe16(block.bytes + 2);
     return 0;
 }
 
 int Set_TMK_TV_PreviewParam(AitDevHandle* ait_handle, uint8_t signal_type, uint8_t mode,
                             uint16_t crop_startX, uint16_t crop_startY, uint16_t crop_targetW,
                             uint16_t crop_targetH, uint16_t scale_targetW, uint16_t scale_targetH) {
-    unsigned char block[kMmpBlockSize] = {0x01, signal_type, mode};
+    xu::Block block(xu::kPreviewParameters, signal_type);
+    block.Value()[1] = mode;
     const uint16_t numbers[] = {crop_startX,  crop_startY,   crop_targetW,
                                 crop_targetH, scale_targetW, scale_targetH};
-    unsigned char* to = block + 3;
+    unsigned char* to = block.Value() + 2;
     for (const uint16_t number : numbers) {
         PutLe16(to, number);
         to += 2;
     }
-    return AitMMPCmdSet16(ait_handle, block);
+    return AitMMPCmdSet16(ait_handle, block.bytes);
 }
 
 int SetH264Bitrate(AitDevHandle* ait_handle, unsigned short Kbps) {
-    unsigned char block[kIspBlockSize] = {0x08, 0xFF};
-    PutLe16(block + 2, Kbps);
-    return AitIspCmdSet(ait_handle, block);
+    xu::Block block(xu::kBitrate);
+    PutLe16(block.Value(), Kbps);
+    return AitIspCmdSet(ait_handle, block.bytes);
 }
 
 int GetFD_Position(AitDevHandle* ait_handle, FacePositionList* face_pos_list) {
@@ -237,8 +228,9 @@ int GetFD_Position(AitDevHandle* ait_handle, FacePositionList* face_pos_list) {
         return -1;
     }
     unsigned char reply[kFaceReplySize] = {};
-    const int result = libusb_control_transfer_(ait_handle->handle, kVendorFromDevice, kGetFaces, 0,
-                                                0, reply, kFaceReplySize, kShortTimeoutMs);
+    const int result =
+        libusb_control_transfer_(ait_handle->handle, usb::kVendorFromDevice, vendor::kGetFaces, 0,
+                                 0, reply, kFaceReplySize, kShortTimeoutMs);
     // Parsed whatever the transfer returned. The count is the device's; the reply has room for ten.
     face_pos_list->num_face = reply[0];
     const int count = reply[0] < kFacesInReply ? reply[0] : kFacesInReply;
@@ -259,7 +251,7 @@ int SetFD_Param(AitDevHandle* ait_handle, FACE_CMD* fd_param) {
         return -1;
     }
     const int result = libusb_control_transfer_(
-        ait_handle->handle, kVendorToDevice, kSetFaceParameter, 0, 0,
+        ait_handle->handle, usb::kVendorToDevice, vendor::kSetFaceParameter, 0, 0,
         reinterpret_cast<unsigned char*>(fd_param), sizeof *fd_param, kShortTimeoutMs);
     if (result < 0) {
         AIT_LOG(1, "Failed to set FD parameter 0x%X", Hex(result));
@@ -269,22 +261,13 @@ int SetFD_Param(AitDevHandle* ait_handle, FACE_CMD* fd_param) {
 }
 
 int GetPTZ_Pos(AitDevHandle* ait_handle, unsigned int axis, int* val) {
-    const Axis* found = FindAxis(axis);
+    const CameraAxis* found = FindCameraAxis(axis);
     if (ait_handle == nullptr || found == nullptr) {
         return -1;
     }
-    unsigned char data[kPanTiltSize] = {};
+    unsigned char data[kLargestAxisControl] = {};
     const int result = CameraTerminalTransfer(ait_handle, false, *found, data);
-    switch (axis) {
-        case kPanAbsolute:
-            *val = static_cast<int>(GetLe32(data));
-            break;
-        case kTiltAbsolute:
-            *val = static_cast<int>(GetLe32(data + 4));
-            break;
-        default:
-            *val = GetLe16(data);
-    }
+    *val = GetPosition(*found, data);
     // Exactly 0, although a transfer answers its byte count: the value is the answer, the result
     // only advice. Callers depend on this sense.
     if (result != 0) {
@@ -298,26 +281,15 @@ int SetPTZ_Pos(AitDevHandle* ait_handle, unsigned int axis, int val) {
     if (ait_handle == nullptr) {
         return -1;
     }
-    const Axis* found = FindAxis(axis);
+    const CameraAxis* found = FindCameraAxis(axis);
     if (found == nullptr) {
         return AIT_ERR_DEVICE;
     }
-    unsigned char data[kPanTiltSize] = {};
-    int partner = 0;
-    switch (axis) {
-        case kPanAbsolute:
-            GetPTZ_Pos(ait_handle, kTiltAbsolute, &partner);
-            PutLe32(data, static_cast<uint32_t>(val));
-            PutTiltOfPanCommand(data + 4, partner);
-            break;
-        case kTiltAbsolute:
-            GetPTZ_Pos(ait_handle, kPanAbsolute, &partner);
-            PutLe32(data, static_cast<uint32_t>(partner));
-            PutLe32(data + 4, static_cast<uint32_t>(val));
-            break;
-        default:
-            PutLe16(data, static_cast<uint16_t>(val));
+    unsigned char data[kLargestAxisControl] = {};
+    if (found->partner != 0) {
+        PutPartner(ait_handle, *found, data);
     }
+    PutPosition(*found, data, val);
     if (CameraTerminalTransfer(ait_handle, true, *found, data) != 0) {
         AIT_LOG(1, "SetPTZ_Pos is failed\r\n");
         return -1;

@@ -1,5 +1,6 @@
-// The camera's vendor commands: fixed-size blocks written to, and read back from, controls of the
-// UVC extension unit, two vendor requests for face detection, and pan, tilt, focus and zoom.
+// The road to the camera of those who have opened it themselves (loader, flashing, benches): the
+// vendor commands of VendorCommands.h, and pan, tilt, focus and zoom. The camera object goes through
+// the video engine instead.
 //
 // Free functions on an open camera; they keep no state and take no lock beyond that of each
 // transfer, so a set-then-get pair is not atomic: callers that may race hold a lock of their own.
@@ -10,9 +11,7 @@
 #include <stdint.h>
 
 #include "AitDevice.h"
-
-constexpr int kIspBlockSize = 8;
-constexpr int kMmpBlockSize = 16;
+#include "VendorCommands.h"
 
 /// Pixel coordinates.
 struct _FaceRect {
@@ -38,20 +37,25 @@ struct _FACE_CMD {
 typedef _FACE_CMD FACE_CMD;
 static_assert(sizeof(FACE_CMD) == 32, "wire format");
 
-/// Writes an 8-byte ISP command block.
+/// Writes an ISP command block.
 int AitIspCmdSet(AitDevHandle* ait_handle, unsigned char* cmd);
-/// Reads the 8-byte ISP result into `cmd`; `timeout` in milliseconds.
+/// Reads the ISP answer into `cmd`; `timeout` in milliseconds.
 int AitIspCmdGetResult(AitDevHandle* ait_handle, unsigned char* cmd, int timeout);
-/// Writes a 16-byte MMP command block. 0 for any handle: the transfer's result is deliberately not
+/// Writes an MMP command block. 0 for any handle: the transfer's result is deliberately not
 /// examined.
 int AitMMPCmdSet16(AitDevHandle* ait_handle, unsigned char* cmd);
-/// Reads the 16-byte MMP result into `cmd`.
+/// Reads the MMP answer into `cmd`.
 int AitMMPCmdGetResult16(AitDevHandle* ait_handle, unsigned char* cmd);
 
+constexpr int kFromCamera = 0;
+constexpr int kToCamera = 1;
 /// General extension-unit transfer of `len` bytes; only the low byte of selector `cs` travels;
 /// `direction` non-zero writes, zero reads. A null handle gives AIT_ERR_DEVICE.
 int AitXU_XuCmd(AitDevHandle* ait_handle, unsigned char* cmd, uint16_t cs, uint8_t len,
                 int direction);
+
+/// The same for a command of VendorCommands.h.
+int AitXU_SendBlock(AitDevHandle* ait_handle, xu::Block block);
 
 /// Reads the video option word. Its bytes are combined in the camera's own, odd way; see the code.
 /// `options` is written on success only.

@@ -15,6 +15,7 @@
 #include "FileContent.h"
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
+#include "VendorCommands.h"
 #include "aitdbg.h"
 
 #define DOWNLOAD_FOLDER "/mtd_rwcommon/lumo/bin"
@@ -221,8 +222,8 @@ void CCameraFwLoader::Monitor() {
             sleep(kPauseSeconds);
             continue;
         }
-        unsigned char block[kIspBlockSize] = {};
-        const int result = AitIspCmdGetResult(ait_handle, block, kResultTimeoutMs);
+        xu::Block answer(xu::kIsp);  // to whatever was asked last: only that it comes counts
+        const int result = AitIspCmdGetResult(ait_handle, answer.bytes, kResultTimeoutMs);
         AIT_LOG(5, "CCameraFwLoader ****** : AIT Camera Checking hr=%d\r\n", result);
         if (result == 0) {
             sleep(kPauseSeconds);

@@ -7,6 +7,7 @@
 
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
+#include "UvcRequests.h"
 #include "aitdbg.h"
 
 namespace {
@@ -20,17 +21,6 @@ constexpr int kDefaultVolumePercent = 30;
 /// Where the copy of packets wraps, whatever the buffer holds; cameras and integrators rely on it.
 constexpr unsigned int kCopyWrapLimit = 16000;
 
-// Class requests of UAC 1.0, appendix A.9 and A.10.
-constexpr uint8_t kSetCur = 0x01;
-constexpr uint8_t kGetCur = 0x81;
-constexpr uint8_t kGetMin = 0x82;
-constexpr uint8_t kGetMax = 0x83;
-constexpr uint8_t kToEndpoint = 0x22;
-constexpr uint8_t kFromEndpoint = 0xA2;
-constexpr uint8_t kToInterface = 0x21;
-constexpr uint8_t kFromInterface = 0xA1;
-constexpr uint16_t kSamplingFrequencyControl = 0x0100;
-constexpr uint16_t kVolumeControlMaster = 0x0200;
 /// Feature unit 5 together with interface 3, the streaming interface: the class asks for the
 /// control interface here, but this pairing is what the camera answers to.
 constexpr uint16_t kFeatureUnitIndex = 0x0503;
@@ -130,16 +120,16 @@ int CLibUSB_UacCtrl::UAC_EnableAudioStream(int rate) {
 bool CLibUSB_UacCtrl::NegotiateRate(int rate) {
     unsigned char data[4];
     PutLe32(data, static_cast<uint32_t>(rate));  // 24 bits travel
-    int count = NoteResult(libusb_control_transfer_(m_pDevH, kToEndpoint, kSetCur,
-                                                    kSamplingFrequencyControl, kIsoInEndpoint, data,
-                                                    kRateSize, kControlTimeoutMs));
+    int count = NoteResult(libusb_control_transfer_(m_pDevH, usb::kClassToEndpoint, uac::kSetCur,
+                                                    uac::kSamplingFrequencyControl, kIsoInEndpoint,
+                                                    data, kRateSize, kControlTimeoutMs));
     if (count != kRateSize) {
         AIT_LOG(4, "Failed to SET sampling rate: (%d)\n", count);
         return false;
     }
-    count = NoteResult(libusb_control_transfer_(m_pDevH, kFromEndpoint, kGetCur,
-                                                kSamplingFrequencyControl, kIsoInEndpoint, data,
-                                                kRateSize, kControlTimeoutMs));
+    count = NoteResult(libusb_control_transfer_(m_pDevH, usb::kClassFromEndpoint, uac::kGetCur,
+                                                uac::kSamplingFrequencyControl, kIsoInEndpoint,
+                                                data, kRateSize, kControlTimeoutMs));
     if (count != kRateSize) {
         AIT_LOG(4, "Failed to GET sampling rate: (%d)\n", count);
         return false;
@@ -148,14 +138,15 @@ bool CLibUSB_UacCtrl::NegotiateRate(int rate) {
 }
 
 bool CLibUSB_UacCtrl::ReadVolumeRange() {
-    return ReadVolumeLimit(kGetMax, &m_MaxVolume) && ReadVolumeLimit(kGetMin, &m_MinVolume);
+    return ReadVolumeLimit(uac::kGetMax, &m_MaxVolume) &&
+           ReadVolumeLimit(uac::kGetMin, &m_MinVolume);
 }
 
 bool CLibUSB_UacCtrl::ReadVolumeLimit(uint8_t request, short* limit) {
     unsigned char data[kVolumeSize] = {};
-    const int count = NoteResult(libusb_control_transfer_(m_pDevH, kFromInterface, request,
-                                                          kVolumeControlMaster, kFeatureUnitIndex,
-                                                          data, kVolumeSize, kControlTimeoutMs));
+    const int count = NoteResult(libusb_control_transfer_(
+        m_pDevH, usb::kClassFromInterface, request, uac::kVolumeControlMaster, kFeatureUnitIndex,
+        data, kVolumeSize, kControlTimeoutMs));
     if (count != kVolumeSize) {
         AIT_LOG(4, "libusb_control_transfer: Error: (%d)\n", count);
         return false;
@@ -280,9 +271,9 @@ int CLibUSB_UacCtrl::UAC_SetCurVolume(short volume) {
     AIT_LOG(4, "UAC SetVolume Min=%d, Max=%d, Vol=%d\r\n", m_MinVolume, m_MaxVolume, volume);
     unsigned char data[kVolumeSize];
     PutLe16(data, static_cast<uint16_t>(volume));
-    const int result = NoteResult(libusb_control_transfer_(m_pDevH, kToInterface, kSetCur,
-                                                           kVolumeControlMaster, kFeatureUnitIndex,
-                                                           data, kVolumeSize, kControlTimeoutMs));
+    const int result = NoteResult(libusb_control_transfer_(
+        m_pDevH, usb::kClassToInterface, uac::kSetCur, uac::kVolumeControlMaster, kFeatureUnitIndex,
+        data, kVolumeSize, kControlTimeoutMs));
     if (result < 0) {
         AIT_LOG(4, "UAC_SetCurVolume: Error: (%d)\n", result);
         return result;
@@ -297,9 +288,9 @@ int CLibUSB_UacCtrl::UAC_SetSamplingRate(unsigned int rate) {
     }
     unsigned char data[4];
     PutLe32(data, rate);
-    const int result = NoteResult(
-        libusb_control_transfer_(m_pDevH, kToEndpoint, kSetCur, kSamplingFrequencyControl,
-                                 kIsoInEndpoint, data, kRateSize, kControlTimeoutMs));
+    const int result = NoteResult(libusb_control_transfer_(
+        m_pDevH, usb::kClassToEndpoint, uac::kSetCur, uac::kSamplingFrequencyControl,
+        kIsoInEndpoint, data, kRateSize, kControlTimeoutMs));
     if (result < 0) {
         AIT_LOG(4, "UAC_SetSamplingRate: Error: (%d)\n", result);
     }

@@ -54,8 +54,9 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     int UVC_query_ctrl(unsigned char request, unsigned char unit, unsigned char interface,
                        unsigned char selector, void* data, unsigned short length, int timeout);
 
-    /// Extension unit, selector 1, SET_CUR of 8 bytes. `result` is not used.
+    /// Writes an ISP command block (see VendorCommands.h). `result` is not used.
     int AitISPCommand(unsigned char* cmd8, unsigned char* result);
+    /// Extension-unit transfers.
     int AitCommandSend(unsigned char selector, unsigned char* data, unsigned char length);
     int AitCommandGet(unsigned char selector, unsigned char* data, unsigned char length);
 
@@ -63,14 +64,13 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     bool SetFramerate(uint16_t fps);  ///< frames/s of the encoder; true: sent
     bool RequestKeyFrame();           ///< true: sent
 
-    /// Camera-terminal controls by V4L2 control identifier (0x009A0908 pan, 0x009A0909 tilt, in
-    /// 1/3600 degree; 0x009A090A focus; 0x009A090D zoom). Any other identifier: false, nothing
+    /// Camera-terminal controls by the identifiers of CameraTerminal.h. Any other: false, nothing
     /// sent.
     /// `*value` is written whenever a request was made; it is 0 when the answer brought nothing.
     bool GetPTZ(unsigned int id, int* value);
     bool SetPTZ(unsigned int id, int value);
 
-    /// Processing-unit control by UVC selector (1 to 11 without 4, gain, which is not for hosts).
+    /// Processing-unit control by UVC selector; false for those that are not for hosts.
     bool SetPU(unsigned int selector, int value);
 
   protected:
