@@ -294,7 +294,9 @@ class ICameraObserver {
 
     /// Takes one record. Runs on a capture thread with the observer lock held: it must be short,
     /// must copy what it keeps, and must not call StartRecording, StopRecording, SetProperty or
-    /// GetProperty. A video observer may register and remove observers; an audio observer may not.
+    /// GetProperty, nor wait for a thread that does. A video observer may register and remove
+    /// observers; an audio observer may not. The empty records (no data) that tell NV12 and gray
+    /// observers of the end of a recording come on the thread that stops, the control locks held.
     virtual bool Update(const CCameraData* data) = 0;
 
     int GetStreamType() { return m_StreamType; }
