@@ -130,10 +130,12 @@ class LookingObserver : public ICameraObserver {
     explicit LookingObserver(CAM_STREAM_TYPE type) { m_StreamType = type; }
     bool Update(const CCameraData*) override {
         seen = LockState::Now();
+        thread = std::this_thread::get_id();
         ++count;
         return true;
     }
     LockState seen;
+    std::thread::id thread;
     int count = 0;
 };
 
@@ -187,6 +189,20 @@ TEST_F(Locking, DeliveryHoldsOneObserverLock) {
     camera_->RemoveObserver(&main);
     camera_->RemoveObserver(&sound);
     EXPECT_EQ(LockState::Controls(), kNone);
+}
+
+/// NV12 is in no combination: the empty record is all that its observer gets.
+TEST_F(Locking, TheEndOfARecordingIsToldByTheStoppingThreadUnderBothControlLocks) {
+    Playing();
+    LookingObserver nv12(CAM_STREAM_NV12);
+    camera_->RegisterObserver(&nv12);
+    std::thread stopping([&] { EXPECT_TRUE(camera_->StopRecording()); });
+    const std::thread::id stopper = stopping.get_id();
+    stopping.join();
+    EXPECT_EQ(nv12.count, 1);
+    EXPECT_EQ(nv12.thread, stopper);
+    EXPECT_EQ(nv12.seen, (LockState{true, true, true, false}));
+    camera_->RemoveObserver(&nv12);
 }
 
 TEST_F(Locking, RegistrationHoldsTheObserverLock) {
