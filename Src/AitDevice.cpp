@@ -97,7 +97,7 @@ void CloseAitDevice(AitDevHandle* device) {
     if (device == nullptr) {
         return;
     }
-    if (device->interface_num < kNoInterface) {
+    if (device->interface_num != kNoInterface) {
         libusb_release_interface(device->handle, device->interface_num);
     }
     libusb_close(device->handle);

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "AitXu.h"
+#include "AitXu_Bench.h"
 #include "FileContent.h"
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
@@ -203,6 +204,8 @@ int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, uns
     // The camera may reboot before it has acknowledged.
     return Finish(result == 0 || result == LIBUSB_ERROR_NO_DEVICE);
 }
+
+// --- not called by the plug-in
 
 int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip) {
     Image image;

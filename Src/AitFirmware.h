@@ -15,6 +15,8 @@ int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsign
 /// used.
 int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip);
 
+// --- not called by the plug-in
+
 /// Bulk path in pieces of 32 KiB; `chip` chooses the burn request. An empty image is accepted.
 int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip);
 

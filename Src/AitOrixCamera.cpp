@@ -1,7 +1,7 @@
 // Life cycle of the camera object.
 #include "AitOrixCamera.h"
 
-#include "AitOrixCamera_DestroyFlag.h"
+#include "CamDestroyFlag.h"
 #include "aitdbg.h"
 #include "aitshell.h"
 

@@ -75,6 +75,7 @@ class CAitOrixCamera : public ICameraSubject {
     bool SendTerminateFrame();
 
   private:
+    // The rows of the two property tables: actions on the object, kept out of this header.
     friend struct PropertySetters;
     friend struct PropertyGetters;
 
@@ -103,17 +104,20 @@ class CAitOrixCamera : public ICameraSubject {
     void StopVideoThread();
     void StopAudioThread();
 
+    // Is there a device to take commands? CheckCapturer says so in the log when there is none.
+    bool HasCapturer() const;
+    bool CheckCapturer() const;
+    static void LogNoCapturer();
+
     // Vendor commands, through the video adapter, which must be there; bytes, or a negative code.
     int SendBlock(xu::Block block);
     /// Reads the answer to the last command of the block's group into the block.
     int ReadAnswer(xu::Block& block);
 
-    // Properties.
-    bool HasCapturer() const;
-    bool CheckCapturer() const;
     void RestartRecording();
 
-    // In the order in which the framework's debuggers know them.
+    // In the order in which those who debug the framework know them, the unused ones included. No
+    // program depends on it: a host sees the ICameraSubject part alone.
     // The adapters appear on the loader thread while host threads may already ask for them.
     std::atomic<AitUvcCapture*> video_capturer{nullptr};
     CVideoCaptureThread* capture_thread = nullptr;
@@ -123,16 +127,16 @@ class CAitOrixCamera : public ICameraSubject {
     std::atomic<InitDoneCallback> fpInitDoneCb{nullptr};
     int m_PowerFreq = 0;  ///< mains frequency selector: 1, 2, or 0 when none is configured
     bool m_bSetAntiFlicker = false;
-    [[maybe_unused]] bool m_flagRun = false;
-    [[maybe_unused]] int m_ZoomLevel = 2;
-    int m_lastMicVolume = 30;  ///< percent
-    [[maybe_unused]] int m_lastZoomLevel = 0;
-    int m_lastSampRate = 16000;   ///< Hz
-    int m_nCurrentBPS = 2000000;  ///< bit/s
+    [[maybe_unused]] bool m_flagRun = false;   ///< unused
+    [[maybe_unused]] int m_ZoomLevel = 2;      ///< unused
+    int m_lastMicVolume = 30;                  ///< percent
+    [[maybe_unused]] int m_lastZoomLevel = 0;  ///< unused
+    int m_lastSampRate = 16000;                ///< Hz
+    int m_nCurrentBPS = 2000000;               ///< bit/s
     int m_nCurrentFPS = 30;
     short m_nCurrentW = 640;
     short m_nCurrentH = 480;
-    [[maybe_unused]] int m_status = 0;
+    [[maybe_unused]] int m_status = 0;  ///< unused
     std::atomic<bool> m_bSkypeCallMode{false};
     std::atomic<TV_MODE> mCurTvMode{USE_CAM_VIDEO_MODE};
     CAM_VIDEO_MODE m_videomode = CAM_VIDEO_H264_MJPEG;

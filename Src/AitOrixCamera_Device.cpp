@@ -1,4 +1,5 @@
-// The camera object's device commands: any command block, video option word, light.
+// The camera object's device commands (any block, video option word, light), and whether there is a
+// device to take them.
 #include "AitOrixCamera.h"
 #include "LibusbWrap.h"
 #include "LittleEndian.h"
@@ -6,6 +7,18 @@
 
 bool CAitOrixCamera::HasCapturer() const {
     return video_capturer != nullptr && m_State != CAM_STATE_DISCONNECTED;
+}
+
+bool CAitOrixCamera::CheckCapturer() const {
+    if (!HasCapturer()) {
+        LogNoCapturer();
+        return false;
+    }
+    return true;
+}
+
+void CAitOrixCamera::LogNoCapturer() {
+    AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
 }
 
 int CAitOrixCamera::SendBlock(xu::Block block) {
@@ -19,9 +32,8 @@ int CAitOrixCamera::ReadAnswer(xu::Block& block) {
 
 int CAitOrixCamera::GetVideoOption(unsigned int* options) {
     xu::Block block(xu::kReadVideoOption);
-    if (!HasCapturer()) {
+    if (!CheckCapturer()) {
         *options = 0;
-        AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
         AIT_LOG(4, "GetVideoOption Failed !! return (%d)", 0);
         return AIT_ERR_DEVICE;
     }
@@ -39,8 +51,7 @@ int CAitOrixCamera::GetVideoOption(unsigned int* options) {
 }
 
 int CAitOrixCamera::SetVideoOption(unsigned int options) {
-    if (!HasCapturer()) {
-        AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
+    if (!CheckCapturer()) {
         return -1;
     }
     xu::Block block(xu::kWriteVideoOption);
@@ -50,8 +61,7 @@ int CAitOrixCamera::SetVideoOption(unsigned int options) {
 }
 
 bool CAitOrixCamera::TurnOnOffLED(unsigned char on) {
-    if (!HasCapturer()) {
-        AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
+    if (!CheckCapturer()) {
         return false;
     }
     return SendBlock(xu::Block(xu::kLight, on)) >= 0;

@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include "AitOrixCamera.h"
-#include "AitOrixCamera_DestroyFlag.h"
+#include "CamDestroyFlag.h"
 #include "aitdbg.h"
 
 #define PLUGIN_EXPORT extern "C" __attribute__((visibility("default")))

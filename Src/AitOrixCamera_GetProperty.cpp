@@ -21,31 +21,19 @@ struct PropertyGetters {
         Action action;
     };
 
+    static const Row kRows[];
     static const Row* Find(CAM_PROPERTY property);
 
-    static bool Bitrate(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
-        param.value = camera.m_nCurrentBPS;
-        return true;
-    }
-
-    static bool Framerate(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
-        param.value = camera.m_nCurrentFPS;
+    /// What a field remembers.
+    template <auto field>
+    static bool Field(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
+        param.value = camera.*field;
         return true;
     }
 
     static bool Dimension(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
         param.res[0] = camera.m_nCurrentW;
         param.res[1] = camera.m_nCurrentH;
-        return true;
-    }
-
-    static bool MicVolume(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
-        param.value = camera.m_lastMicVolume;
-        return true;
-    }
-
-    static bool SampleRate(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
-        param.value = camera.m_lastSampRate;
         return true;
     }
 
@@ -94,11 +82,6 @@ struct PropertyGetters {
         return true;
     }
 
-    static bool FaceTracking(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
-        param.value = camera.m_CurFaceTrackingStatus;
-        return true;
-    }
-
     static bool VideoTest(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
         if (!camera.HasCapturer()) {
             AIT_LOG(4, "Video Auto Test failed. Device no response.\r\n");
@@ -136,7 +119,6 @@ struct PropertyGetters {
     }
 
     // --- helpers
-    // ----------------------------------------------------------------------------------
 
     /// Position of an axis in degrees, towards zero.
     static int Degrees(CAitOrixCamera& camera, unsigned int axis) {
@@ -153,29 +135,23 @@ struct PropertyGetters {
     }
 };
 
-namespace {
-
-typedef PropertyGetters P;
-
-constexpr P::Row kRows[] = {
-    {CAM_PROPERTY_BITRATE, P::Bitrate},
-    {CAM_PROPERTY_FRAMERATE, P::Framerate},
-    {CAM_PROPERTY_DIMENSION, P::Dimension},
-    {CAM_PROPERTY_MICVOLUME, P::MicVolume},
-    {CAM_PROPERTY_SAMPLERATE, P::SampleRate},
-    {CAM_PROPERTY_ZOOM, P::Zoom},
-    {CAM_PROPERTY_PAN, P::Pan},
-    {CAM_PROPERTY_TILT, P::Tilt},
-    {CAM_PROPERTY_SIGNAL_TYPE, P::SignalType},
-    {CAM_PROPERTY_LUX, P::Lux},
-    {CAM_PROPERTY_DEBUG_LEVEL, P::DebugLevel},
-    {CAM_PROPERTY_FACE_TRACKING, P::FaceTracking},
-    {CAM_PROPERTY_VIDEO_TEST, P::VideoTest},
-    {CAM_PROPERTY_AUDIO_TEST, P::AudioTest},
-    {CAM_PROPERTY_CONNECTION_TEST, P::ConnectionTest},
+const PropertyGetters::Row PropertyGetters::kRows[] = {
+    {CAM_PROPERTY_BITRATE, Field<&CAitOrixCamera::m_nCurrentBPS>},
+    {CAM_PROPERTY_FRAMERATE, Field<&CAitOrixCamera::m_nCurrentFPS>},
+    {CAM_PROPERTY_DIMENSION, Dimension},
+    {CAM_PROPERTY_MICVOLUME, Field<&CAitOrixCamera::m_lastMicVolume>},
+    {CAM_PROPERTY_SAMPLERATE, Field<&CAitOrixCamera::m_lastSampRate>},
+    {CAM_PROPERTY_ZOOM, Zoom},
+    {CAM_PROPERTY_PAN, Pan},
+    {CAM_PROPERTY_TILT, Tilt},
+    {CAM_PROPERTY_SIGNAL_TYPE, SignalType},
+    {CAM_PROPERTY_LUX, Lux},
+    {CAM_PROPERTY_DEBUG_LEVEL, DebugLevel},
+    {CAM_PROPERTY_FACE_TRACKING, Field<&CAitOrixCamera::m_CurFaceTrackingStatus>},
+    {CAM_PROPERTY_VIDEO_TEST, VideoTest},
+    {CAM_PROPERTY_AUDIO_TEST, AudioTest},
+    {CAM_PROPERTY_CONNECTION_TEST, ConnectionTest},
 };
-
-}  // namespace
 
 const PropertyGetters::Row* PropertyGetters::Find(CAM_PROPERTY property) {
     for (const Row& row : kRows) {

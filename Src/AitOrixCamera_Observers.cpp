@@ -180,11 +180,10 @@ void CAitOrixCamera::AttachCropArea(CCameraData* data) {
 }
 
 bool CAitOrixCamera::SendTerminateFrame() {
-    ICameraSubject* subject = this;
     CCameraExtData data = {};
     data.m_type = CAM_STREAM_NV12;
-    subject->OnFrameArrival(&data);
+    OnFrameArrival(&data);
     data.m_type = CAM_STREAM_GRAY;
-    subject->OnFrameArrival(&data);
+    OnFrameArrival(&data);
     return true;
 }

@@ -16,6 +16,7 @@ constexpr uint32_t kSubRateTenchP = 30;
 constexpr int kCallModeBitrate = 1500000;  // bit/s; hosts mark a call of their own with it
 constexpr uint8_t kChannels = 2;
 constexpr useconds_t kAfterAudioUs = 10000;
+constexpr useconds_t kRestartPauseUs = 30000;
 
 constexpr unsigned char kCodeDualH264 = 7;
 constexpr unsigned char kCodeH264Jpeg = 8;
@@ -168,10 +169,9 @@ void CAitOrixCamera::ApplyAntiFlickerOnce() {
 }
 
 int CAitOrixCamera::SetFlicker(unsigned char frequency) {
-    ICameraSubject* subject = this;
     CAM_PROP_VALUE value;
     value.value = frequency;
-    return subject->SetProperty(CAM_PROPERTY_AUTO_HZ, &value) ? 0 : -1;
+    return SetProperty(CAM_PROPERTY_AUTO_HZ, &value) ? 0 : -1;
 }
 
 void CAitOrixCamera::StartVideoThread() {
@@ -218,6 +218,7 @@ bool CAitOrixCamera::StopRecording() {
     }
     usleep(kAfterAudioUs);
     if (!HasCapturer()) {
+        // CheckCapturer's text but for a blank; log readers know both.
         AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!!\r\n");
         return false;
     }
@@ -233,6 +234,13 @@ bool CAitOrixCamera::StopRecording() {
     }
     m_State = CAM_STATE_READY;
     return true;
+}
+
+/// Both results are ignored: the property that asks for it counts as applied.
+void CAitOrixCamera::RestartRecording() {
+    StopRecording();
+    usleep(kRestartPauseUs);
+    StartRecording();
 }
 
 void CAitOrixCamera::StopVideoThread() {

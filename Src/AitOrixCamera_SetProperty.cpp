@@ -1,7 +1,5 @@
 // Setting of properties: one table, a row for each property that is handled. A row holds the action
 // and what the action needs; the actions that serve several properties are in PropertySetters.
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "AitOrixCamera.h"
@@ -16,7 +14,6 @@ constexpr int kLargestBitrate = 17000000;       // bit/s
 constexpr int kBitsPerUnit = 1024;              // the adapter's unit of bit rate here
 constexpr unsigned int kLargestVolume = 100;    // percent
 constexpr unsigned int kUnitsPerDegree = 3600;  // pan and tilt
-constexpr useconds_t kRestartPauseUs = 30000;
 
 constexpr uint16_t kCropSourceWidth = 1280;
 constexpr uint16_t kCropSourceHeight = 960;
@@ -42,6 +39,12 @@ Ending FromTransfer(int result) {
 }  // namespace
 
 struct PropertySetters {
+    /// Mark of the rows that may restart recording: the whole call then holds the start/stop lock,
+    /// which comes before the control lock. Without the mark a restart would take the two in the
+    /// wrong order and wait for good for the firmware loader's thread, which stops recording by
+    /// itself when the camera goes.
+    enum Restarts { kRestarts };
+
     struct Row;
     typedef Ending (*Action)(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row);
 
@@ -51,8 +54,11 @@ struct PropertySetters {
         // What the action works on: an axis, a processing-unit control or option bits ...
         unsigned int number = 0;
         const xu::Command* command = nullptr;  // ... or a command
+        bool restarts = false;                 // may restart recording
 
         constexpr Row(CAM_PROPERTY handled, Action does) : property(handled), action(does) {}
+        constexpr Row(CAM_PROPERTY handled, Action does, Restarts)
+            : property(handled), action(does), restarts(true) {}
         constexpr Row(CAM_PROPERTY handled, Action does, unsigned int on)
             : property(handled), action(does), number(on) {}
         constexpr Row(CAM_PROPERTY handled, Action does, const xu::Command& sent)
@@ -62,7 +68,6 @@ struct PropertySetters {
     static const Row* Find(CAM_PROPERTY property);
 
     // --- actions of one property
-    // ------------------------------------------------------------------
 
     static Ending Bitrate(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
         camera.m_nCurrentBPS = std::min(param.value, kLargestBitrate);
@@ -116,7 +121,7 @@ struct PropertySetters {
             return Ending::kSuccess;
         }
         if (camera.audio_capturer == nullptr || camera.m_State == CAM_STATE_DISCONNECTED) {
-            LogNoCapturer();
+            CAitOrixCamera::LogNoCapturer();
             return Ending::kFailure;
         }
         if (!camera.audio_capturer.load()->SetVolume(param.value)) {
@@ -283,7 +288,6 @@ struct PropertySetters {
     }
 
     // --- actions of several properties
-    // ------------------------------------------------------------
 
     static Ending Zoom(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
         AIT_LOG(4, "ZOOM: %d\r\n", param.value);
@@ -317,7 +321,6 @@ struct PropertySetters {
     }
 
     // --- helpers
-    // ----------------------------------------------------------------------------------
 
     static AitUvcCapture& Video(CAitOrixCamera& camera) { return *camera.video_capturer; }
 
@@ -335,15 +338,11 @@ struct PropertySetters {
         to[1] = LowByte(value);
     }
 
-    static void LogNoCapturer() {
-        AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
-    }
-
     static bool IsPlaying(const CAitOrixCamera& camera) {
         if (camera.video_capturer != nullptr && camera.m_State == CAM_STATE_PLAYING) {
             return true;
         }
-        LogNoCapturer();
+        CAitOrixCamera::LogNoCapturer();
         return false;
     }
 
@@ -419,9 +418,9 @@ constexpr P::Row kRows[] = {
     {CAM_PROPERTY_BITRATE, P::Bitrate},
     {CAM_PROPERTY_FRAMERATE, P::Framerate},
     {CAM_PROPERTY_NEWGOP, P::NewGop},
-    {CAM_PROPERTY_DIMENSION, P::Dimension},
+    {CAM_PROPERTY_DIMENSION, P::Dimension, P::kRestarts},
     {CAM_PROPERTY_MICVOLUME, P::MicVolume},
-    {CAM_PROPERTY_SAMPLERATE, P::SampleRate},
+    {CAM_PROPERTY_SAMPLERATE, P::SampleRate, P::kRestarts},
     {CAM_PROPERTY_ZOOM, P::Zoom, kZoomAbsolute},
     {CAM_PROPERTY_PAN, P::Pan, kPanAbsolute},
     {CAM_PROPERTY_TILT, P::Tilt, kTiltAbsolute},
@@ -430,12 +429,12 @@ constexpr P::Row kRows[] = {
     {CAM_PROPERTY_MIRROR, P::Option, xu::kMirror},
     {CAM_PROPERTY_FLIP, P::Option, xu::kFlip},
     {CAM_PROPERTY_FD_CONTROL, P::Option, xu::kFaceDetection},
-    {CAM_PROPERTY_SIGNAL_TYPE, P::SignalType},
+    {CAM_PROPERTY_SIGNAL_TYPE, P::SignalType, P::kRestarts},
     {CAM_PROPERTY_I2C_READ_AUDIO, P::I2cReadAudio},
     {CAM_PROPERTY_I2C_WRITE_AUDIO, P::I2cWriteAudio},
     {CAM_PROPERTY_CROP_VGA, P::CropVga},
     {CAM_PROPERTY_TRIGGER_JPEG, P::TriggerJpeg},
-    {CAM_PROPERTY_VIDEO_MODE, P::VideoMode},
+    {CAM_PROPERTY_VIDEO_MODE, P::VideoMode, P::kRestarts},
     {CAM_PROPERTY_NV12_MODE_CONTROL, P::Command, xu::kNv12Mode},
     {CAM_PROPERTY_BRIGHTNESS, P::ProcessingUnit, uvc::kPuBrightness},
     {CAM_PROPERTY_CONTRAST, P::ProcessingUnit, uvc::kPuContrast},
@@ -459,13 +458,6 @@ constexpr P::Row kRows[] = {
     {CAM_PROPERTY_LOCAL_RESOLUTION, P::LocalResolution},
     {CAM_PROPERTY_CHANGE_NV12_RESOLUTION, P::Nv12Resolution},
 };
-
-/// The properties that may restart recording take the locks in the order of start and stop: the
-/// firmware loader's thread stops recording by itself when the camera goes.
-bool MayRestartRecording(CAM_PROPERTY property) {
-    return property == CAM_PROPERTY_DIMENSION || property == CAM_PROPERTY_SAMPLERATE ||
-           property == CAM_PROPERTY_SIGNAL_TYPE || property == CAM_PROPERTY_VIDEO_MODE;
-}
 
 /// Holds a lock for a scope when it is wanted.
 class OptionalLock {
@@ -508,7 +500,8 @@ const PropertySetters::Row* PropertySetters::Find(CAM_PROPERTY property) {
 }
 
 bool CAitOrixCamera::SetProperty(CAM_PROPERTY property, CAM_PROP_VALUE* param) {
-    OptionalLock startStopLock(m_start_stop_preview_lock, MayRestartRecording(property));
+    const PropertySetters::Row* row = PropertySetters::Find(property);
+    OptionalLock startStopLock(m_start_stop_preview_lock, row != nullptr && row->restarts);
     pMutexLock controlLock(m_video_ctrl_lock);
     if (param == nullptr) {
         return EndProperty(property, Ending::kFailure);
@@ -518,25 +511,9 @@ bool CAitOrixCamera::SetProperty(CAM_PROPERTY property, CAM_PROP_VALUE* param) {
             "param->res[1]=0x%X\r\n",
             static_cast<int>(property), static_cast<unsigned int>(param->value),
             static_cast<unsigned int>(param->res[0]), static_cast<unsigned int>(param->res[1]));
-    const PropertySetters::Row* row = PropertySetters::Find(property);
     if (row == nullptr) {
         AIT_LOG(4, "Not supported camera property\n");
         return EndProperty(property, Ending::kFailure);
     }
     return EndProperty(property, row->action(*this, *param, *row));
-}
-
-bool CAitOrixCamera::CheckCapturer() const {
-    if (!HasCapturer()) {
-        PropertySetters::LogNoCapturer();
-        return false;
-    }
-    return true;
-}
-
-/// Both results are ignored: the property counts as applied.
-void CAitOrixCamera::RestartRecording() {
-    StopRecording();
-    usleep(kRestartPauseUs);
-    StartRecording();
 }

@@ -1,6 +1,6 @@
-// The road to the camera of those who have opened it themselves (loader, flashing, benches): the
-// vendor commands of VendorCommands.h, and pan, tilt, focus and zoom. The camera object goes through
-// the video engine instead.
+// The road to the camera of those who have opened it themselves, the firmware loader above all:
+// vendor commands as requests to the device. The camera object goes through the video engine
+// instead; what benches need besides is in AitXu_Bench.h.
 //
 // Free functions on an open camera; they keep no state and take no lock beyond that of each
 // transfer, so a set-then-get pair is not atomic: callers that may race hold a lock of their own.
@@ -13,39 +13,14 @@
 #include "AitDevice.h"
 #include "VendorCommands.h"
 
-/// Pixel coordinates.
-struct _FaceRect {
-    uint16_t left;
-    uint16_t top;
-    uint16_t right;
-    uint16_t bottom;
-};
-typedef _FaceRect FaceRect;
+/// One SET_CUR or GET_CUR of an entity's control, `timeout` in milliseconds. The result is libusb's
+/// own: bytes, or a negative error. The recipient is the device, not the interface: the firmware
+/// of these cameras expects it on this road.
+int AitXU_Request(AitDevHandle* ait_handle, bool set, uint8_t entity, uint8_t selector,
+                  unsigned char* data, uint16_t length, int timeout);
 
-struct _FacePositionList {
-    uint16_t num_face;  ///< as the camera says; at most the first 10 rectangles are filled
-    FaceRect face_rect[20];
-};
-typedef _FacePositionList FacePositionList;
-
-/// Face-detection command, sent as it stands.
-struct _FACE_CMD {
-    uint8_t cmd;
-    uint8_t dlen;  ///< valid bytes in d
-    uint8_t d[30];
-};
-typedef _FACE_CMD FACE_CMD;
-static_assert(sizeof(FACE_CMD) == 32, "wire format");
-
-/// Writes an ISP command block.
-int AitIspCmdSet(AitDevHandle* ait_handle, unsigned char* cmd);
 /// Reads the ISP answer into `cmd`; `timeout` in milliseconds.
 int AitIspCmdGetResult(AitDevHandle* ait_handle, unsigned char* cmd, int timeout);
-/// Writes an MMP command block. 0 for any handle: the transfer's result is deliberately not
-/// examined.
-int AitMMPCmdSet16(AitDevHandle* ait_handle, unsigned char* cmd);
-/// Reads the MMP answer into `cmd`.
-int AitMMPCmdGetResult16(AitDevHandle* ait_handle, unsigned char* cmd);
 
 constexpr int kFromCamera = 0;
 constexpr int kToCamera = 1;
@@ -54,37 +29,11 @@ constexpr int kToCamera = 1;
 int AitXU_XuCmd(AitDevHandle* ait_handle, unsigned char* cmd, uint16_t cs, uint8_t len,
                 int direction);
 
-/// The same for a command of VendorCommands.h.
+/// The same for a command, and for the answer to the last command of the block's group, which is
+/// read into the block.
 int AitXU_SendBlock(AitDevHandle* ait_handle, xu::Block block);
-
-/// Reads the video option word. Its bytes are combined in the camera's own, odd way; see the code.
-/// `options` is written on success only.
-int AitXU_GetVideoOption(AitDevHandle* handle, unsigned int* options);
-int AitXU_SetVideoOption(AitDevHandle* handle, unsigned int options);
+int AitXU_ReadAnswer(AitDevHandle* ait_handle, xu::Block& block);
 
 /// Reads the six version bytes. A camera that answers with an error status leaves `fwVer` untouched
 /// and the result is still 0: callers clear `fwVer` first.
 int AitXU_GetFWVersion(AitDevHandle* handle, unsigned char* fwVer);
-
-int WriteSensorReg(AitDevHandle* ait_handle, unsigned short addr, unsigned short val);
-/// The result of the read-back is ignored.
-int ReadSensorReg(AitDevHandle* ait_handle, unsigned short addr, unsigned short* val);
-
-/// Television preview parameters; positions and sizes in pixels.
-int Set_TMK_TV_PreviewParam(AitDevHandle* ait_handle, uint8_t signal_type, uint8_t mode,
-                            uint16_t crop_startX, uint16_t crop_startY, uint16_t crop_targetW,
-                            uint16_t crop_targetH, uint16_t scale_targetW, uint16_t scale_targetH);
-
-int SetH264Bitrate(AitDevHandle* ait_handle, unsigned short Kbps);
-
-/// Reads the faces that the camera sees now. AIT_ERR_DEVICE when the transfer fails.
-int GetFD_Position(AitDevHandle* ait_handle, FacePositionList* face_pos_list);
-/// AIT_ERR_DEVICE when the transfer fails.
-int SetFD_Param(AitDevHandle* ait_handle, FACE_CMD* fd_param);
-
-/// Position of an axis (V4L2 control identifier: pan and tilt in 1/3600 degree, focus, zoom). `val`
-/// is the answer and the result is advisory: a real bus reports the bytes moved, which counts as
-/// -1.
-int GetPTZ_Pos(AitDevHandle* ait_handle, unsigned int axis, int* val);
-/// -1 unless the transfer's result is exactly 0; AIT_ERR_DEVICE for an unknown axis.
-int SetPTZ_Pos(AitDevHandle* ait_handle, unsigned int axis, int val);

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "CameraInterface.h"
-#include "V4l2Capture.h"
+#include "CaptureInterfaces.h"
 #include "ptasking.h"
 
 class CAudioCaptureThread : public pThread {

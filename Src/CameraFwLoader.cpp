@@ -333,6 +333,8 @@ bool CCameraFwLoader::UseDefaultVersion() {
     return false;
 }
 
+// --- not called by the plug-in
+
 int CCameraFwLoader::UpdateBootCode(AitDevHandle*, char* path, unsigned long deviceVersion) {
     const FilePtr file(fopen(path, "rb"));
     if (file == nullptr) {

@@ -24,8 +24,10 @@ enum {
 typedef void (*AitCamInitDoneCallback)(unsigned int status, void* data);
 
 // Paths on the television's flash; writable, so that a bench can point them elsewhere.
-extern char fw_path_name[256];        ///< downloaded firmware
-extern char exe_fw_path_name[256];    ///< firmware that came with the television
+extern char fw_path_name[256];      ///< downloaded firmware
+extern char exe_fw_path_name[256];  ///< firmware that came with the television
+
+// --- not used by the plug-in
 extern char boot_path_name[256];      ///< downloaded boot code
 extern char exe_boot_path_name[256];  ///< boot code that came with the television
 
@@ -45,6 +47,8 @@ class CCameraFwLoader : public pThread {
 
     /// True when the files that came with the television are to be used, false for downloaded ones.
     bool UseDefaultVersion();
+
+    // --- not called by the plug-in
 
     /// Writes a boot-code file that is newer than `deviceVersion`. 0 also when there is none or it
     /// is not newer. The camera is the loader's own, whatever `ait_handle_` says.

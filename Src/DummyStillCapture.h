@@ -1,8 +1,8 @@
-// Sends a placeholder picture to the observers of stills: one shot.
+// Sends a placeholder picture to the observers of stills: one shot. Not called by the plug-in.
 #pragma once
 
 #include "CameraInterface.h"
-#include "V4l2Capture.h"
+#include "CaptureInterfaces.h"
 #include "ptasking.h"
 
 /// Path of the placeholder; writable, so that a bench can point it elsewhere.

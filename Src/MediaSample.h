@@ -1,4 +1,5 @@
-// Byte buffer, owned or borrowed, that capture adapters fill.
+// Byte buffer, owned or borrowed, that capture adapters fill. Not used by the plug-in, whose capture
+// threads borrow frames without a copy.
 #pragma once
 
 #include <stdint.h>

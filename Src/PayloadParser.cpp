@@ -147,6 +147,8 @@ int ParseH264KeyFrame(unsigned char* buf, int len, H264KeyFrame* kf) {
     return 1;
 }
 
+// --- not called by the plug-in
+
 void ShowAitH264_MediaSample(AitH264_MediaSample* sample) {
     AIT_LOG(4, "h264_size=%d, mjpg_size=%d, gray_size=%d, yuy2_size=%d,num=%d\r\n",
             static_cast<int>(sample->h264_size), static_cast<int>(sample->mjpg_size),

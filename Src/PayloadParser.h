@@ -100,5 +100,7 @@ int H264Parser_tmk_mode(unsigned char* frame, unsigned int frame_size, AitH264_M
 /// found. `idr_size` is negative when `len` is too short for what the scan assumes.
 int ParseH264KeyFrame(unsigned char* buf, int len, H264KeyFrame* kf);
 
+// --- not called by the plug-in
+
 /// Logs the sizes of a record.
 void ShowAitH264_MediaSample(AitH264_MediaSample* sample);

@@ -76,26 +76,12 @@ void AitUvcCapture::UnConfigureDev() {
     inited = false;
 }
 
-int AitUvcCapture::CaptureFrame(MediaSample& sample) {
-    if (!inited) {
-        return 0;
-    }
-    const unsigned int count = AitCamLib.ReadFrame(sample.GetBuffer(), sample.GetBufferSize());
-    sample.SetSampleSize(count);
-    return static_cast<int>(count);
-}
-
 bool AitUvcCapture::SetBitrate(uint32_t rate) {
     return AitCamLib.SetBitrate(static_cast<uint16_t>(rate));
 }
 
 bool AitUvcCapture::SetFramerate(uint32_t fps) {
     return AitCamLib.SetFramerate(static_cast<uint16_t>(fps));
-}
-
-bool AitUvcCapture::ResetStream() {
-    UnConfigureDev();
-    return ConfigureDev(m_cur_width, m_cur_height, m_cur_pixFmt, m_cur_framerate);
 }
 
 int AitUvcCapture::GetFrameBuf(uint8_t** buf, uint32_t* len) {
@@ -143,10 +129,6 @@ void CAudioCapture::UnConfigureDev() {
     inited = false;
 }
 
-int CAudioCapture::ReadAudioData(uint8_t* buf, uint32_t size) {
-    return static_cast<int>(AitAudioLib.ReadFrame(buf, size));
-}
-
 bool CAudioCapture::SetVolume(int percent) {
     // 32-bit arithmetic that may wrap; a value that leaves the range is refused by the engine.
     const unsigned int range = AitAudioLib.GetMaxVolume() - AitAudioLib.GetMinVolume();
@@ -157,6 +139,26 @@ bool CAudioCapture::SetVolume(int percent) {
 
 int CAudioCapture::GetBuf(unsigned char** buf, unsigned int* len) {
     return static_cast<int>(AitAudioLib.DequeFrameBuf(buf, len));
+}
+
+// --- not called by the plug-in
+
+int AitUvcCapture::CaptureFrame(MediaSample& sample) {
+    if (!inited) {
+        return 0;
+    }
+    const unsigned int count = AitCamLib.ReadFrame(sample.GetBuffer(), sample.GetBufferSize());
+    sample.SetSampleSize(count);
+    return static_cast<int>(count);
+}
+
+bool AitUvcCapture::ResetStream() {
+    UnConfigureDev();
+    return ConfigureDev(m_cur_width, m_cur_height, m_cur_pixFmt, m_cur_framerate);
+}
+
+int CAudioCapture::ReadAudioData(uint8_t* buf, uint32_t size) {
+    return static_cast<int>(AitAudioLib.ReadFrame(buf, size));
 }
 
 int CAudioCapture::SetSamplingRate(int rate) {

@@ -1,51 +1,17 @@
-// The camera object's view of video and audio capture, and the two adapters over the streaming
-// engines. The adapters have no lock of their own: configuration is serialised by the camera
-// object, and one capture thread each takes frames.
+// The two capture adapters over the streaming engines. They have no lock of their own:
+// configuration is serialised by the camera object, and one capture thread each takes frames.
 #pragma once
 
 #include <stdint.h>
 
 #include "CAIT_AUDIO_LIB.h"
 #include "CAIT_CAM_LIB.h"
+#include "CaptureInterfaces.h"
 #include "MediaSample.h"
-
-class IVideoCapture {
-  public:
-    virtual ~IVideoCapture() = default;
-    virtual bool ConfigureDev(uint32_t width, uint32_t height, uint32_t pixFmt,
-                              uint32_t framerate) = 0;
-    virtual void UnConfigureDev() = 0;
-    virtual void CaptureFrame(uint8_t* buf, uint32_t size) = 0;
-    virtual int CaptureFrame(MediaSample& sample) = 0;
-    virtual bool SetBitrate(uint32_t rate) = 0;
-    virtual bool SetFramerate(uint32_t fps) = 0;
-    virtual bool RequestKeyFrame() = 0;
-    virtual bool SetPTZ(unsigned int id, int value) = 0;
-    virtual bool GetPTZ(unsigned int id, int* value) = 0;
-    virtual bool ResetStream() = 0;
-    virtual bool SetPU(unsigned int selector, int value) = 0;
-    virtual int GetFrameBuf(uint8_t** buf, uint32_t* len) = 0;
-    virtual void RetFrameBuf() = 0;
-};
-
-class IAudioCapture {
-  public:
-    virtual ~IAudioCapture() = default;
-    virtual bool ConfigureDev(uint8_t channel, uint32_t smp_rate, uint32_t format) = 0;
-    virtual void UnConfigureDev() = 0;
-    virtual int ReadAudioData(uint8_t* buf, uint32_t size) = 0;
-    virtual bool SetVolume(int percent) = 0;
-    virtual int GetBuf(unsigned char** buf, unsigned int* len) = 0;
-    virtual void RetBuf() = 0;
-    virtual int SetSamplingRate(int rate) = 0;
-};
 
 /// Video capture over the UVC engine.
 class AitUvcCapture : public IVideoCapture {
   public:
-    /// Match bits of device searches, for callers; nothing here uses them.
-    enum { BITMASK_PID = 1, BITMASK_VID = 2, BITMASK_PORT = 4 };
-
     /// Opens the camera; IsReady tells whether that worked. A lost camera is not opened again.
     AitUvcCapture(uint16_t vid, uint16_t pid);
     ~AitUvcCapture() override;
@@ -57,18 +23,11 @@ class AitUvcCapture : public IVideoCapture {
                       uint32_t framerate) override;
     void UnConfigureDev() override;
 
-    void CaptureFrame(uint8_t*, uint32_t) override {}
-    /// Copies one frame into the sample's buffer. Bytes; 0 when none came within 500 ms or no
-    /// stream is configured (the sample is left alone then).
-    int CaptureFrame(MediaSample& sample) override;
-
     bool SetBitrate(uint32_t rate) override;
     bool SetFramerate(uint32_t fps) override;
     bool RequestKeyFrame() override { return AitCamLib.RequestKeyFrame(); }
     bool SetPTZ(unsigned int id, int value) override { return AitCamLib.SetPTZ(id, value); }
     bool GetPTZ(unsigned int id, int* value) override { return AitCamLib.GetPTZ(id, value); }
-    /// Configures again with the arguments of the last ConfigureDev.
-    bool ResetStream() override;
     bool SetPU(unsigned int selector, int value) override {
         return AitCamLib.SetPU(selector, value);
     }
@@ -83,6 +42,18 @@ class AitUvcCapture : public IVideoCapture {
     virtual int AitCommandGet(unsigned char selector, unsigned char* data, unsigned char length);
 
     bool IsReady() const { return dev_ready; }
+
+    // --- not called by the plug-in
+
+    /// Match bits of device searches, for callers; BusListing.cpp has its own.
+    enum { BITMASK_PID = 1, BITMASK_VID = 2, BITMASK_PORT = 4 };
+
+    void CaptureFrame(uint8_t*, uint32_t) override {}
+    /// Copies one frame into the sample's buffer. Bytes; 0 when none came within 500 ms or no
+    /// stream is configured (the sample is left alone then).
+    int CaptureFrame(MediaSample& sample) override;
+    /// Configures again with the arguments of the last ConfigureDev.
+    bool ResetStream() override;
 
   private:
     CAIT_CAM_LIB AitCamLib;
@@ -107,14 +78,17 @@ class CAudioCapture : public IAudioCapture {
     /// `format` are ignored: the device streams in its own fixed format.
     bool ConfigureDev(uint8_t channel, uint32_t smp_rate, uint32_t format) override;
     void UnConfigureDev() override;
-    int ReadAudioData(uint8_t* buf, uint32_t size) override;
     /// 0 to 100 % of the device's range. Always true, also when the engine refuses a value outside.
     bool SetVolume(int percent) override;
     int GetBuf(unsigned char** buf, unsigned int* len) override;
     void RetBuf() override { AitAudioLib.QueueFrameBuf(); }
-    int SetSamplingRate(int rate) override;
 
     bool IsReady() const { return dev_ready; }
+
+    // --- not called by the plug-in
+
+    int ReadAudioData(uint8_t* buf, uint32_t size) override;
+    int SetSamplingRate(int rate) override;
 
   private:
     CAIT_AUDIO_LIB AitAudioLib;

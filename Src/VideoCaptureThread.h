@@ -6,9 +6,9 @@
 
 #include "CameraInterface.h"
 #include "CaptureClock.h"
+#include "CaptureInterfaces.h"
 #include "H264ErrorDetector.h"
 #include "PayloadParser.h"
-#include "V4l2Capture.h"
 #include "ptasking.h"
 
 class CVideoCaptureThread : public pThread {

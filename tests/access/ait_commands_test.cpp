@@ -1,5 +1,6 @@
 // Vendor commands: the bytes at the camera, and what becomes of its answers.
 #include "AitXu.h"
+#include "AitXu_Bench.h"
 
 #include <array>
 #include <cstring>
