@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "LibusbWrap.h"
 #include "LittleEndian.h"
 #include "UvcRequests.h"
 #include "aitdbg.h"
@@ -303,13 +302,11 @@ int CLibUSB_UacCtrl::UAC_DisableAudioStream() {
     if (m_pDevH == nullptr) {
         return -1;
     }
+    EndStream();
     {
-        // A completion on another thread that has seen the stream running resubmits before the
-        // cancellation, not after it.
-        pMutexLock producer(m_ProducerMtx);
-        IsStreaming = false;
+        pMutexLock lock(m_TransferMtx);
+        CancelAll(nullptr);
     }
-    CancelAll(nullptr);
     if (SelectAltSetting(kStreamInterface, 0) != 0) {
         AIT_LOG(4, "UAC_DisableAudioStream: IF = 3, Alt = 0 Error!!");
         return -1;
@@ -318,6 +315,13 @@ int CLibUSB_UacCtrl::UAC_DisableAudioStream() {
     WaitUntilReaped();
     ReleaseStream();
     return 0;
+}
+
+/// Under the producer lock: a completion on another thread that has seen the stream running resubmits
+/// before the cancellation, not after it.
+void CLibUSB_UacCtrl::EndStream() {
+    pMutexLock producer(m_ProducerMtx);
+    IsStreaming = false;
 }
 
 /// Unlike on the video path the transfers go before the queue and its buffers.

@@ -47,15 +47,16 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     int UVC_EnableVideoStream(int, int, int) { return 0; }
 
   protected:
-    /// Copies one transfer's packets into a frame buffer and publishes it. Always 0. Producer lock
-    /// held.
-    int FillAudioData(libusb_transfer* transfer);
+    /// Copies one transfer's packets into a frame buffer and publishes it. Always 0.
+    int FillAudioData(libusb_transfer* transfer) REQUIRES(m_ProducerMtx);
 
     static constexpr int kControlInterface = 2;
     static constexpr int kStreamInterface = 3;
 
   private:
-    int FillFromTransfer(libusb_transfer* transfer) override { return FillAudioData(transfer); }
+    int FillFromTransfer(libusb_transfer* transfer) override REQUIRES(m_ProducerMtx) {
+        return FillAudioData(transfer);
+    }
 
     // Start, step by step.
     bool NegotiateRate(int rate);
@@ -67,6 +68,7 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     int SubmitTransfers();
 
     unsigned int CopyPackets(const libusb_transfer* transfer, CFrameBuf* frame);
+    void EndStream() EXCLUDES(m_ProducerMtx);
     void ReleaseStream();
     void ReleaseLeftovers();
 
@@ -88,6 +90,7 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     short m_CurVolume = -1;
     unsigned int m_nFrameCapacity = 0;  ///< bytes of each frame buffer
     libusb_transfer* m_AudioTransfer[2] = {};
-    CFrameBuf* m_pCurFrameBuf = nullptr;  ///< being filled by the current completion
+    /// Being filled by the current completion.
+    CFrameBuf* m_pCurFrameBuf GUARDED_BY(m_ProducerMtx) = nullptr;
     CFrameBuf* m_pFrameBuf[4] = {};
 };

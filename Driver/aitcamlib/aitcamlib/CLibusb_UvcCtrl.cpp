@@ -5,7 +5,6 @@
 
 #include <new>
 
-#include "LibusbWrap.h"
 #include "UvcRequests.h"
 #include "aitdbg.h"
 
@@ -226,7 +225,10 @@ int CLibUSB_UvcCtrl::UVC_DisableVideoStream() {
     WakeQueue();
     CloseFrameQueue();
     AIT_LOG(4, "Video lock +\r\n");
-    CancelAll("UVC_DisableVideoStream:: cancel bulk transfer. %d\r\n");
+    {
+        pMutexLock lock(m_TransferMtx);
+        CancelAll("UVC_DisableVideoStream:: cancel bulk transfer. %d\r\n");
+    }
     AIT_LOG(4, "Video lock -\r\n");
     usleep(kReapSleepUs);  // the event thread delivers the cancellations meanwhile
     WaitUntilReaped();

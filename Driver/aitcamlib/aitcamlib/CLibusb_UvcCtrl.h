@@ -74,14 +74,16 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     bool SetPU(unsigned int selector, int value);
 
   protected:
-    /// Reassembles one payload into the frame being filled. Always 0. Producer lock held.
-    int FillVideoBuf_Bulk(libusb_transfer* transfer);
+    /// Reassembles one payload into the frame being filled. Always 0.
+    int FillVideoBuf_Bulk(libusb_transfer* transfer) REQUIRES(m_ProducerMtx);
 
     static constexpr int kControlInterface = 0;
     static constexpr int kStreamInterface = 1;
 
   private:
-    int FillFromTransfer(libusb_transfer* transfer) override { return FillVideoBuf_Bulk(transfer); }
+    int FillFromTransfer(libusb_transfer* transfer) override REQUIRES(m_ProducerMtx) {
+        return FillVideoBuf_Bulk(transfer);
+    }
 
     // Start, step by step.
     bool Negotiate(int fps, VIDEO_PROBE* committed);
@@ -98,9 +100,10 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
 
     // Reassembly, step by step.
     int BufferWaitMs() const;
-    bool AwaitFreshBuffer(libusb_transfer* transfer);
-    void CrossFrameBoundary(libusb_transfer* transfer, unsigned char* dst, unsigned char* flags);
-    bool AppendPayload(const libusb_transfer* transfer, unsigned char* dst);
+    bool AwaitFreshBuffer(libusb_transfer* transfer) REQUIRES(m_ProducerMtx);
+    void CrossFrameBoundary(libusb_transfer* transfer, unsigned char* dst, unsigned char* flags)
+        REQUIRES(m_ProducerMtx);
+    bool AppendPayload(const libusb_transfer* transfer, unsigned char* dst) REQUIRES(m_ProducerMtx);
 
     /// The transfer lock by the name that it is known by on this engine; what both engines share
     /// calls it by the base's.
@@ -115,8 +118,10 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     static constexpr size_t kTransfers = 3;
     libusb_transfer* m_VideoTransfer[kTransfers] = {};
     [[maybe_unused]] int m_bVideoTransfercompleted[kTransfers] = {};  // likewise
-    int bulk_offset = 0;  ///< bytes of the current frame in its buffer
+    int bulk_offset GUARDED_BY(m_ProducerMtx) = 0;  ///< bytes of the current frame in its buffer
     CFrameBuf* m_pFrameBuf[5] = {};
-    uint8_t m_UvcHeaderInfo = 0;  ///< flags of the last payload that began or ended a frame
-    CFrameBufferLocker* m_pCurFrameBufForWrite = nullptr;
+    /// Flags of the last payload that began or ended a frame.
+    uint8_t m_UvcHeaderInfo GUARDED_BY(m_ProducerMtx) = 0;
+    CFrameBufferLocker* m_pCurFrameBufForWrite GUARDED_BY(m_ProducerMtx)
+        PT_GUARDED_BY(m_ProducerMtx) = nullptr;
 };

@@ -91,20 +91,20 @@ class StaticSyncQueue {
   private:
     static constexpr int kReadTimeoutMs = 500;
 
-    void WaitOnce(int timeoutMs) {
+    void WaitOnce(int timeoutMs) REQUIRES(m_QueueMutex) {
         ++m_NumWaiters;
         m_QueueEvent.Wait(m_QueueMutex, timeoutMs);
         --m_NumWaiters;
     }
 
     [[maybe_unused]] const char* m_pName = nullptr;  // kept for the layout; nothing reads it
-    T* m_pElemArray;
-    int m_QueueLen;
+    T* const m_pElemArray;
+    const int m_QueueLen;
     [[maybe_unused]] int m_ItemSize = 0;  // likewise
-    int m_WrIndex = 0;
-    int m_RdIndex = 0;
-    int m_ItemCnt = 0;  // published and not yet released
-    int m_NumWaiters = 0;
-    pMutex m_QueueMutex;  // guards all of the above
+    int m_WrIndex GUARDED_BY(m_QueueMutex) = 0;
+    int m_RdIndex GUARDED_BY(m_QueueMutex) = 0;
+    int m_ItemCnt GUARDED_BY(m_QueueMutex) = 0;  // published and not yet released
+    int m_NumWaiters GUARDED_BY(m_QueueMutex) = 0;
+    pMutex m_QueueMutex;
     pSyncEvent m_QueueEvent;
 };

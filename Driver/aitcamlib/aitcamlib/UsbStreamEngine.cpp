@@ -7,7 +7,6 @@
 #include <chrono>
 
 #include "CameraIdentity.h"
-#include "LibusbWrap.h"
 #include "aitdbg.h"
 
 namespace {
@@ -108,12 +107,16 @@ unsigned int UsbStreamEngine::QueueFrameBuf() {
 void UsbStreamEngine::handle_libusb_event() {
     if (m_ctx != nullptr) {
         pMutexLock lock(m_TransferMtx);
-        timeval timeout = {0, kEventRoundUs};
-        libusb_handle_events_timeout(m_ctx, &timeout);
+        HandleEvents(kEventRoundUs);
     }
     if (!IsStreaming) {
         usleep(kIdlePauseUs);
     }
+}
+
+void UsbStreamEngine::HandleEvents(suseconds_t limitUs) {
+    timeval timeout = {0, limitUs};
+    libusb_handle_events_timeout(m_ctx, &timeout);
 }
 
 void UsbStreamEngine::callback(libusb_transfer* transfer) {
@@ -260,7 +263,6 @@ int UsbStreamEngine::SubmitTransfer(libusb_transfer* transfer) {
 }
 
 void UsbStreamEngine::CancelAll(const char* line) {
-    pMutexLock lock(m_TransferMtx);
     for (int i = 0; i < m_nTransferCount; ++i) {
         if (m_pTransfers[i] == nullptr) {
             continue;
@@ -289,18 +291,21 @@ void UsbStreamEngine::WaitUntilReaped() {
     while (AnyInFlight() && !deadline.Passed()) {
         {
             pMutexLock lock(m_TransferMtx);
-            timeval timeout = {0, kReapRoundUs};
-            libusb_handle_events_timeout(m_ctx, &timeout);
+            HandleEvents(kReapRoundUs);
         }
         usleep(kPollUs);
     }
 }
 
 void UsbStreamEngine::ReapLeftovers() {
-    if (AnyInFlight()) {
-        CancelAll(nullptr);
-        WaitUntilReaped();
+    if (!AnyInFlight()) {
+        return;
     }
+    {
+        pMutexLock lock(m_TransferMtx);
+        CancelAll(nullptr);
+    }
+    WaitUntilReaped();
 }
 
 void UsbStreamEngine::FreeTransfer(int index) {

@@ -22,10 +22,12 @@
 
 #include <libusb-1.0/libusb.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 #include <atomic>
 
 #include "CFrameBuf.h"
+#include "LibusbWrap.h"
 #include "StaticSyncQueue.h"
 #include "ptasking.h"
 
@@ -70,7 +72,7 @@ class UsbStreamEngine {
 
     /// One round of event handling, at most 33 ms, under the transfer lock; pauses 500 µs after it
     /// when nothing streams, so that an idle engine does not spin and a stop gets the lock.
-    void handle_libusb_event();
+    void handle_libusb_event() EXCLUDES(m_TransferMtx);
 
     /// Completion callback of every transfer of the engine.
     static void callback(libusb_transfer* transfer);
@@ -90,14 +92,13 @@ class UsbStreamEngine {
           m_pFrameBufs(frameBufs),
           m_nFrameBufCount(static_cast<int>(kFrameBufs)) {}
 
-    /// Takes the data of a completed or timed-out transfer; resubmits it or not. Producer lock
-    /// held.
-    virtual int FillFromTransfer(libusb_transfer* transfer) = 0;
+    /// Takes the data of a completed or timed-out transfer; resubmits it or not.
+    virtual int FillFromTransfer(libusb_transfer* transfer) REQUIRES(m_ProducerMtx) = 0;
 
     // --- device -------------------------------------------------------------------------------
     /// Opens the camera, or else a device with the fallback identity, and reads its configuration.
-    /// False with m_pDevH null when there is none. The caller holds m_libusb_ctrl_lock.
-    bool OpenDevice(int vid, int pid);
+    /// False with m_pDevH null when there is none.
+    bool OpenDevice(int vid, int pid) REQUIRES(m_libusb_ctrl_lock);
     void DetachKernelDriver(int interface);
     bool ClaimInterface(int interface, const InterfaceTexts& texts);
     /// Closes the handle and clears the field; a handle that libusb cannot close any more is
@@ -112,19 +113,18 @@ class UsbStreamEngine {
     // --- transfers ----------------------------------------------------------------------------
     int TransferCount() const { return m_nTransferCount; }
     int SubmitTransfer(libusb_transfer* transfer);
-    /// Cancels every transfer under the transfer lock, each after a log line with its index (`line`
-    /// has one %d; null: none).
-    void CancelAll(const char* line);
+    /// Cancels every transfer, each after a log line with its index (`line` has one %d; null: none).
+    void CancelAll(const char* line) REQUIRES(m_TransferMtx);
     /// Waits until no transfer is in flight, at most 2 s, handling events itself: there may be no
-    /// event thread. Takes the transfer lock, round by round.
-    void WaitUntilReaped();
+    /// event thread. Takes the transfer lock, round by round; a completion needs the producer lock.
+    void WaitUntilReaped() EXCLUDES(m_TransferMtx, m_ProducerMtx);
     /// Cancels silently what is in flight, as a failed start or stop leaves it, and waits for it.
-    void ReapLeftovers();
+    void ReapLeftovers() EXCLUDES(m_TransferMtx, m_ProducerMtx);
     /// Frees transfer and parameter object and clears the slot; leaks a transfer that is still in
     /// flight.
-    void FreeTransfer(int index);
-    /// Frees every transfer, each after the log line (null: none). Transfer lock held.
-    void FreeAll(const char* line);
+    void FreeTransfer(int index) EXCLUDES(m_ProducerMtx);
+    /// Frees every transfer, each after the log line (null: none).
+    void FreeAll(const char* line) REQUIRES(m_TransferMtx) EXCLUDES(m_ProducerMtx);
 
     // --- frame buffers ------------------------------------------------------------------------
     int FrameBufCount() const { return m_nFrameBufCount; }
@@ -132,12 +132,11 @@ class UsbStreamEngine {
     /// short (what exists is left to DestroyQueue).
     bool CreateQueue(unsigned int capacity);
     void WakeQueue();
-    /// Wakes and waits out every thread inside the queue, then destroys queue and buffers. Transfer
-    /// lock held.
-    void DestroyQueue();
+    /// Wakes and waits out every thread inside the queue, then destroys queue and buffers.
+    void DestroyQueue() REQUIRES(m_TransferMtx) EXCLUDES(m_ProducerMtx);
     StaticSyncQueue<CFrameBuf*>* Queue() const { return m_pFrameQueue.load(); }
 
-    pMutex m_TransferMtx;
+    pMutex m_TransferMtx ACQUIRED_BEFORE(m_ProducerMtx);
     pMutex m_ProducerMtx;
     libusb_device_handle* m_pDevH = nullptr;
     libusb_context* m_ctx = nullptr;
@@ -154,6 +153,7 @@ class UsbStreamEngine {
     static bool CompletionCarriesData(const libusb_transfer* transfer);
     static const CFrameBuf* Oldest(StaticSyncQueue<CFrameBuf*>* queue);
     TransferCbParam* Param(int index) const;
+    void HandleEvents(suseconds_t limitUs) REQUIRES(m_TransferMtx);
     bool AnyInFlight() const;
 
     libusb_transfer** const m_pTransfers;

@@ -7,6 +7,8 @@
 
 #include <atomic>
 
+#include "ThreadSafety.h"
+
 /// Hook for unrecoverable POSIX failures; takes a printf format and deliberately does nothing.
 void __FATAL(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
@@ -14,7 +16,7 @@ void __FATAL(const char* format, ...) __attribute__((format(printf, 1, 2)));
 bool RaiseThreadPriority();
 
 /// Recursive mutex.
-class pMutex {
+class CAPABILITY("mutex") pMutex {
   public:
     pMutex();
     ~pMutex();
@@ -23,18 +25,20 @@ class pMutex {
 
     pthread_mutex_t* Get() { return &Mtx; }
     /// Always true: a failed lock is reported to __FATAL and treated as held.
-    bool Acquire();
-    void Release();
+    bool Acquire() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS;
+    void Release() RELEASE() NO_THREAD_SAFETY_ANALYSIS;
 
   private:
     pthread_mutex_t Mtx;
 };
 
 /// Holds a pMutex for a scope.
-class pMutexLock {
+class SCOPED_CAPABILITY pMutexLock {
   public:
-    explicit pMutexLock(pMutex& mutex) : m_Mutex(mutex) { pthread_mutex_lock(m_Mutex.Get()); }
-    ~pMutexLock() { pthread_mutex_unlock(m_Mutex.Get()); }
+    explicit pMutexLock(pMutex& mutex) ACQUIRE(mutex) : m_Mutex(mutex) {
+        pthread_mutex_lock(m_Mutex.Get());
+    }
+    ~pMutexLock() RELEASE() { pthread_mutex_unlock(m_Mutex.Get()); }
     pMutexLock(const pMutexLock&) = delete;
     pMutexLock& operator=(const pMutexLock&) = delete;
 
@@ -56,7 +60,7 @@ class pSyncEvent {
     /// Waits at most `ms` milliseconds (negative: without limit). False: timed out.
     bool Wait(int ms);
     /// The same with the caller's mutex, which the caller holds.
-    bool Wait(pMutex& mutex, int ms);
+    bool Wait(pMutex& mutex, int ms) REQUIRES(mutex);
     /// Wakes at most one waiter.
     void Trigger();
     void Trigger(pMutex& mutex);
@@ -67,7 +71,7 @@ class pSyncEvent {
 };
 
 /// Non-recursive mutex of the camera module's toolkit.
-class CamMutex {
+class CAPABILITY("mutex") CamMutex {
   public:
     CamMutex();
     virtual ~CamMutex();
@@ -76,8 +80,8 @@ class CamMutex {
 
     bool Create() { return true; }
     void Destroy() {}
-    void Lock();
-    void Unlock();
+    void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS;
+    void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS;
 
   private:
     pthread_mutex_t m_mutex;
