@@ -58,6 +58,8 @@ TEST(InterfaceNumbers, States) {
          CAM_STATE_RESERVED_6, CAM_STATE_RESERVED_7, CAM_STATE_RESERVED_8, CAM_STATE_RESERVED_9});
 }
 
+// One enumerator a line, however many there are.
+// NOLINTNEXTLINE(readability-function-size)
 TEST(InterfaceNumbers, Properties) {
     ExpectConsecutive(0, {CAM_PROPERTY_BITRATE,
                           CAM_PROPERTY_FRAMERATE,

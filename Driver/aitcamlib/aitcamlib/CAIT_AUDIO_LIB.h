@@ -22,19 +22,22 @@ class CAIT_AUDIO_LIB : public CLibUSB_UacCtrl, public pThread {
 
     int AudioTransferStart();
     int AudioTransferStop();
-    void EnableTest() { m_bTest = 1; }
 
     unsigned int GetMinVolume() const { return static_cast<unsigned int>(UAC_GetMinVolume()); }
     unsigned int GetMaxVolume() const { return static_cast<unsigned int>(UAC_GetMaxVolume()); }
-    /// Current volume as an offset above the minimum, device units.
-    unsigned int GetCurVolume() const;
+    /// Volume as an offset above the minimum, device units.
     int SetCurVolume(unsigned int offset);
-    int SetSamplingRate(unsigned int rate) { return UAC_SetSamplingRate(rate); }
 
     void Run() override;
 
+    // --- not called by the plug-in ---------------------------------------------------------------
+
+    unsigned int GetCurVolume() const;
+    int SetSamplingRate(unsigned int rate) { return UAC_SetSamplingRate(rate); }
+    void EnableTest() { m_bTest = 1; }
+
   private:
-    // Kept for the layout; nothing reads them.
+    // Kept of a bench program's shape; nothing reads them.
     [[maybe_unused]] int m_Num_Audio_PacketsPerTransfer = 0;
     [[maybe_unused]] int m_r = 0;
     [[maybe_unused]] FILE* m_file = nullptr;

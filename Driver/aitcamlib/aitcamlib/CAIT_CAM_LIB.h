@@ -21,12 +21,15 @@ class CAIT_CAM_LIB : public CLibUSB_UvcCtrl, public pThread {
 
     int VideoTransferStart();
     int VideoTransferStop();
-    void EnableTest() { m_bTest = 1; }
 
     void Run() override;
 
+    // --- not called by the plug-in ---------------------------------------------------------------
+
+    void EnableTest() { m_bTest = 1; }
+
   private:
-    // Kept for the layout; nothing reads them.
+    // Kept of a bench program's shape; nothing reads them.
     [[maybe_unused]] int m_Num_Video_PacketsPerTransfer = 0;
     [[maybe_unused]] int m_Num_Audio_PacketsPerTransfer = 0;
     [[maybe_unused]] int m_r = 0;

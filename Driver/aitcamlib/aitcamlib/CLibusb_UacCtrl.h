@@ -24,22 +24,24 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     /// a device, or when the interface cannot be set idle (nothing is freed then).
     int UAC_DisableAudioStream();
 
-    /// Sets the endpoint's rate in Hz. Bytes transferred, or a negative libusb code (-1 without
-    /// device).
-    int UAC_SetSamplingRate(unsigned int rate);
     /// Device units (1/256 dB, UAC 1.0, 5.2.2.4.3.2). 0; -1 outside the range or without a device
     /// (nothing is sent); a negative libusb code.
     int UAC_SetCurVolume(short volume);
     short UAC_GetMaxVolume() const { return m_MaxVolume; }
     short UAC_GetMinVolume() const { return m_MinVolume; }
-    short UAC_GetCurVolume() const { return m_CurVolume; }
 
+    // --- not called by the plug-in ---------------------------------------------------------------
+
+    /// Sets the endpoint's rate in Hz. Bytes transferred, or a negative libusb code (-1 without
+    /// device).
+    int UAC_SetSamplingRate(unsigned int rate);
+    short UAC_GetCurVolume() const { return m_CurVolume; }
     // No list of rates and channels is kept.
     int UAC_GetSupportedSampleFreqCount() { return 0; }
     int UAC_GetSupportedSampleFreq(int) { return 0; }
     int UAC_GetNumberOfPutputChannel() { return 0; }
 
-    // Of the video engine's shape; the audio path does not use them.
+    // Of the video engine's shape.
     int UVC_query_ctrl(unsigned char, unsigned char, unsigned char, unsigned char, void*,
                        unsigned short, int) {
         return 0;
@@ -75,14 +77,6 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     /// The transfer lock by the name that it is known by on this engine; what both engines share
     /// calls it by the base's.
     [[maybe_unused]] pMutex& gAudioTransferMtx = m_TransferMtx;
-    // Of the video engine's shape; kept for the layout, nothing uses them.
-    [[maybe_unused]] uint32_t m_dwMaxFrameSize = 0;
-    [[maybe_unused]] uint32_t m_dwMaxPayLoadTransferSize = 0;
-    [[maybe_unused]] char* m_pTargetVidBufAddr = nullptr;
-    [[maybe_unused]] int m_FormatIndex = 0;
-    [[maybe_unused]] int m_FrameIndex = 0;
-    [[maybe_unused]] int m_bulk_offset = 0;
-
     int m_NumFrameOfQ = FrameBufCount();
     int m_Num_Audio_PacketsPerTransfer = 10;
     short m_MaxVolume = 0;
@@ -93,4 +87,12 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     /// Being filled by the current completion.
     CFrameBuf* m_pCurFrameBuf GUARDED_BY(m_ProducerMtx) = nullptr;
     CFrameBuf* m_pFrameBuf[4] = {};
+
+    // Kept of the video engine's shape; nothing reads them.
+    [[maybe_unused]] uint32_t m_dwMaxFrameSize = 0;
+    [[maybe_unused]] uint32_t m_dwMaxPayLoadTransferSize = 0;
+    [[maybe_unused]] char* m_pTargetVidBufAddr = nullptr;
+    [[maybe_unused]] int m_FormatIndex = 0;
+    [[maybe_unused]] int m_FrameIndex = 0;
+    [[maybe_unused]] int m_bulk_offset = 0;
 };

@@ -42,11 +42,6 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     /// Stops the stream and frees what it used; see UsbStreamEngine for the contract. Always 0.
     int UVC_DisableVideoStream();
 
-    // Leftovers of an isochronous video path: they do nothing and return 0.
-    int FillVideoBuf(unsigned char*, int*) { return 0; }
-    int GetIsoData(unsigned char*, int*) { return 0; }
-    int GetIsoDataMJPG(unsigned char*, int*) { return 0; }
-
     // --- control requests: synchronous, any thread, 5000 ms, never retried -----------------------
 
     /// One class request to an interface. Bytes transferred; -1 without a device, 0x80000003
@@ -65,13 +60,19 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     bool RequestKeyFrame();           ///< true: sent
 
     /// Camera-terminal controls by the identifiers of CameraTerminal.h. Any other: false, nothing
-    /// sent.
-    /// `*value` is written whenever a request was made; it is 0 when the answer brought nothing.
+    /// sent. `*value` is written whenever a request was made; it is 0 when the answer brought nothing.
     bool GetPTZ(unsigned int id, int* value);
     bool SetPTZ(unsigned int id, int value);
 
     /// Processing-unit control by UVC selector; false for those that are not for hosts.
     bool SetPU(unsigned int selector, int value);
+
+    // --- not called by the plug-in ---------------------------------------------------------------
+
+    // Leftovers of an isochronous video path: they do nothing and return 0.
+    int FillVideoBuf(unsigned char*, int*) { return 0; }
+    int GetIsoData(unsigned char*, int*) { return 0; }
+    int GetIsoDataMJPG(unsigned char*, int*) { return 0; }
 
   protected:
     /// Reassembles one payload into the frame being filled. Always 0.
@@ -100,10 +101,10 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
 
     // Reassembly, step by step.
     int BufferWaitMs() const;
-    bool AwaitFreshBuffer(libusb_transfer* transfer) REQUIRES(m_ProducerMtx);
-    void CrossFrameBoundary(libusb_transfer* transfer, unsigned char* dst, unsigned char* flags)
-        REQUIRES(m_ProducerMtx);
-    bool AppendPayload(const libusb_transfer* transfer, unsigned char* dst) REQUIRES(m_ProducerMtx);
+    struct BulkPayload;
+    bool AwaitFreshBuffer(const BulkPayload& payload) REQUIRES(m_ProducerMtx);
+    void CrossFrameBoundary(BulkPayload& payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
+    bool AppendPayload(const BulkPayload& payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
 
     /// The transfer lock by the name that it is known by on this engine; what both engines share
     /// calls it by the base's.
@@ -112,16 +113,17 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     uint32_t m_dwMaxPayLoadTransferSize = 0;
     int m_FormatIndex = 0;
     int m_FrameIndex = 0;
-    [[maybe_unused]] int m_Num_Video_PacketsPerTransfer =
-        552;  // of the isochronous path; kept for the layout
-    [[maybe_unused]] int m_Num_Audio_PacketsPerTransfer = 0;  // likewise
     static constexpr size_t kTransfers = 3;
     libusb_transfer* m_VideoTransfer[kTransfers] = {};
-    [[maybe_unused]] int m_bVideoTransfercompleted[kTransfers] = {};  // likewise
     int bulk_offset GUARDED_BY(m_ProducerMtx) = 0;  ///< bytes of the current frame in its buffer
     CFrameBuf* m_pFrameBuf[5] = {};
     /// Flags of the last payload that began or ended a frame.
     uint8_t m_UvcHeaderInfo GUARDED_BY(m_ProducerMtx) = 0;
     CFrameBufferLocker* m_pCurFrameBufForWrite GUARDED_BY(m_ProducerMtx)
         PT_GUARDED_BY(m_ProducerMtx) = nullptr;
+
+    // Kept of an isochronous video path; nothing reads them.
+    [[maybe_unused]] int m_Num_Video_PacketsPerTransfer = 552;
+    [[maybe_unused]] int m_Num_Audio_PacketsPerTransfer = 0;
+    [[maybe_unused]] int m_bVideoTransfercompleted[kTransfers] = {};
 };

@@ -22,11 +22,40 @@ namespace {
 constexpr unsigned char kFrameId = 0x01;
 constexpr unsigned char kEndOfFrame = 0x02;
 constexpr unsigned char kError = 0x40;
+constexpr int kShortestFrameEnd = 3;  // bytes of a payload that may ask for a buffer
 constexpr int kBufferWaitMs = 500;
 constexpr int kHeaderSize = static_cast<int>(kUvcPayloadHeaderSize);
 
 }  // namespace
 
+/// What a completion brought, read once. A payload of one byte has no flags: they count as 0.
+struct CLibUSB_UvcCtrl::BulkPayload {
+    explicit BulkPayload(const libusb_transfer& transfer)
+        : bytes(transfer.buffer),
+          length(transfer.actual_length),
+          headerLength(length > 0 ? bytes[0] : 0),
+          flags(length > 1 ? bytes[1] : 0) {}
+
+    const unsigned char* Data() const { return bytes + kHeaderSize; }
+    /// 0 or less: the payload has no data.
+    int DataLength() const { return length - kHeaderSize; }
+
+    const unsigned char* const bytes;
+    const int length;  ///< header included
+    const unsigned char headerLength;
+    unsigned char flags;
+};
+
+/// Called by the completion callback, on whatever thread handles the events of the engine's context,
+/// for a transfer that is completed or timed out. What becomes of the transfer, in this order:
+///  - timed out in a running stream: resubmitted, what it brought is dropped;
+///  - no frame buffers (the stream is being torn down): stays idle;
+///  - no free buffer: resubmitted, the payload is dropped;
+///  - error bit set, by the camera or for a header of another length: resubmitted;
+///  - data that does not fit the frame: resubmitted, the frame so far is kept;
+///  - otherwise resubmitted in a running stream, and left idle with a line in one that has ended.
+/// A status other than completed past the first is the time-out of a stream that has ended: what it
+/// brought is taken like any payload.
 int CLibUSB_UvcCtrl::FillVideoBuf_Bulk(libusb_transfer* transfer) {
     if (transfer->status == LIBUSB_TRANSFER_TIMED_OUT && IsStreaming) {
         SubmitTransfer(transfer);
@@ -35,26 +64,26 @@ int CLibUSB_UvcCtrl::FillVideoBuf_Bulk(libusb_transfer* transfer) {
     if (m_pCurFrameBufForWrite == nullptr) {
         return 0;
     }
-    if (AwaitFreshBuffer(transfer)) {
+    BulkPayload payload(*transfer);
+    if (AwaitFreshBuffer(payload)) {
         SubmitTransfer(transfer);
         return 0;
     }
     unsigned char* const dst = m_pCurFrameBufForWrite->GetCurFrameBuffer()->buf;
-    if (transfer->actual_length > 0) {
+    if (payload.length > 0) {
         if (transfer->status != LIBUSB_TRANSFER_COMPLETED) {
             AIT_LOG(4, "status %d\n", transfer->status);
         }
-        // A payload of one byte has no flags: they count as 0.
-        unsigned char flags = transfer->actual_length > 1 ? transfer->buffer[1] : 0;
-        if ((flags & kEndOfFrame) != 0 || ((flags ^ m_UvcHeaderInfo) & kFrameId) != 0) {
-            CrossFrameBoundary(transfer, dst, &flags);
+        if ((payload.flags & kEndOfFrame) != 0 ||
+            ((payload.flags ^ m_UvcHeaderInfo) & kFrameId) != 0) {
+            CrossFrameBoundary(payload, dst);
         }
-        if ((flags & kError) != 0) {
+        if ((payload.flags & kError) != 0) {
             AIT_LOG(4, "Dropping payload (error bit set).\n");
             SubmitTransfer(transfer);
             return 0;
         }
-        if (!AppendPayload(transfer, dst)) {
+        if (!AppendPayload(payload, dst)) {
             SubmitTransfer(transfer);
             return 0;
         }
@@ -74,11 +103,11 @@ int CLibUSB_UvcCtrl::BufferWaitMs() const {
 
 /// True while there is no buffer to fill, since the queue was full: the data of this payload is
 /// lost. A payload that ends a frame asks for a new buffer, so that the next frame starts in it.
-bool CLibUSB_UvcCtrl::AwaitFreshBuffer(libusb_transfer* transfer) {
+bool CLibUSB_UvcCtrl::AwaitFreshBuffer(const BulkPayload& payload) {
     if (m_pCurFrameBufForWrite->GetCurFrameBuffer() != nullptr) {
         return false;
     }
-    if (transfer->actual_length >= 3 && (transfer->buffer[1] & kEndOfFrame) != 0) {
+    if (payload.length >= kShortestFrameEnd && (payload.flags & kEndOfFrame) != 0) {
         AIT_LOG(1, "Dropped a UVC frame,Now trying to request a new frame buffer.\r\n");
         m_pCurFrameBufForWrite->GetNewFrameBuffer(BufferWaitMs());
     }
@@ -87,19 +116,16 @@ bool CLibUSB_UvcCtrl::AwaitFreshBuffer(libusb_transfer* transfer) {
 
 /// Publishes the frame gathered so far. A header of another length than 12 makes the payload an
 /// erroneous one: a longer one's bytes are copied behind the frame, where nothing counts them.
-void CLibUSB_UvcCtrl::CrossFrameBoundary(libusb_transfer* transfer, unsigned char* dst,
-                                         unsigned char* flags) {
-    m_UvcHeaderInfo = *flags;
-    const unsigned char headerLength = transfer->buffer[0];
-    if (headerLength != kHeaderSize) {
-        AIT_LOG(4, "UVC Payload Header Length = %d\n", headerLength);
-        *flags |= kError;
-        if (headerLength > kHeaderSize && transfer->actual_length > kHeaderSize) {
+void CLibUSB_UvcCtrl::CrossFrameBoundary(BulkPayload& payload, unsigned char* dst) {
+    m_UvcHeaderInfo = payload.flags;
+    if (payload.headerLength != kHeaderSize) {
+        AIT_LOG(4, "UVC Payload Header Length = %d\n", payload.headerLength);
+        payload.flags |= kError;
+        if (payload.headerLength > kHeaderSize && payload.DataLength() > 0) {
             const size_t room =
                 static_cast<size_t>(m_dwMaxFrameSize) - static_cast<size_t>(bulk_offset);
-            const size_t count =
-                std::min(room, static_cast<size_t>(transfer->actual_length - kHeaderSize));
-            memcpy(dst + bulk_offset, transfer->buffer + kHeaderSize, count);
+            memcpy(dst + bulk_offset, payload.Data(),
+                   std::min(room, static_cast<size_t>(payload.DataLength())));
         }
     }
     if (bulk_offset > 0) {
@@ -110,17 +136,17 @@ void CLibUSB_UvcCtrl::CrossFrameBoundary(libusb_transfer* transfer, unsigned cha
 }
 
 /// Appends the payload's data to the frame; false when it does not fit and was skipped.
-bool CLibUSB_UvcCtrl::AppendPayload(const libusb_transfer* transfer, unsigned char* dst) {
-    if (dst == nullptr || transfer->actual_length <= kHeaderSize) {
+bool CLibUSB_UvcCtrl::AppendPayload(const BulkPayload& payload, unsigned char* dst) {
+    if (dst == nullptr || payload.DataLength() <= 0) {
         return true;
     }
-    const size_t count = static_cast<size_t>(transfer->actual_length - kHeaderSize);
+    const size_t count = static_cast<size_t>(payload.DataLength());
     const size_t sum = static_cast<size_t>(bulk_offset) + count;
     if (sum > m_dwMaxFrameSize) {
         AIT_LOG(4, "Fram size exceed MaxFrameSize!! %d\n", static_cast<int>(sum));
         return false;
     }
-    memcpy(dst + bulk_offset, transfer->buffer + kHeaderSize, count);
+    memcpy(dst + bulk_offset, payload.Data(), count);
     bulk_offset = static_cast<int>(sum);
     return true;
 }

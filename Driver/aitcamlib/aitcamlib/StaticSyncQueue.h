@@ -76,6 +76,10 @@ class StaticSyncQueue {
         pMutexLock lock(m_QueueMutex);
         return static_cast<uint32_t>(m_ItemCnt);
     }
+    void IncIndex(int& index) { index = index < m_QueueLen - 1 ? index + 1 : 0; }
+
+    // --- not called by the plug-in ---------------------------------------------------------------
+
     uint32_t GetEmptyCnt() {
         pMutexLock lock(m_QueueMutex);
         return static_cast<uint32_t>(m_QueueLen - m_ItemCnt);
@@ -86,8 +90,6 @@ class StaticSyncQueue {
         return m_NumWaiters;
     }
 
-    void IncIndex(int& index) { index = index < m_QueueLen - 1 ? index + 1 : 0; }
-
   private:
     static constexpr int kReadTimeoutMs = 500;
 
@@ -97,14 +99,16 @@ class StaticSyncQueue {
         --m_NumWaiters;
     }
 
-    [[maybe_unused]] const char* m_pName = nullptr;  // kept for the layout; nothing reads it
     T* const m_pElemArray;
     const int m_QueueLen;
-    [[maybe_unused]] int m_ItemSize = 0;  // likewise
     int m_WrIndex GUARDED_BY(m_QueueMutex) = 0;
     int m_RdIndex GUARDED_BY(m_QueueMutex) = 0;
     int m_ItemCnt GUARDED_BY(m_QueueMutex) = 0;  // published and not yet released
     int m_NumWaiters GUARDED_BY(m_QueueMutex) = 0;
     pMutex m_QueueMutex;
     pSyncEvent m_QueueEvent;
+
+    // Kept though nothing reads them: a name for diagnostics, and the size of an element.
+    [[maybe_unused]] const char* m_pName = nullptr;
+    [[maybe_unused]] int m_ItemSize = 0;
 };

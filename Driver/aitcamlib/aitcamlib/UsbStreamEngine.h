@@ -47,7 +47,7 @@ class UsbStreamEngine {
         std::atomic<UsbStreamEngine*> pThis;
         int transfer_id;
         unsigned char* transfer_buf;            ///< null when memory was short
-        TransferCbParamStatus status = _READY;  // kept for the layout; nothing consults it
+        TransferCbParamStatus status = _READY;  // kept; nothing consults it
         /// libusb holds the transfer: submitted and not yet completed.
         std::atomic<bool> in_flight{false};
     };
@@ -57,10 +57,6 @@ class UsbStreamEngine {
     UsbStreamEngine& operator=(const UsbStreamEngine&) = delete;
 
     // Consumer side, for one capture thread.
-
-    /// Copies the oldest frame, at most `size` bytes, and releases it (the rest of a larger frame
-    /// is lost). Bytes copied; 0 when none came within 500 ms or nothing streams.
-    unsigned int ReadFrame(unsigned char* dst, unsigned int size);
 
     /// Lends the oldest frame without copying; it stays queued until QueueFrameBuf, which must
     /// follow exactly once. Its length, or 0 with both outputs zeroed when none came within 500 ms
@@ -76,6 +72,12 @@ class UsbStreamEngine {
 
     /// Completion callback of every transfer of the engine.
     static void callback(libusb_transfer* transfer);
+
+    // --- not called by the plug-in ------------------------------------------------------------
+
+    /// Consumer side, too: copies the oldest frame, at most `size` bytes, and releases it (the rest
+    /// of a larger frame is lost). Bytes copied; 0 when none came within 500 ms or nothing streams.
+    unsigned int ReadFrame(unsigned char* dst, unsigned int size);
 
   protected:
     struct InterfaceTexts {

@@ -58,33 +58,19 @@ class pSyncEvent {
     /// Wall-clock instant `ms` milliseconds from now.
     timespec makeTimespec(int ms);
     /// Waits at most `ms` milliseconds (negative: without limit). False: timed out.
-    bool Wait(int ms);
-    /// The same with the caller's mutex, which the caller holds.
     bool Wait(pMutex& mutex, int ms) REQUIRES(mutex);
     /// Wakes at most one waiter.
-    void Trigger();
     void Trigger(pMutex& mutex);
+
+    // --- not called by the plug-in ---------------------------------------------------------------
+
+    // The same with a mutex of the event's own.
+    bool Wait(int ms);
+    void Trigger();
 
   private:
     pMutex internal_mutex;
     pthread_cond_t cond;
-};
-
-/// Non-recursive mutex of the camera module's toolkit.
-class CAPABILITY("mutex") CamMutex {
-  public:
-    CamMutex();
-    virtual ~CamMutex();
-    CamMutex(const CamMutex&) = delete;
-    CamMutex& operator=(const CamMutex&) = delete;
-
-    bool Create() { return true; }
-    void Destroy() {}
-    void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS;
-    void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS;
-
-  private:
-    pthread_mutex_t m_mutex;
 };
 
 /// Base of every worker: subclasses implement Run, whose loop polls Shutdown.
@@ -94,7 +80,8 @@ class CAPABILITY("mutex") CamMutex {
 /// resort.
 class pThread {
   public:
-    /// `stackSize` in bytes; 0 or less takes the default.
+    /// `stackSize` in bytes; 0 or less takes the default. No thread of the plug-in is detached: a
+    /// detached one is not waited for, and Stop cancels it wherever it is.
     pThread(bool detached, int stackSize);
 
     virtual void Run() = 0;
@@ -110,7 +97,7 @@ class pThread {
     /// it.
     void Start(const char* name);
 
-    /// Sleeps `ms` milliseconds; an interrupted sleep is not resumed.
+    /// Not called by the plug-in. Sleeps `ms` milliseconds; an interrupted sleep is not resumed.
     void Sleep(unsigned int ms);
 
   protected:
@@ -133,3 +120,22 @@ class pThread {
 };
 
 static_assert(sizeof(std::atomic<bool>) == sizeof(bool), "flags stay plain bytes");
+
+// --- not called by the plug-in -------------------------------------------------------------------
+
+/// Non-recursive mutex of the camera module's toolkit.
+class CAPABILITY("mutex") CamMutex {
+  public:
+    CamMutex();
+    virtual ~CamMutex();
+    CamMutex(const CamMutex&) = delete;
+    CamMutex& operator=(const CamMutex&) = delete;
+
+    bool Create() { return true; }
+    void Destroy() {}
+    void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS;
+    void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS;
+
+  private:
+    pthread_mutex_t m_mutex;
+};
