@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "virtcam/model/bytes.h"
+#include "virtcam/model/commands.h"
 #include "virtcam/model/setup.h"
 #include "virtcam/model/usb.h"
 #include "virtcam/model/uvc_controls.h"
@@ -52,155 +53,34 @@ std::string request_name(uint8_t request) {
     }
 }
 
-std::string isp_effect(ByteView block) {
-    switch (block[1]) {
-        case 0x0B:
-            return format("image effect %u", block[2]);
-        case 0x0C:
-            return format("3A control 0x%02X%02X", block[2], block[3]);
-        case 0x0D:
-            return format("colour effect %u", block[2]);
-        default:
-            return "unknown";
+std::string command_text(const usb::ExtensionBlock& form, ByteView block) {
+    const Command* command = find_command(form.selector, block);
+    const std::string words = command != nullptr ? in_words(*command, block) : "unknown";
+    if (form.selector == usb::kFirmwareData) {
+        return words + hex_bytes(block);
     }
-}
-
-std::string isp_meaning(ByteView block) {
-    switch (block[0]) {
-        case 0x02:
-            return format("frame rate %u/s", load_u16(block, 1));
-        case 0x04:
-            return "key frame";
-        case 0x08:
-            return format("bit rate %u kbit/s", load_u16(block, 2));
-        case 0x0A:
-            return block[1] == 0x03 ? format("write sensor register 0x%04X = 0x%04X",
-                                             load_u16(block, 2), load_u16(block, 4))
-                                    : format("read sensor register 0x%04X", load_u16(block, 2));
-        case 0x0B:
-            return "read firmware version";
-        case 0x0D:
-            return block[1] == 0 ? "rates to main stream" : "rates to second stream";
-        case 0x0E:
-            return format("wide dynamic range %u", block[1]);
-        case 0x12:
-            return "read ambient light";
-        case 0xFF:
-            return isp_effect(block);
-        default:
-            return "unknown";
-    }
-}
-
-std::string preview_meaning(ByteView block) {
-    switch (block[2]) {
-        case 0:
-            return format("stream combination %u", block[1]);
-        case 5:
-            return "face tracking on";
-        case 6:
-            return "face tracking off";
-        case 9:
-            return format("crop origin %u,%u", load_u16(block, 3), load_u16(block, 5));
-        case 10:
-            return "crop reset";
-        default:
-            return format("preview parameters mode %u", block[2]);
-    }
-}
-
-std::string mmp_meaning(ByteView block) {
-    switch (block[0]) {
-        case 0x01:
-            return preview_meaning(block);
-        case 0x02:
-            return block[1] == 0x02 ? format("set video option 0x%08X", load_u32(block, 2))
-                                    : "get video option";
-        case 0x03:
-            return "trigger JPEG";
-        case 0x04:
-            return format("NV12 mode %u", block[1]);
-        case 0x07:
-            return "flash write protection off";
-        case 0x12:
-            return "video self test";
-        case 0x13:
-            return block[1] == 9
-                       ? format("gray crop origin %u,%u", load_u16(block, 2), load_u16(block, 4))
-                       : "gray crop reset";
-        case 0x20:
-            return format("preview mode %u", block[1]);
-        case 0x2D:
-            return block[1] == 0 ? "NV12 size 640x480" : "NV12 size 864x486";
-        default:
-            return "unknown";
-    }
-}
-
-std::string audio_codec_meaning(ByteView block) {
-    const unsigned address = static_cast<unsigned>(block[2]) << 8 | block[3];
-    switch (block[1]) {
-        case 0x00:
-            return "audio I2C preamble";
-        case 0x01:
-            return format("write audio I2C register 0x%04X = 0x%02X", address, block[4]);
-        case 0x02:
-            return format("read audio I2C register 0x%04X", address);
-        default:
-            return "unknown";
-    }
-}
-
-std::string aux_meaning(ByteView block) {
-    switch (block[0]) {
-        case 0x01:
-            return block[1] == 0 ? "firmware download begin" : "firmware burn";
-        case 0x0E:
-            return block[2] != 0 ? "light on" : "light off";
-        case 0x28:
-            return format("local view size %s", block[1] == 5    ? "640x360"
-                                                : block[1] == 11 ? "800x450"
-                                                                 : "640x480");
-        case 0xFF:
-            return audio_codec_meaning(block);
-        default:
-            return "unknown";
-    }
-}
-
-std::string command_text(const char* group, ByteView block, const std::string& meaning) {
-    return format("%s 0x%02X/0x%02X ", group, block[0], block[1]) + meaning;
+    return format("%s 0x%02X/0x%02X ", form.group, block[0], block[1]) + words;
 }
 
 std::string extension_text(const Setup& setup, ByteView data) {
     const auto selector = static_cast<uint8_t>(setup.value >> 8);
-    const bool whole = data.size() == usb::extension_length(selector) && !data.empty();
-    if (setup.request == usb::kSetCur && whole) {
-        switch (selector) {
-            case usb::kIspCommand:
-                return command_text("ISP", data, isp_meaning(data));
-            case usb::kFirmwareData:
-                return "firmware data" + hex_bytes(data);
-            case usb::kAuxCommand:
-                return command_text("AUX", data, aux_meaning(data));
-            case usb::kMmpCommand:
-                return command_text("MMP", data, mmp_meaning(data));
-            default:
-                break;
+    const usb::ExtensionBlock* form = usb::extension_block(selector);
+    if (form != nullptr) {
+        if (setup.request == usb::kSetCur && !form->result && data.size() == form->length) {
+            return command_text(*form, data);
         }
-    }
-    if (setup.request == usb::kGetCur && usb::is_extension_result(selector)) {
-        const char* group = selector == usb::kIspResult   ? "ISP"
-                            : selector == usb::kAuxResult ? "AUX"
-                                                          : "MMP";
-        return std::string(group) + " result" + hex_bytes(data);
+        if (setup.request == usb::kGetCur && form->result) {
+            return std::string(form->group) + " result" + hex_bytes(data);
+        }
     }
     return format("XU selector %u ", selector) + request_name(setup.request) + hex_bytes(data);
 }
 
 std::string probe_text(const Setup& setup, ByteView data) {
     const auto selector = static_cast<uint8_t>(setup.value >> 8);
-    const char* name = selector == 1 ? "PROBE" : selector == 2 ? "COMMIT" : "VS control";
+    const char* name = selector == usb::kVsProbe    ? "PROBE"
+                       : selector == usb::kVsCommit ? "COMMIT"
+                                                    : "VS control";
     std::string text = std::string("UVC ") + name + " " + request_name(setup.request);
     if (data.size() >= 26) {
         return text +
@@ -250,10 +130,10 @@ std::string unit_text(const Setup& setup, ByteView data) {
 std::string feature_text(const Setup& setup, ByteView data) {
     const auto selector = static_cast<uint8_t>(setup.value >> 8);
     std::string text = "UAC FU " + request_name(setup.request);
-    if (selector == 2 && data.size() == 2) {
+    if (selector == usb::kFuVolume && data.size() == 2) {
         return text + format(" volume %d", static_cast<int16_t>(load_u16(data, 0)));
     }
-    if (selector == 1 && data.size() == 1) {
+    if (selector == usb::kFuMute && data.size() == 1) {
         return text + format(" mute %u", data[0]);
     }
     return text + format(" selector %u", selector) + hex_bytes(data);
@@ -283,22 +163,13 @@ std::string class_text(const Setup& setup, ByteView data) {
 }
 
 std::string vendor_text(const Setup& setup, ByteView data) {
-    const uint32_t size = setup.value | uint32_t{setup.index} << 16;
-    if (usb::is_burn(setup.request) && !setup.device_to_host()) {
-        return format("VENDOR %u burn %u bytes", setup.request, size);
+    const std::string number = format("VENDOR %u", setup.request);
+    const VendorRequest* request = find_request(setup);
+    if (request == nullptr) {
+        return number + hex_bytes(data);
     }
-    switch (setup.request) {
-        case usb::kVendorFacePositions:
-            return format("VENDOR 1 face positions: %u", data.empty() ? 0U : data[0]);
-        case usb::kVendorFaceParameters:
-            return "VENDOR 2 face parameters" + hex_bytes(data);
-        case usb::kVendorChecksum:
-            return "VENDOR 7 checksum" + hex_bytes(data);
-        case usb::kVendorAnnounce:
-            return format("VENDOR 130 announce %u bytes", size);
-        default:
-            return format("VENDOR %u", setup.request) + hex_bytes(data);
-    }
+    const bool brings_data = !request->device_to_host && request->length != 0;
+    return number + " " + in_words(*request, setup, data) + (brings_data ? hex_bytes(data) : "");
 }
 
 std::string standard_text(const Setup& setup) {

@@ -29,8 +29,7 @@ constexpr std::array<uint8_t, 12> kFourccTail{0x00, 0x00, 0x10, 0x00, 0x80, 0x00
                                               0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
 constexpr std::array<uint8_t, 16> kExtensionGuid{0x41, 0x49, 0x54, 0x58, 0x9A, 0x2B, 0x4C, 0x5D,
                                                  0x8E, 0x6F, 0x70, 0x81, 0x92, 0xA3, 0xB4, 0xC5};
-// Selectors 1 to 5, 14 and 15; bit 0 stands for selector 1.
-constexpr uint32_t kExtensionControls = 0x00601F;
+constexpr uint8_t kExtensionControlBytes = 3;  // of bmControls
 // Focus, zoom and pan/tilt (absolute) of the camera terminal.
 constexpr uint32_t kCameraControls = 0x000A20;
 // Brightness, contrast, hue, saturation, sharpness, gamma, white balance, backlight, gain, mains
@@ -78,12 +77,21 @@ void bulk_endpoint(Writer& w, uint8_t address) {
     w.raw({0});
 }
 
+/// bmControls: bit 0 stands for selector 1.
+uint32_t extension_controls() {
+    uint32_t bits = 0;
+    for (const usb::ExtensionBlock& block : usb::kExtensionBlocks) {
+        bits |= 1U << (block.selector - 1);
+    }
+    return bits;
+}
+
 void extension_unit(Writer& w, uint8_t source) {
     w.begin(kCsInterface);
     w.raw({6, usb::kEntityExtensionUnit});
     w.raw(kExtensionGuid);
-    w.raw({7, 1, source, 3});
-    w.u24(kExtensionControls);
+    w.raw({static_cast<uint8_t>(usb::kExtensionBlocks.size()), 1, source, kExtensionControlBytes});
+    w.u24(extension_controls());
     w.raw({0});
     w.end();
 }

@@ -33,17 +33,16 @@ Clock::duration period_of(const StreamParameters& stream) {
 Device::Device(const CameraConfig& config, Personality personality, Firmware& firmware)
     : config_(config),
       personality_(personality),
-      firmware_(firmware),
-      facts_(make_facts(config, personality, firmware)),
-      extension_(settings_, requests_, firmware_, facts_),
+      state_{firmware, make_facts(config, personality, firmware), {}, {}, {}},
+      extension_(personality, state_),
       negotiation_(config.max_payload),
       microphone_(config.tone_hz),
       queue_(config.max_payload, config.header_only_eof) {
-    firmware_.reset();
+    state_.firmware.reset();
 }
 
 bool Device::bulk_out(uint8_t endpoint, ByteView data) {
-    return descriptors::has_endpoint(personality_, endpoint) && firmware_.bulk_data(data);
+    return descriptors::has_endpoint(personality_, endpoint) && state_.firmware.bulk_data(data);
 }
 
 std::optional<Bytes> Device::bulk_in(uint8_t endpoint, size_t room) {
@@ -67,7 +66,7 @@ void Device::bus_reset() {
 }
 
 bool Device::take_burned() {
-    return std::exchange(burned_, false);
+    return std::exchange(state_.requests.burned, false);
 }
 
 void Device::start_stream(const StreamParameters& parameters) {
@@ -87,7 +86,7 @@ void Device::stop_stream() {
 
 std::optional<PictureJob> Device::next_job(TimePoint now) {
     if (!streaming_) {
-        if (settings_.face_tracking && idle_due_.value_or(now) <= now) {
+        if (state_.settings.face_tracking && idle_due_.value_or(now) <= now) {
             idle_due_ = now + kIdlePeriod;
             advance_scene(kTicksPerIdlePeriod);
         }
@@ -117,10 +116,10 @@ std::optional<PictureJob> Device::next_job(TimePoint now) {
     job.ticks = std::exchange(waiting_ticks_, 0);
     job.scene_tick = scene_tick_;
     job.stream = stream_;
-    job.settings = settings_.stream;
+    job.settings = state_.settings.stream;
     job.controls = controls_;
-    job.key_frame = std::exchange(requests_.key_frame, false);
-    job.still = std::exchange(requests_.still, false);
+    job.key_frame = std::exchange(state_.requests.key_frame, false);
+    job.still = std::exchange(state_.requests.still, false);
     return job;
 }
 
@@ -145,18 +144,27 @@ TimePoint Device::next_wake(TimePoint now) const {
         }
         return queue_.busy() ? TimePoint::max() : now;
     }
-    return settings_.face_tracking ? idle_due_.value_or(now) : TimePoint::max();
+    return state_.settings.face_tracking ? idle_due_.value_or(now) : TimePoint::max();
 }
 
 void Device::advance_scene(uint64_t ticks) {
     scene_tick_ += ticks;
-    if (settings_.face_tracking) {
+    if (state_.settings.face_tracking) {
+        face_tick_ = scene_tick_;
+    }
+}
+
+void Device::look_for_faces() {
+    if (!detects_faces()) {
+        face_tick_.reset();
+    } else if (!face_tick_) {
         face_tick_ = scene_tick_;
     }
 }
 
 bool Device::detects_faces() const {
-    return settings_.face_tracking || (settings_.stream.options & kOptionFaceDetection) != 0;
+    return state_.settings.face_tracking ||
+           (state_.settings.stream.options & kOptionFaceDetection) != 0;
 }
 
 }  // namespace virtcam::model

@@ -10,6 +10,7 @@
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/camera_config.h"
 #include "virtcam/model/clock.h"
+#include "virtcam/model/command_state.h"
 #include "virtcam/model/descriptors.h"
 #include "virtcam/model/extension_unit.h"
 #include "virtcam/model/firmware.h"
@@ -66,21 +67,16 @@ class Device {
     Answer streaming_request(const Setup& setup, ByteView out);
     Answer extension_request(const Setup& setup, ByteView out);
     Answer vendor_request(const Setup& setup, ByteView out);
-    Answer download_request(const Setup& setup, ByteView out);
-    Answer face_request(const Setup& setup, ByteView out);
 
     void start_stream(const StreamParameters& parameters);
     void stop_stream();
     void advance_scene(uint64_t ticks);
     bool detects_faces() const;
-    Bytes face_list();
+    void look_for_faces();
 
     const CameraConfig& config_;
     Personality personality_;
-    Firmware& firmware_;
-    SensorFacts facts_;
-    Settings settings_;
-    StreamRequests requests_;
+    CommandState state_;
     UvcControls controls_;
     ExtensionUnit extension_;
     ProbeCommit negotiation_;
@@ -89,7 +85,6 @@ class Device {
 
     uint8_t configuration_ = 0;
     uint8_t audio_alternate_ = 0;
-    bool burned_ = false;
 
     // Video stream.
     bool streaming_ = false;

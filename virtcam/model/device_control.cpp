@@ -1,14 +1,12 @@
 // Control transfers: standard requests, class requests of the video and audio functions and of the
 // extension unit, vendor requests of the download and of face detection.
-#include <algorithm>
-
+#include "virtcam/model/commands.h"
 #include "virtcam/model/device.h"
 #include "virtcam/model/usb.h"
 
 namespace virtcam::model {
 namespace {
 
-constexpr uint16_t kFaceReplyLength = 81;  // count and room for ten rectangles
 constexpr uint8_t kDescriptorDevice = 1;
 constexpr uint8_t kDescriptorConfiguration = 2;
 constexpr uint8_t kDescriptorString = 3;
@@ -26,32 +24,12 @@ uint8_t recipient(const Setup& setup) {
     return setup.request_type & usb::kRecipientMask;
 }
 
-uint32_t image_size(const Setup& setup) {
-    return setup.value | uint32_t{setup.index} << 16;
-}
-
 std::optional<Bytes> done_if(bool done) {
     return done ? std::optional<Bytes>{Bytes{}} : std::nullopt;
 }
 
 std::optional<Bytes> non_empty(Bytes bytes) {
     return bytes.empty() ? std::nullopt : std::optional<Bytes>{std::move(bytes)};
-}
-
-/// The boot code knows its version, the download and the flash lock, nothing of a camera.
-bool boot_code_knows(uint8_t selector, ByteView block) {
-    switch (selector) {
-        case usb::kIspCommand:
-            return block[0] == 0x0B;
-        case usb::kFirmwareData:
-            return true;
-        case usb::kAuxCommand:
-            return block[0] == 0x01;
-        case usb::kMmpCommand:
-            return block[0] == 0x07;
-        default:
-            return false;
-    }
 }
 
 }  // namespace
@@ -174,7 +152,7 @@ Device::Answer Device::class_request(const Setup& setup, ByteView out) {
             return entity_request(setup, out);
         case usb::kRecipientEndpoint:
             if (personality_ == Personality::kRunTime && setup.index == usb::kEndpointAudio &&
-                setup.value == 0x0100) {
+                setup.value == usb::kEpSamplingFrequency << 8) {
                 return microphone_.frequency(setup.request, out, setup.length);
             }
             return std::nullopt;
@@ -216,10 +194,10 @@ Device::Answer Device::streaming_request(const Setup& setup, ByteView out) {
     if (setup.request != usb::kSetCur) {
         return negotiation_.get(setup.request, selector, setup.length);
     }
-    if (selector == kProbeSelector) {
+    if (selector == usb::kVsProbe) {
         return done_if(negotiation_.probe(out));
     }
-    if (selector != kCommitSelector) {
+    if (selector != usb::kVsCommit) {
         return std::nullopt;
     }
     const auto parameters = negotiation_.commit(out);
@@ -238,71 +216,21 @@ Device::Answer Device::extension_request(const Setup& setup, ByteView out) {
     if (setup.request != usb::kSetCur) {
         return extension_.get(setup.request, selector, setup.length);
     }
-    const bool known =
-        personality_ == Personality::kRunTime || (!out.empty() && boot_code_knows(selector, out));
-    const auto outcome = known ? extension_.set(selector, out) : ExtensionUnit::Outcome::kStall;
-    burned_ = burned_ || outcome == ExtensionUnit::Outcome::kBurned;
-    if (detects_faces() && !face_tick_) {
-        face_tick_ = scene_tick_;
-    } else if (!detects_faces()) {
-        face_tick_.reset();
-    }
-    return done_if(outcome != ExtensionUnit::Outcome::kStall);
+    const bool done = extension_.set(selector, out);
+    look_for_faces();
+    return done_if(done);
 }
 
 Device::Answer Device::vendor_request(const Setup& setup, ByteView out) {
     if (recipient(setup) != usb::kRecipientDevice) {
         return std::nullopt;
     }
-    return personality_ == Personality::kRunTime ? face_request(setup, out)
-                                                 : download_request(setup, out);
-}
-
-Device::Answer Device::download_request(const Setup& setup, ByteView out) {
-    if (setup.device_to_host() ||
-        !descriptors::has_endpoint(personality_, usb::kEndpointDownload)) {
+    const VendorRequest* request = find_request(setup);
+    if (request == nullptr || !knows(personality_, request->known)) {
         return std::nullopt;
     }
-    if (setup.request == usb::kVendorChecksum) {
-        return done_if(firmware_.check(out));
-    }
-    if (!out.empty()) {
-        return std::nullopt;
-    }
-    if (setup.request == usb::kVendorAnnounce) {
-        return done_if(firmware_.announce(image_size(setup)));
-    }
-    if (!usb::is_burn(setup.request)) {
-        return std::nullopt;
-    }
-    const bool burned = firmware_.burn(image_size(setup));
-    burned_ = burned_ || burned;
-    return done_if(burned);
-}
-
-Device::Answer Device::face_request(const Setup& setup, ByteView out) {
-    if (setup.request == usb::kVendorFacePositions && setup.device_to_host()) {
-        return setup.length == kFaceReplyLength ? Answer{face_list()} : std::nullopt;
-    }
-    if (setup.request != usb::kVendorFaceParameters || setup.device_to_host() ||
-        out.size() != settings_.face_parameters.size()) {
-        return std::nullopt;
-    }
-    std::copy(out.begin(), out.end(), settings_.face_parameters.begin());
-    return Bytes{};
-}
-
-Bytes Device::face_list() {
-    Bytes list(kFaceReplyLength, 0);
-    if (face_tick_) {
-        const FaceRect face = face_at(*face_tick_);
-        list[0] = 1;
-        store_le(list, 1, 2, face.left);
-        store_le(list, 3, 2, face.top);
-        store_le(list, 5, 2, face.right);
-        store_le(list, 7, 2, face.bottom);
-    }
-    return list;
+    state_.facts.face = face_tick_ ? std::optional(face_at(*face_tick_)) : std::nullopt;
+    return execute(*request, state_, setup, out);
 }
 
 }  // namespace virtcam::model

@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "virtcam/model/commands.h"
 #include "virtcam/model/device.h"
 #include "virtcam/model/usb.h"
 
@@ -9,45 +10,6 @@ namespace virtcam::model {
 namespace {
 
 using nlohmann::json;
-
-json rate_report(const StreamRate& rate) {
-    return {{"kbps", rate.kbps}, {"fps", rate.fps}};
-}
-
-json crop_report(const std::optional<CropOrigin>& crop) {
-    return crop ? json{{"x", crop->x}, {"y", crop->y}} : json(nullptr);
-}
-
-json option_report(uint32_t options) {
-    return {{"word", options},
-            {"mirror", (options & kOptionMirror) != 0},
-            {"flip", (options & kOptionFlip) != 0},
-            {"face_detection", (options & kOptionFaceDetection) != 0},
-            {"local_mirror", (options & kOptionLocalMirror) != 0},
-            {"gray_mirror", (options & kOptionGrayMirror) != 0}};
-}
-
-json settings_report(const Settings& settings) {
-    const StreamSettings& stream = settings.stream;
-    return {{"combination", stream.combination},
-            {"nv12_mode", stream.nv12_mode},
-            {"nv12_wide", stream.nv12_wide},
-            {"local_size", stream.local_size},
-            {"options", option_report(stream.options)},
-            {"main_rate", rate_report(stream.rates[0])},
-            {"second_rate", rate_report(stream.rates[1])},
-            {"rate_target", settings.rate_target},
-            {"crop", crop_report(stream.crop)},
-            {"gray_crop", crop_report(stream.gray_crop)},
-            {"image_effect", stream.image_effect},
-            {"colour_effect", stream.colour_effect},
-            {"face_tracking", settings.face_tracking},
-            {"preview_mode", settings.preview_mode},
-            {"wide_dynamic_range", settings.wide_dynamic_range},
-            {"three_a", settings.three_a},
-            {"flash_unlocked", settings.write_protect_step == 2},
-            {"self_tests", settings.self_tests}};
-}
 
 json control_report(const UvcControls& controls) {
     json report = json::object();
@@ -83,12 +45,15 @@ void Device::report(json& status) const {
     status["vendor_id"] = config_.vendor_id;
     status["product_id"] =
         personality_ == Personality::kRunTime ? usb::kProductRunTime : usb::kProductBootCode;
-    status["version"] = facts_.version;
-    status["light"] = settings_.led;
+    status["version"] = state_.facts.version;
     status["anti_flicker"] = controls_.value(Control::kPowerLine);
-    status["self_test"] = facts_.self_test_result;
-    status["lux"] = facts_.lux;
-    status["settings"] = settings_report(settings_);
+    status["self_test"] = state_.facts.self_test_result;
+    status["lux"] = state_.facts.lux;
+    for (const Command& command : commands()) {
+        if (command.shown != nullptr) {
+            command.shown(state_.settings, status);
+        }
+    }
     status["controls"] = control_report(controls_);
     status["microphone"] = microphone_report(microphone_, audio_alternate_);
     status["video"] = {{"streaming", streaming_},        {"commits", generation_},

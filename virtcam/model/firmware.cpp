@@ -47,13 +47,12 @@ bool Firmware::bulk_data(ByteView data) {
     return true;
 }
 
-bool Firmware::check(ByteView block) {
-    if (path_ != Path::kBulk || block.size() != 12) {
+bool Firmware::check(uint64_t checksum, uint32_t size) {
+    if (path_ != Path::kBulk) {
         return false;
     }
-    const uint64_t expected = load_u32(block, 0) | uint64_t{load_u32(block, 4)} << 32;
-    const bool matches = received_ == announced_ && load_u32(block, 8) == announced_ &&
-                         expected == image_checksum(download_);
+    const bool matches =
+        received_ == announced_ && size == announced_ && checksum == image_checksum(download_);
     if (!matches) {
         path_ = Path::kNone;
     }

@@ -32,9 +32,9 @@ class Firmware {
     /// Bulk path: announces an image of `size` bytes; drops an earlier download.
     bool announce(uint32_t size);
     bool bulk_data(ByteView data);
-    /// Bulk path: `block` is the checksum (u64) and the size (u32), little-endian. A mismatch ends
-    /// the download, so that a burn after it stalls too.
-    bool check(ByteView block);
+    /// Bulk path: both must be those of the announced image. A mismatch ends the download, so that
+    /// a burn after it stalls too.
+    bool check(uint64_t checksum, uint32_t size);
     /// Bulk path: `size` must be the announced size and the bytes received.
     bool burn(uint32_t size);
 

@@ -9,8 +9,6 @@
 namespace virtcam::model {
 namespace {
 
-constexpr uint8_t kMuteControl = 1;
-constexpr uint8_t kVolumeControl = 2;
 constexpr uint16_t kVolumeResolution = 1;
 constexpr double kToneAmplitude = 12000.0;   // at volume 0
 constexpr double kClickAmplitude = 30000.0;  // at volume 0
@@ -33,9 +31,9 @@ std::optional<Bytes> Microphone::feature(uint8_t request, uint8_t selector, uint
         return std::nullopt;
     }
     switch (selector) {
-        case kMuteControl:
+        case usb::kFuMute:
             return mute_request(request, block, length);
-        case kVolumeControl:
+        case usb::kFuVolume:
             return volume_request(request, block, length);
         default:
             return std::nullopt;

@@ -58,10 +58,10 @@ std::optional<StreamParameters> ProbeCommit::commit(ByteView block) {
 }
 
 std::optional<Bytes> ProbeCommit::get(uint8_t request, uint8_t selector, uint16_t length) const {
-    if (selector != kProbeSelector && selector != kCommitSelector) {
+    if (selector != usb::kVsProbe && selector != usb::kVsCommit) {
         return std::nullopt;
     }
-    const bool probe = selector == kProbeSelector;
+    const bool probe = selector == usb::kVsProbe;
     Bytes answer;
     switch (request) {
         case usb::kGetCur:

@@ -10,8 +10,6 @@
 namespace virtcam::model {
 
 inline constexpr uint16_t kProbeLength = 26;
-inline constexpr uint8_t kProbeSelector = 1;
-inline constexpr uint8_t kCommitSelector = 2;
 
 /// A negotiated stream.
 struct StreamParameters {

@@ -38,7 +38,7 @@ constexpr uint8_t kYuy2 = bit(StreamId::kYuy2);
 constexpr uint8_t kNv21 = bit(StreamId::kNv21);
 
 // Index: stream-combination code.
-constexpr std::array<Combination, 9> kCombinations{{
+constexpr std::array<Combination, kCombinationCount> kCombinations{{
     {kMain | kYuy2, false},
     {kMain | kGray, false},
     {kGray, false},
@@ -56,9 +56,9 @@ bool is_wide(FrameSize size) {
 
 FrameSize local_size(uint8_t code) {
     switch (code) {
-        case 5:
+        case kLocal640x360:
             return {640, 360};
-        case 11:
+        case kLocal800x450:
             return {800, 450};
         default:
             return {640, 480};
@@ -66,6 +66,10 @@ FrameSize local_size(uint8_t code) {
 }
 
 }  // namespace
+
+bool is_local_size(uint8_t code) {
+    return code == 0 || code == kLocal640x360 || code == kLocal800x450;
+}
 
 bool carries(const StreamSettings& settings, StreamId id) {
     if (id == StreamId::kNv12) {

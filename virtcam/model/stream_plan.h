@@ -23,6 +23,15 @@ inline constexpr uint32_t kRawRate = 10;
 /// Pictures per second of the continuous JPEG sub-stream.
 inline constexpr uint32_t kJpegRate = 15;
 
+/// Stream-combination codes are 0 to 8.
+inline constexpr uint8_t kCombinationCount = 9;
+
+/// Codes of the size of the local pictures; 0: 640 x 480.
+inline constexpr uint8_t kLocal640x360 = 5;
+inline constexpr uint8_t kLocal800x450 = 11;
+
+bool is_local_size(uint8_t code);
+
 /// True when the combination of `settings` carries `id` all the time; stills do not count.
 bool carries(const StreamSettings& settings, StreamId id);
 

@@ -1,6 +1,7 @@
 // Request codes, entity numbers and endpoint addresses of the camera's USB function.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 namespace virtcam::model::usb {
@@ -42,6 +43,27 @@ inline constexpr uint8_t kGetDef = 0x87;
 inline constexpr uint8_t kInfoGet = 0x01;
 inline constexpr uint8_t kInfoSet = 0x02;
 
+// Control selectors (UVC 1.00, tables; UAC 1.0, tables ).
+inline constexpr uint8_t kVsProbe = 0x01;
+inline constexpr uint8_t kVsCommit = 0x02;
+inline constexpr uint8_t kCtFocusAbsolute = 0x06;
+inline constexpr uint8_t kCtZoomAbsolute = 0x0B;
+inline constexpr uint8_t kCtPanTiltAbsolute = 0x0D;
+inline constexpr uint8_t kPuBacklightCompensation = 0x01;
+inline constexpr uint8_t kPuBrightness = 0x02;
+inline constexpr uint8_t kPuContrast = 0x03;
+inline constexpr uint8_t kPuGain = 0x04;
+inline constexpr uint8_t kPuPowerLineFrequency = 0x05;
+inline constexpr uint8_t kPuHue = 0x06;
+inline constexpr uint8_t kPuSaturation = 0x07;
+inline constexpr uint8_t kPuSharpness = 0x08;
+inline constexpr uint8_t kPuGamma = 0x09;
+inline constexpr uint8_t kPuWhiteBalance = 0x0A;
+inline constexpr uint8_t kPuWhiteBalanceAuto = 0x0B;
+inline constexpr uint8_t kFuMute = 0x01;
+inline constexpr uint8_t kFuVolume = 0x02;
+inline constexpr uint8_t kEpSamplingFrequency = 0x01;
+
 // The camera's numbers.
 inline constexpr uint16_t kProductBootCode = 0x2065;
 inline constexpr uint16_t kProductRunTime = 0x2066;
@@ -60,22 +82,8 @@ inline constexpr uint8_t kEndpointVideo = 0x81;
 inline constexpr uint8_t kEndpointAudio = 0x82;
 inline constexpr uint16_t kAudioPacketBytes = 100;  ///< 25 stereo frames: room for 24 kHz and drift
 
-// Vendor requests.
-inline constexpr uint8_t kVendorFacePositions = 1;
-inline constexpr uint8_t kVendorFaceParameters = 2;
-inline constexpr uint8_t kVendorBurnDefault = 3;
-inline constexpr uint8_t kVendorBurnChip3 = 5;
-inline constexpr uint8_t kVendorBurnChip2 = 6;
-inline constexpr uint8_t kVendorChecksum = 7;
-inline constexpr uint8_t kVendorBurnChip4 = 8;
-inline constexpr uint8_t kVendorAnnounce = 130;
-
-inline constexpr bool is_burn(uint8_t request) {
-    return request == kVendorBurnDefault || request == kVendorBurnChip2 ||
-           request == kVendorBurnChip3 || request == kVendorBurnChip4;
-}
-
-// Extension unit: control selectors and their block lengths in bytes (0: no such selector).
+// Extension unit: its control selectors. Commands and results are blocks of one length for each
+// group; firmware data has no group.
 inline constexpr uint8_t kIspCommand = 1;
 inline constexpr uint8_t kIspResult = 2;
 inline constexpr uint8_t kFirmwareData = 3;
@@ -84,25 +92,32 @@ inline constexpr uint8_t kAuxResult = 5;
 inline constexpr uint8_t kMmpCommand = 14;
 inline constexpr uint8_t kMmpResult = 15;
 
-inline constexpr uint16_t extension_length(uint8_t selector) {
-    switch (selector) {
-        case kIspCommand:
-        case kIspResult:
-        case kAuxCommand:
-        case kAuxResult:
-            return 8;
-        case kFirmwareData:
-            return 32;
-        case kMmpCommand:
-        case kMmpResult:
-            return 16;
-        default:
-            return 0;
-    }
-}
+struct ExtensionBlock {
+    uint8_t selector;
+    uint16_t length;  ///< bytes
+    bool result;      ///< read with GET_CUR; the others are written with SET_CUR
+    uint8_t answers;  ///< of a command: selector that its reply is read from, else 0
+    const char* group;
+};
 
-inline constexpr bool is_extension_result(uint8_t selector) {
-    return selector == kIspResult || selector == kAuxResult || selector == kMmpResult;
+inline constexpr std::array kExtensionBlocks{
+    ExtensionBlock{kIspCommand, 8, false, kIspResult, "ISP"},
+    ExtensionBlock{kIspResult, 8, true, 0, "ISP"},
+    ExtensionBlock{kFirmwareData, 32, false, 0, ""},
+    ExtensionBlock{kAuxCommand, 8, false, kAuxResult, "AUX"},
+    ExtensionBlock{kAuxResult, 8, true, 0, "AUX"},
+    ExtensionBlock{kMmpCommand, 16, false, kMmpResult, "MMP"},
+    ExtensionBlock{kMmpResult, 16, true, 0, "MMP"},
+};
+
+/// Null when the unit has no such selector.
+inline constexpr const ExtensionBlock* extension_block(uint8_t selector) {
+    for (const ExtensionBlock& block : kExtensionBlocks) {
+        if (block.selector == selector) {
+            return &block;
+        }
+    }
+    return nullptr;
 }
 
 }  // namespace virtcam::model::usb

@@ -12,21 +12,23 @@ constexpr uint8_t kPu = usb::kEntityProcessingUnit;
 
 // id, name, entity, selector, offset, width, signed, min, max, resolution, default
 constexpr std::array<ControlField, static_cast<size_t>(Control::kCount)> kFields{{
-    {Control::kPan, "pan", kCt, 0x0D, 0, 4, true, -36000, 36000, 3600, 0},
-    {Control::kTilt, "tilt", kCt, 0x0D, 4, 4, true, -36000, 36000, 3600, 0},
-    {Control::kFocus, "focus", kCt, 0x06, 0, 2, false, 0, 255, 1, 128},
-    {Control::kZoom, "zoom", kCt, 0x0B, 0, 2, false, 0, 10, 1, 0},
-    {Control::kBacklight, "backlight", kPu, 0x01, 0, 2, false, 0, 4, 1, 0},
-    {Control::kBrightness, "brightness", kPu, 0x02, 0, 2, true, -128, 127, 1, 0},
-    {Control::kContrast, "contrast", kPu, 0x03, 0, 2, false, 0, 255, 1, 128},
-    {Control::kGain, "gain", kPu, 0x04, 0, 2, false, 0, 255, 1, 0},
-    {Control::kPowerLine, "power_line", kPu, 0x05, 0, 1, false, 0, 2, 1, 0},
-    {Control::kHue, "hue", kPu, 0x06, 0, 2, true, -18000, 18000, 100, 0},
-    {Control::kSaturation, "saturation", kPu, 0x07, 0, 2, false, 0, 255, 1, 128},
-    {Control::kSharpness, "sharpness", kPu, 0x08, 0, 2, false, 0, 15, 1, 5},
-    {Control::kGamma, "gamma", kPu, 0x09, 0, 2, false, 40, 500, 1, 100},
-    {Control::kWhiteBalance, "white_balance", kPu, 0x0A, 0, 2, false, 2800, 6500, 10, 4600},
-    {Control::kWhiteBalanceAuto, "white_balance_auto", kPu, 0x0B, 0, 1, false, 0, 1, 1, 1},
+    {Control::kPan, "pan", kCt, usb::kCtPanTiltAbsolute, 0, 4, true, -36000, 36000, 3600, 0},
+    {Control::kTilt, "tilt", kCt, usb::kCtPanTiltAbsolute, 4, 4, true, -36000, 36000, 3600, 0},
+    {Control::kFocus, "focus", kCt, usb::kCtFocusAbsolute, 0, 2, false, 0, 255, 1, 128},
+    {Control::kZoom, "zoom", kCt, usb::kCtZoomAbsolute, 0, 2, false, 0, 10, 1, 0},
+    {Control::kBacklight, "backlight", kPu, usb::kPuBacklightCompensation, 0, 2, false, 0, 4, 1, 0},
+    {Control::kBrightness, "brightness", kPu, usb::kPuBrightness, 0, 2, true, -128, 127, 1, 0},
+    {Control::kContrast, "contrast", kPu, usb::kPuContrast, 0, 2, false, 0, 255, 1, 128},
+    {Control::kGain, "gain", kPu, usb::kPuGain, 0, 2, false, 0, 255, 1, 0},
+    {Control::kPowerLine, "power_line", kPu, usb::kPuPowerLineFrequency, 0, 1, false, 0, 2, 1, 0},
+    {Control::kHue, "hue", kPu, usb::kPuHue, 0, 2, true, -18000, 18000, 100, 0},
+    {Control::kSaturation, "saturation", kPu, usb::kPuSaturation, 0, 2, false, 0, 255, 1, 128},
+    {Control::kSharpness, "sharpness", kPu, usb::kPuSharpness, 0, 2, false, 0, 15, 1, 5},
+    {Control::kGamma, "gamma", kPu, usb::kPuGamma, 0, 2, false, 40, 500, 1, 100},
+    {Control::kWhiteBalance, "white_balance", kPu, usb::kPuWhiteBalance, 0, 2, false, 2800, 6500,
+     10, 4600},
+    {Control::kWhiteBalanceAuto, "white_balance_auto", kPu, usb::kPuWhiteBalanceAuto, 0, 1, false,
+     0, 1, 1, 1},
 }};
 
 bool belongs(const ControlField& field, uint8_t entity, uint8_t selector) {
