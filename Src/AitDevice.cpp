@@ -8,7 +8,7 @@ namespace {
 constexpr int kUnreferenceDevices = 1;
 
 /// Says that a context could not be made and drops what is there of it; false: it was made.
-bool ContextFailed(int error, libusb_context* context) {
+bool ContextFailed(int error, libusb_context* context, LogAs AitLogName) {
     if (error >= 0 && context != nullptr) {
         return false;
     }
@@ -20,7 +20,7 @@ bool ContextFailed(int error, libusb_context* context) {
 }
 
 /// Says that devices could not be listed and ends the context; false: there is a list.
-bool ListFailed(libusb_context* context, libusb_device** list, ssize_t count) {
+bool ListFailed(libusb_context* context, libusb_device** list, ssize_t count, LogAs AitLogName) {
     if (count >= 0 && list != nullptr) {
         return false;
     }
@@ -54,13 +54,13 @@ AitDevHandle* OpenAitDevice(unsigned short vid, unsigned short pid, int interfac
     libusb_context* context = nullptr;
     const int initError = libusb_init(&context);
     AIT_LOG(4, "libusb initialized. \r\n");
-    if (ContextFailed(initError, context)) {
+    if (ContextFailed(initError, context, LogAs(__func__))) {
         return nullptr;
     }
     pMutexLock lock(m_libusb_ctrl_lock);
     libusb_device** list = nullptr;
     const ssize_t count = libusb_get_device_list(context, &list);
-    if (ListFailed(context, list, count)) {
+    if (ListFailed(context, list, count, LogAs(__func__))) {
         return nullptr;
     }
     AIT_LOG(4, "get device list.\r\n");
@@ -109,7 +109,7 @@ bool CheckDeviceExist(unsigned short vid, unsigned short pid) {
     AIT_LOG(4, "lubusb initialized. \r\n");
     libusb_context* context = nullptr;
     const int initError = libusb_init(&context);
-    if (ContextFailed(initError, context)) {
+    if (ContextFailed(initError, context, LogAs(__func__))) {
         return false;
     }
     pMutexLock lock(m_libusb_ctrl_lock);
@@ -117,7 +117,7 @@ bool CheckDeviceExist(unsigned short vid, unsigned short pid) {
     libusb_device** list = nullptr;
     const ssize_t count = libusb_get_device_list(context, &list);
     AIT_LOG(4, "device count=%d.\r\n", static_cast<int>(count));
-    if (ListFailed(context, list, count)) {
+    if (ListFailed(context, list, count, LogAs(__func__))) {
         return false;
     }
     const bool found = FindAitDevice(list, vid, pid) != nullptr;

@@ -42,7 +42,7 @@ class Image {
     };
 
     /// False after a log line when the file cannot be used.
-    bool Load(const char* path, const Rules& rules) {
+    bool Load(const char* path, const Rules& rules, LogAs AitLogName) {
         const FilePtr file(fopen(path, "rb"));
         if (file == nullptr) {
             AIT_LOG(rules.refusal_level, "file %s not exist. \r\n", path);
@@ -116,6 +116,7 @@ void WriteUnchecked(AitDevHandle* device, Image& image, int largest, unsigned in
 
 /// Writes the image in pieces; a piece that times out is passed over, any other failure ends it.
 bool WriteChecked(AitDevHandle* device, Image& image) {
+    AIT_LOG_AS("UpdateFirmware");
     constexpr unsigned int kPieceTimeoutMs = 5000;
     for (int offset = 0; offset < image.Size();
          offset += std::min(kBulkPiece, image.Size() - offset)) {
@@ -130,7 +131,7 @@ bool WriteChecked(AitDevHandle* device, Image& image) {
     return true;
 }
 
-int Finish(bool burnt) {
+int Finish(bool burnt, LogAs AitLogName) {
     if (!burnt) {
         AIT_LOG(1, "Update flash failed.\r\n");
         return AIT_ERR_DEVICE;
@@ -166,7 +167,7 @@ bool CheckSumMatches(AitDevHandle* device, long long checkSum, int size) {
 
 int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int) {
     Image image;
-    if (!image.Load(file_path_name, {1, 0, xu::kFirmwarePiece, true})) {
+    if (!image.Load(file_path_name, {1, 0, xu::kFirmwarePiece, true}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;
     }
     AIT_LOG(4, "UVC path fw update init.\r\n");
@@ -185,12 +186,13 @@ int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsign
     image.Free();
     AIT_LOG(4, "Start burning.\r\n");
     AitXU_SendBlock(ait_handle, xu::Block(xu::kFirmwareBurn));
-    return Finish(true);  // whatever the burn command said: the camera may be gone already
+    return Finish(
+        true, LogAs(__func__));  // whatever the burn command said: the camera may be gone already
 }
 
 int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int) {
     Image image;
-    if (!image.Load(file_path_name, {4, 1, kPcsyncPiece, true})) {
+    if (!image.Load(file_path_name, {4, 1, kPcsyncPiece, true}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;
     }
     // This path does not take the control transfers' lock: nothing else uses the camera yet.
@@ -202,14 +204,14 @@ int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, uns
     const int result = SendSize(ait_handle, libusb_control_transfer, vendor::kBurnChip4,
                                 image.Size(), kShortTimeoutMs);
     // The camera may reboot before it has acknowledged.
-    return Finish(result == 0 || result == LIBUSB_ERROR_NO_DEVICE);
+    return Finish(result == 0 || result == LIBUSB_ERROR_NO_DEVICE, LogAs(__func__));
 }
 
 // --- not called by the plug-in
 
 int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip) {
     Image image;
-    if (!image.Load(file_path_name, {4, 0, 0, false})) {
+    if (!image.Load(file_path_name, {4, 0, 0, false}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;
     }
     SendSize(ait_handle, libusb_control_transfer_, vendor::kAnnounceImage, image.Size(),
@@ -220,13 +222,14 @@ int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int 
     image.Free();
     AIT_LOG(4, "Start burning.\r\n");
     return Finish(SendSize(ait_handle, libusb_control_transfer_, BurnRequest(chip), image.Size(),
-                           kBurnTimeoutMs) >= 0);
+                           kBurnTimeoutMs) >= 0,
+                  LogAs(__func__));
 }
 
 int UpdateAitFirmwareWithCheckSum(AitDevHandle* ait_handle, char* file_path_name,
                                   long long CheckSum) {
     Image image;
-    if (!image.Load(file_path_name, {4, 0, 0, false})) {
+    if (!image.Load(file_path_name, {4, 0, 0, false}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;
     }
     SendSize(ait_handle, libusb_control_transfer_, vendor::kAnnounceImage, image.Size(),
@@ -239,7 +242,8 @@ int UpdateAitFirmwareWithCheckSum(AitDevHandle* ait_handle, char* file_path_name
         return AIT_ERR_DEVICE;
     }
     return Finish(SendSize(ait_handle, libusb_control_transfer_, vendor::kBurnDefault, image.Size(),
-                           kBurnTimeoutMs) >= 0);
+                           kBurnTimeoutMs) >= 0,
+                  LogAs(__func__));
 }
 
 int DisableFlashWP(AitDevHandle* ait_handle) {

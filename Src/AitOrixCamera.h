@@ -2,11 +2,11 @@
 // concern: AitOrixCamera.cpp (life cycle), _Init, _Observers, _Recording, _SetProperty,
 // _GetProperty and _Device (option word, light).
 //
-// Process-wide locks, all recursive, in the order in which they are taken:
-//   m_start_stop_preview_lock   a whole start or stop of recording
+// Process-wide locks, all recursive, in the order in which they are taken (docs/architecture.md has
+// the whole table):
+//   m_start_stop_preview_lock   a whole start or stop of recording, restarts by a property included
 //   m_video_ctrl_lock           device control: start, stop, SetProperty, GetProperty
-// and, apart from those:
-//   m_observer_lock             observer lists, JPEG flag, crop latch
+//   m_observer_lock             observer lists, still flag, crop latch
 //   m_audio_observer_lock       the audio observer list
 // Delivery takes one observer lock and never a control lock, so that stopping a capture thread,
 // which waits for it under the control locks, cannot deadlock against delivery.
@@ -23,6 +23,7 @@
 #include "V4l2Capture.h"
 #include "VendorCommands.h"
 #include "VideoCaptureThread.h"
+#include "aitdbg.h"
 #include "ptasking.h"
 
 extern pMutex m_observer_lock;
@@ -106,8 +107,8 @@ class CAitOrixCamera : public ICameraSubject {
 
     // Is there a device to take commands? CheckCapturer says so in the log when there is none.
     bool HasCapturer() const;
-    bool CheckCapturer() const;
-    static void LogNoCapturer();
+    bool CheckCapturer(LogAs AitLogName) const;
+    static void LogNoCapturer(LogAs AitLogName);
 
     // Vendor commands, through the video adapter, which must be there; bytes, or a negative code.
     int SendBlock(xu::Block block);

@@ -9,15 +9,15 @@ bool CAitOrixCamera::HasCapturer() const {
     return video_capturer != nullptr && m_State != CAM_STATE_DISCONNECTED;
 }
 
-bool CAitOrixCamera::CheckCapturer() const {
+bool CAitOrixCamera::CheckCapturer(LogAs AitLogName) const {
     if (!HasCapturer()) {
-        LogNoCapturer();
+        LogNoCapturer(AitLogName);
         return false;
     }
     return true;
 }
 
-void CAitOrixCamera::LogNoCapturer() {
+void CAitOrixCamera::LogNoCapturer(LogAs AitLogName) {
     AIT_LOG(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!! \r\n");
 }
 
@@ -32,7 +32,7 @@ int CAitOrixCamera::ReadAnswer(xu::Block& block) {
 
 int CAitOrixCamera::GetVideoOption(unsigned int* options) {
     xu::Block block(xu::kReadVideoOption);
-    if (!CheckCapturer()) {
+    if (!CheckCapturer(LogAs(__func__))) {
         *options = 0;
         AIT_LOG(4, "GetVideoOption Failed !! return (%d)", 0);
         return AIT_ERR_DEVICE;
@@ -51,7 +51,7 @@ int CAitOrixCamera::GetVideoOption(unsigned int* options) {
 }
 
 int CAitOrixCamera::SetVideoOption(unsigned int options) {
-    if (!CheckCapturer()) {
+    if (!CheckCapturer(LogAs(__func__))) {
         return -1;
     }
     xu::Block block(xu::kWriteVideoOption);
@@ -61,7 +61,7 @@ int CAitOrixCamera::SetVideoOption(unsigned int options) {
 }
 
 bool CAitOrixCamera::TurnOnOffLED(unsigned char on) {
-    if (!CheckCapturer()) {
+    if (!CheckCapturer(LogAs(__func__))) {
         return false;
     }
     return SendBlock(xu::Block(xu::kLight, on)) >= 0;

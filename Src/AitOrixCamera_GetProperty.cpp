@@ -14,6 +14,8 @@ constexpr unsigned int kVideoTestSeconds = 2;
 }  // namespace
 
 struct PropertyGetters {
+    static AIT_LOG_AS("GetProperty");
+
     typedef bool (*Action)(CAitOrixCamera& camera, CAM_PROP_VALUE& param);
 
     struct Row {

@@ -40,6 +40,7 @@ void CAitOrixCamera::CamInitDoneCallback(unsigned int status, void* data) {
 }
 
 void CAitOrixCamera::HandOver(unsigned int status) {
+    AIT_LOG_AS("CamInitDoneCallback");
     if (status != CAMERA_STATUS_OK) {
         m_State = CAM_STATE_DISCONNECTED;
         fpInitDoneCb.load()(false);

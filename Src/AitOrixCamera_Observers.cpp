@@ -8,7 +8,7 @@ namespace {
 
 typedef std::vector<ICameraObserver*> ObserverList;
 
-void LogStreamType(int type) {
+void LogStreamType(int type, LogAs AitLogName) {
     switch (type) {
         case CAM_STREAM_PCM:
             AIT_LOG(4, "CAM_STREAM_PCM\r\n");
@@ -82,7 +82,7 @@ bool CAitOrixCamera::RegisterObserver(ICameraObserver* observer) {
     }
     const int type = observer->m_StreamType;
     AIT_LOG(4, "CAitOrixCamera::RegisterObserver : ");
-    LogStreamType(type);
+    LogStreamType(type, LogAs(__func__));
     if (type == CAM_STREAM_PCM) {
         pMutexLock audioLock(m_audio_observer_lock);
         return Append(m_AudioObserver, observer);
@@ -103,7 +103,7 @@ bool CAitOrixCamera::RemoveObserver(ICameraObserver* observer) {
     }
     const int type = observer->m_StreamType;
     AIT_LOG(4, "CAitOrixCamera::RemoveObserver :");
-    LogStreamType(type);
+    LogStreamType(type, LogAs(__func__));
     if (type == CAM_STREAM_PCM) {
         pMutexLock audioLock(m_audio_observer_lock);
         return Remove(m_AudioObserver, observer);
@@ -124,6 +124,7 @@ bool CAitOrixCamera::DeliverAudio(const CCameraData* data) {
 }
 
 bool CAitOrixCamera::DeliverVideo(const CCameraData* data) {
+    AIT_LOG_AS("OnFrameArrival");
     pMutexLock lock(m_observer_lock);
     const CAM_STREAM_TYPE type = data->m_type;
     if (!PassesJpegGate(type)) {
@@ -142,6 +143,7 @@ bool CAitOrixCamera::DeliverVideo(const CCameraData* data) {
 
 /// Where the host selects by signal type, a still passes only when one was asked for.
 bool CAitOrixCamera::PassesJpegGate(CAM_STREAM_TYPE type) {
+    AIT_LOG_AS("OnFrameArrival");
     if (mCurTvMode != USE_CAM_SIGNAL_TYPE || type != CAM_STREAM_JPEG) {
         return true;
     }
@@ -155,6 +157,7 @@ bool CAitOrixCamera::PassesJpegGate(CAM_STREAM_TYPE type) {
 /// Fills the crop area of a gray or NV12 record, which carries the frame's crop flag in the place
 /// of the time stamp. The position is latched when the flag changes, not when the property does.
 void CAitOrixCamera::AttachCropArea(CCameraData* data) {
+    AIT_LOG_AS("OnFrameArrival");
     if (data->m_size == 0 || data->m_pData == nullptr) {
         AIT_LOG(1, "Null Gray or NV12 Data is received !!!\r\n");
         return;

@@ -76,6 +76,7 @@ void CAitOrixCamera::SelectStreamCombination() {
 /// The two rules of the call mode are deliberately no mirror images of each other: each names its
 /// own platform.
 void CAitOrixCamera::SelectByVideoMode() {
+    AIT_LOG_AS("StartRecording");
     const bool callBitrate = m_nCurrentBPS == kCallModeBitrate;
     switch (m_videomode) {
         case CAM_VIDEO_H264_H264:
@@ -97,6 +98,7 @@ void CAitOrixCamera::SelectByVideoMode() {
 
 /// Call mode shows the caller mirrored on the local pictures, any other mode on the encoded ones.
 void CAitOrixCamera::ApplyCallModeOptions() {
+    AIT_LOG_AS("StartRecording");
     unsigned int lastOptions = 0;
     if (GetVideoOption(&lastOptions) != 0) {
         AIT_LOG(1, "GetVideoOption of StartRecording was Failed !!! \r\n");
@@ -110,6 +112,7 @@ void CAitOrixCamera::ApplyCallModeOptions() {
 }
 
 void CAitOrixCamera::SelectBySignalType() {
+    AIT_LOG_AS("StartRecording");
     const char* name = SignalTypeName(m_SignalType);
     if (name == nullptr) {
         AIT_LOG(4, "Unknown Signal Type\r\n");
@@ -126,6 +129,7 @@ void CAitOrixCamera::SendStreamCombination(unsigned char code) {
 
 /// Directs the bit rate and frame rate that follow to one of the two H.264 streams.
 void CAitOrixCamera::SetStreamTarget(xu::StreamTarget target) {
+    AIT_LOG_AS("StartRecording");
     AIT_LOG(4, "Set stream target(ID)=%d\r\n", target);
     if (SendBlock(xu::Block(xu::kRateTarget, target)) < 0) {
         AIT_LOG(1, "Failed to set video mode.\r\n");
@@ -133,6 +137,7 @@ void CAitOrixCamera::SetStreamTarget(xu::StreamTarget target) {
 }
 
 bool CAitOrixCamera::OpenVideoStream() {
+    AIT_LOG_AS("StartRecording");
     if (video_capturer.load()->ConfigureDev(static_cast<uint32_t>(m_nCurrentW),
                                             static_cast<uint32_t>(m_nCurrentH), kMultiplexedPixFmt,
                                             kStreamRate)) {
@@ -157,6 +162,7 @@ void CAitOrixCamera::SetStreamRates() {
 }
 
 void CAitOrixCamera::ApplyAntiFlickerOnce() {
+    AIT_LOG_AS("StartRecording");
     if (m_bSetAntiFlicker || (m_PowerFreq != 1 && m_PowerFreq != 2)) {
         return;
     }
@@ -182,6 +188,7 @@ void CAitOrixCamera::StartVideoThread() {
 }
 
 bool CAitOrixCamera::StartAudio() {
+    AIT_LOG_AS("StartRecording");
     if (audio_capture_thread == nullptr) {
         AIT_LOG(4, "*********** Start Audio Capture Thread*************\r\n");
         if (audio_capturer == nullptr || m_State == CAM_STATE_DISCONNECTED) {

@@ -39,6 +39,8 @@ Ending FromTransfer(int result) {
 }  // namespace
 
 struct PropertySetters {
+    static AIT_LOG_AS("SetProperty");
+
     /// Mark of the rows that may restart recording: the whole call then holds the start/stop lock,
     /// which comes before the control lock. Without the mark a restart would take the two in the
     /// wrong order and wait for good for the firmware loader's thread, which stops recording by
@@ -72,7 +74,7 @@ struct PropertySetters {
     static Ending Bitrate(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
         camera.m_nCurrentBPS = std::min(param.value, kLargestBitrate);
         AIT_LOG(4, "BITRATE: %d bps\r\n", camera.m_nCurrentBPS);
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         // Units of 1024 here, of 1000 at the start of recording: the camera has always got both.
@@ -83,7 +85,7 @@ struct PropertySetters {
     static Ending Framerate(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
         AIT_LOG(4, "FRAME RATE: %d fps\r\n", param.value);
         camera.m_nCurrentFPS = param.value;
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         return FromResult(Video(camera).SetFramerate(static_cast<uint32_t>(param.value)));
@@ -91,7 +93,7 @@ struct PropertySetters {
 
     static Ending NewGop(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
         AIT_LOG(4, "Force I: %d \r\n", param.value);
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         return FromResult(Video(camera).RequestKeyFrame());
@@ -121,7 +123,7 @@ struct PropertySetters {
             return Ending::kSuccess;
         }
         if (camera.audio_capturer == nullptr || camera.m_State == CAM_STATE_DISCONNECTED) {
-            CAitOrixCamera::LogNoCapturer();
+            CAitOrixCamera::LogNoCapturer(AitLogName);
             return Ending::kFailure;
         }
         if (!camera.audio_capturer.load()->SetVolume(param.value)) {
@@ -147,7 +149,7 @@ struct PropertySetters {
     }
 
     static Ending AutoHz(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         if (param.value != 1 && param.value != 2) {
@@ -199,7 +201,7 @@ struct PropertySetters {
         PutHighByteFirst(read.Value(), param.res[0]);
         Send(camera, read);
         xu::Block answer(xu::kAux);
-        if (camera.CheckCapturer()) {
+        if (camera.CheckCapturer(AitLogName)) {
             camera.ReadAnswer(answer);
         }
         param.res[1] = answer.bytes[2];
@@ -228,7 +230,7 @@ struct PropertySetters {
         TakeCropOrigin(camera, param);
         xu::Block block(xu::kGrayCrop, LowByte(static_cast<int>(camera.m_CropMode)));
         PutCropArea(block.Value() + 1, param);
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         const int result = camera.SendBlock(block);
@@ -305,7 +307,7 @@ struct PropertySetters {
     }
 
     static Ending ProcessingUnit(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row& row) {
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         return FromResult(Video(camera).SetPU(row.number, param.value));
@@ -325,7 +327,7 @@ struct PropertySetters {
     static AitUvcCapture& Video(CAitOrixCamera& camera) { return *camera.video_capturer; }
 
     static Ending Send(CAitOrixCamera& camera, const xu::Block& block) {
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         return FromTransfer(camera.SendBlock(block));
@@ -342,7 +344,7 @@ struct PropertySetters {
         if (camera.video_capturer != nullptr && camera.m_State == CAM_STATE_PLAYING) {
             return true;
         }
-        CAitOrixCamera::LogNoCapturer();
+        CAitOrixCamera::LogNoCapturer(AitLogName);
         return false;
     }
 
@@ -361,7 +363,7 @@ struct PropertySetters {
     }
 
     static Ending MoveAxis(CAitOrixCamera& camera, unsigned int axis, int position) {
-        if (!camera.CheckCapturer()) {
+        if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         return FromResult(Video(camera).SetPTZ(axis, position));
@@ -480,6 +482,7 @@ class OptionalLock {
 };
 
 bool EndProperty(CAM_PROPERTY property, Ending ending) {
+    AIT_LOG_AS("SetProperty");
     if (ending == Ending::kSuccess) {
         AIT_LOG(4, "Return true\r\n");
     } else if (ending == Ending::kFailure) {

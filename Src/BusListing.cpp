@@ -65,6 +65,7 @@ struct DeviceBlock {
 };
 
 FILE* OpenListing() {
+    AIT_LOG_AS("t_SearchAITUsbCamera");
     FILE* file = fopen(kListingCopy, "r");
     if (file != nullptr) {
         return file;
@@ -78,6 +79,7 @@ FILE* OpenListing() {
 }
 
 void LogFoundCamera() {
+    AIT_LOG_AS("t_SearchAITUsbCamera");
     timeval now;
     gettimeofday(&now, nullptr);
     AIT_LOG(3, "\033[02;%dm[%d.%06d]\033[0m TV camera found", kColourRed,
@@ -85,6 +87,7 @@ void LogFoundCamera() {
 }
 
 int FindCamera(FILE* listing) {
+    AIT_LOG_AS("t_SearchAITUsbCamera");
     DeviceBlock block;
     char line[kLineSize];
     while (fgets(line, sizeof line, listing) != nullptr) {

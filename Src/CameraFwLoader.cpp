@@ -112,6 +112,7 @@ void CCameraFwLoader::Run() {
 /// older one's, which only takes the extension-unit path. Goes on without a device when the camera
 /// already runs its firmware.
 CCameraFwLoader::Step CCameraFwLoader::FindBootCode(bool* bulkPath) {
+    AIT_LOG_AS("Run");
     AIT_LOG(4, "CCameraFwLoader::Run() Open device VID=0x%X, PID=0x%X, Interface=%d \r\n", m_Vid,
             m_Pid, m_interface_id);
     AdoptDevice(OpenAitDevice(m_Vid, m_Pid, m_interface_id));
@@ -140,6 +141,7 @@ CCameraFwLoader::Step CCameraFwLoader::FindBootCode(bool* bulkPath) {
 }
 
 CCameraFwLoader::Step CCameraFwLoader::LoadFirmware(bool bulkPath) {
+    AIT_LOG_AS("Run");
     unsigned char version[kVersionBytes] = {};
     if (AitXU_GetFWVersion(ait_handle, version) == 0) {
         AIT_LOG(1, "BootCode version is 0x%X\r\n",
@@ -176,6 +178,7 @@ CCameraFwLoader::Step CCameraFwLoader::LoadFirmware(bool bulkPath) {
 /// Waits for the run-time identity in the bus listing and opens it, without claiming an interface:
 /// those belong to the streaming engines.
 CCameraFwLoader::Step CCameraFwLoader::AwaitRunTimeCamera() {
+    AIT_LOG_AS("Run");
     if (!Pause()) {
         return Step::kEnd;
     }
@@ -200,6 +203,7 @@ CCameraFwLoader::Step CCameraFwLoader::AwaitRunTimeCamera() {
 
 /// Writes the version for the television's other programs.
 void CCameraFwLoader::RecordVersion() {
+    AIT_LOG_AS("Run");
     unsigned char version[kVersionBytes] = {};
     AitXU_GetFWVersion(ait_handle, version);
     const unsigned int first = version[0] * 256u + version[1];
@@ -216,6 +220,7 @@ void CCameraFwLoader::RecordVersion() {
 }
 
 void CCameraFwLoader::Monitor() {
+    AIT_LOG_AS("Run");
     int forgiven = 0;  // over the thread's whole life, never reset
     while (!Shutdown) {
         if (ait_handle == nullptr) {
@@ -237,6 +242,7 @@ void CCameraFwLoader::Monitor() {
 }
 
 void CCameraFwLoader::HandleDisconnection(int error) {
+    AIT_LOG_AS("Run");
     AIT_LOG(1, "!!!  AIT Camera Checking :: Camera is disconnected. , hr=%d !!!\r\n", error);
     AIT_LOG(4, "CloseAitDevice +\r\n");
     CloseDevice();

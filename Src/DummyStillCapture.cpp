@@ -26,6 +26,7 @@ void CDummyStillCapture::Run() {
 }
 
 void CDummyStillCapture::SendPlaceholder() {
+    AIT_LOG_AS("Run");
     FilePtr file(fopen(dummy_jpg_path_name, "rb"));
     if (file == nullptr) {
         AIT_LOG(4, "CDummyStillCapture::Run() No dummy image file.\r\n");

@@ -68,6 +68,7 @@ PLATFORM FindPlatform(const char* info) {
 }  // namespace
 
 const PlatformInfo& DetectPlatform() {
+    AIT_LOG_AS("CAitOrixCamera");
     char info[kInfoSize] = {};
     const FilePtr file(fopen(info_file_path_name, "r"));
     if (file == nullptr) {
@@ -81,6 +82,7 @@ const PlatformInfo& DetectPlatform() {
 }
 
 int ReadPowerFrequency() {
+    AIT_LOG_AS("CAitOrixCamera");
     AIT_LOG(4, "Anti Flicker path %s ...\r\n", kFrequencyFile);
     const FilePtr file(fopen(kFrequencyFile, "r"));
     if (file == nullptr) {

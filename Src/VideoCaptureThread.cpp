@@ -17,6 +17,7 @@ constexpr uint64_t kAllowedOverrun = 32;
 /// Takes a sub-stream out of the record whose data would begin outside the frame or reach too far
 /// behind it: sizes come from the device.
 void CheckBounds(uint8_t*& data, uint32_t size, const uint8_t* frame, uint32_t frameSize) {
+    AIT_LOG_AS("Run");
     if (data == nullptr) {
         return;
     }
@@ -71,6 +72,7 @@ void CVideoCaptureThread::Run() {
 /// Every fifth empty frame since the last pause causes one. The counter is deliberately not cleared
 /// by good frames, and the stream is not restarted, whatever the text says.
 void CVideoCaptureThread::HandleEmptyFrame(LoopState& loop) {
+    AIT_LOG_AS("Run");
     AIT_LOG(4, "Zero frame size.\r\n");
     if (loop.zero_frame_count > kEmptyFramesForgiven) {
         loop.zero_frame_count = 0;
@@ -97,6 +99,7 @@ void CVideoCaptureThread::DeliverFrame(LoopState& loop, uint8_t* frame, uint32_t
 }
 
 void CVideoCaptureThread::HandleMainH264(LoopState& loop, const AitH264_MediaSample& sample) {
+    AIT_LOG_AS("Run");
     const H264_STATUS status =
         loop.H264_det_1.CheckFrame(sample.h264, sample.h264_size, sample.h264_frame_seq);
     if (status == H264_STATUS_FORCE_I) {
@@ -122,6 +125,7 @@ void CVideoCaptureThread::HandleMainH264(LoopState& loop, const AitH264_MediaSam
 }
 
 void CVideoCaptureThread::HandleSubH264(LoopState& loop, const AitH264_MediaSample& sample) {
+    AIT_LOG_AS("Run");
     const H264_STATUS status =
         loop.H264_det_2.CheckFrame(sample.h264_2, sample.h264_2_size, sample.h264_2_frame_seq);
     if (status == H264_STATUS_FORCE_I) {
@@ -138,6 +142,7 @@ void CVideoCaptureThread::HandleSubH264(LoopState& loop, const AitH264_MediaSamp
 
 void CVideoCaptureThread::DeliverKeyFrameInParts(unsigned char* frame, uint32_t size,
                                                  uint32_t cts) {
+    AIT_LOG_AS("Run");
     H264KeyFrame parts;
     if (ParseH264KeyFrame(frame, static_cast<int>(size), &parts) != 1 || parts.idr_size < 0) {
         AIT_LOG(1, "Failed to parsing H264 key frame !!!");
@@ -150,6 +155,7 @@ void CVideoCaptureThread::DeliverKeyFrameInParts(unsigned char* frame, uint32_t 
 
 /// A repeated time stamp is only reported, the frame is delivered all the same.
 void CVideoCaptureThread::NoteCts(LoopState& loop, uint32_t cts) {
+    AIT_LOG_AS("Run");
     if (loop.prev_cts != 0) {
         if (cts == loop.prev_cts) {
             AIT_LOG(1, "CTS problem has been occured !!!");

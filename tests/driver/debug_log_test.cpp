@@ -113,6 +113,32 @@ TEST_F(DebugLog, MacroPassesFunctionAndLevelAndEvaluatesNothingBelowIt) {
     EXPECT_EQ(log().lines()[0].source_line, here);
 }
 
+void StepOfRun() {
+    AIT_LOG_AS("Run");
+    AIT_LOG(1, "x");
+}
+
+void StepOf(LogAs AitLogName) {
+    AIT_LOG(1, "x");
+}
+
+struct StepsOfSetProperty {
+    static AIT_LOG_AS("SetProperty");
+    static void Step() { AIT_LOG(1, "x"); }
+};
+
+TEST_F(DebugLog, ALineOfAStepNamesItsOperation) {
+    StepOfRun();
+    StepsOfSetProperty::Step();
+    StepOf(LogAs(__func__));
+    AIT_LOG(1, "x");
+    std::vector<std::string> names;
+    for (const LogLine& line : log().lines()) {
+        names.push_back(line.function);
+    }
+    EXPECT_EQ(names, (std::vector<std::string>{"Run", "SetProperty", "TestBody", "TestBody"}));
+}
+
 TEST_F(DebugLog, InitWithoutAPathOpensNothing) {
     EXPECT_EQ(PrintDebuggingInit(nullptr), nullptr);
     PrintDebuggingClose();

@@ -168,7 +168,7 @@ TEST_F(Recording, StopTellsTheEndBetweenThreadAndStream) {
     const Lines lines = Log([](const LogLine& line) {
         return OfThisThread(line) &&
                (line.function == "StopRecording" || line.function == "DisableStream" ||
-                line.function == "AttachCropArea" || line.function == "DeliverVideo");
+                line.function == "OnFrameArrival");
     });
     EXPECT_EQ(lines, (Lines{{1, "CAitOrixCamera::StopRecording\r\n"},
                             {4, "CAitOrixCamera:: stop audio capture thread\r\n"},

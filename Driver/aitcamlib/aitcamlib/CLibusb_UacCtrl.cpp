@@ -117,6 +117,7 @@ int CLibUSB_UacCtrl::UAC_EnableAudioStream(int rate) {
 }
 
 bool CLibUSB_UacCtrl::NegotiateRate(int rate) {
+    AIT_LOG_AS("UAC_EnableAudioStream");
     unsigned char data[4];
     PutLe32(data, static_cast<uint32_t>(rate));  // 24 bits travel
     int count = NoteResult(libusb_control_transfer_(m_pDevH, usb::kClassToEndpoint, uac::kSetCur,
@@ -142,6 +143,7 @@ bool CLibUSB_UacCtrl::ReadVolumeRange() {
 }
 
 bool CLibUSB_UacCtrl::ReadVolumeLimit(uint8_t request, short* limit) {
+    AIT_LOG_AS("UAC_EnableAudioStream");
     unsigned char data[kVolumeSize] = {};
     const int count = NoteResult(libusb_control_transfer_(
         m_pDevH, usb::kClassFromInterface, request, uac::kVolumeControlMaster, kFeatureUnitIndex,
@@ -195,6 +197,7 @@ bool CLibUSB_UacCtrl::FillTransfers(int maxIso) {
 
 /// On a failure the other transfer, the buffers and the queue stay until the next stop.
 int CLibUSB_UacCtrl::SubmitTransfers() {
+    AIT_LOG_AS("UAC_EnableAudioStream");
     for (int i = 0; i < TransferCount(); ++i) {
         const int error = SubmitTransfer(m_AudioTransfer[i]);
         if (error != 0) {
@@ -234,6 +237,7 @@ int CLibUSB_UacCtrl::FillAudioData(libusb_transfer* transfer) {
 /// examined, only actual_length counts. The copy wraps at kCopyWrapLimit, and every single copy is
 /// bounded by the buffer besides.
 unsigned int CLibUSB_UacCtrl::CopyPackets(const libusb_transfer* transfer, CFrameBuf* frame) {
+    AIT_LOG_AS("FillAudioData");
     const auto copy = [&](unsigned int offset, const unsigned char* from, unsigned int count) {
         if (offset < m_nFrameCapacity) {
             memcpy(frame->buf + offset, from, std::min(count, m_nFrameCapacity - offset));

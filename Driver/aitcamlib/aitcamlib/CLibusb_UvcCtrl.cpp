@@ -151,6 +151,7 @@ bool CLibUSB_UvcCtrl::Negotiate(int fps, VIDEO_PROBE* committed) {
 
 bool CLibUSB_UvcCtrl::ProbeRequest(unsigned char request, unsigned char selector,
                                    VIDEO_PROBE* probe, const char* failure) {
+    AIT_LOG_AS("UVC_EnableVideoStream");
     const int count = UVC_query_ctrl(request, 0, kStreamInterface, selector, probe, sizeof *probe,
                                      uvc::kTimeoutMs);
     if (count != static_cast<int>(sizeof *probe)) {
@@ -201,6 +202,7 @@ bool CLibUSB_UvcCtrl::CreateTransfers() {
 }
 
 int CLibUSB_UvcCtrl::SubmitTransfers() {
+    AIT_LOG_AS("UVC_EnableVideoStream");
     int result = 0;
     for (int i = 0; i < TransferCount(); ++i) {
         libusb_transfer* transfer = m_VideoTransfer[i];

@@ -104,6 +104,7 @@ int CLibUSB_UvcCtrl::BufferWaitMs() const {
 /// True while there is no buffer to fill, since the queue was full: the data of this payload is
 /// lost. A payload that ends a frame asks for a new buffer, so that the next frame starts in it.
 bool CLibUSB_UvcCtrl::AwaitFreshBuffer(const BulkPayload& payload) {
+    AIT_LOG_AS("FillVideoBuf_Bulk");
     if (m_pCurFrameBufForWrite->GetCurFrameBuffer() != nullptr) {
         return false;
     }
@@ -117,6 +118,7 @@ bool CLibUSB_UvcCtrl::AwaitFreshBuffer(const BulkPayload& payload) {
 /// Publishes the frame gathered so far. A header of another length than 12 makes the payload an
 /// erroneous one: a longer one's bytes are copied behind the frame, where nothing counts them.
 void CLibUSB_UvcCtrl::CrossFrameBoundary(BulkPayload& payload, unsigned char* dst) {
+    AIT_LOG_AS("FillVideoBuf_Bulk");
     m_UvcHeaderInfo = payload.flags;
     if (payload.headerLength != kHeaderSize) {
         AIT_LOG(4, "UVC Payload Header Length = %d\n", payload.headerLength);
@@ -137,6 +139,7 @@ void CLibUSB_UvcCtrl::CrossFrameBoundary(BulkPayload& payload, unsigned char* ds
 
 /// Appends the payload's data to the frame; false when it does not fit and was skipped.
 bool CLibUSB_UvcCtrl::AppendPayload(const BulkPayload& payload, unsigned char* dst) {
+    AIT_LOG_AS("FillVideoBuf_Bulk");
     if (dst == nullptr || payload.DataLength() <= 0) {
         return true;
     }

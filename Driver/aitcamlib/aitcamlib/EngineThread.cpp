@@ -4,6 +4,7 @@
 #include "ptasking.h"
 
 void RunEngineEvents(UsbStreamEngine& engine, const std::atomic<bool>& shutdown) {
+    AIT_LOG_AS("Run");
     if (!RaiseThreadPriority()) {
         AIT_LOG(1, "setpriority error!");
     }

@@ -144,6 +144,7 @@ void UsbStreamEngine::callback(libusb_transfer* transfer) {
 /// A transfer that ended in any other way than with data or a time-out is not resubmitted: it stays
 /// idle until the stop, and the stream goes on with the remaining ones.
 bool UsbStreamEngine::CompletionCarriesData(const libusb_transfer* transfer) {
+    AIT_LOG_AS("callback");
     switch (transfer->status) {
         case LIBUSB_TRANSFER_COMPLETED:
             return true;
@@ -169,6 +170,7 @@ bool UsbStreamEngine::CompletionCarriesData(const libusb_transfer* transfer) {
 // --- device --------------------------------------------------------------------------------------
 
 bool UsbStreamEngine::OpenDevice(int vid, int pid) {
+    AIT_LOG_AS("Init");
     if (m_ctx != nullptr) {
         m_pDevH = libusb_open_device_with_vid_pid(m_ctx, static_cast<uint16_t>(vid),
                                                   static_cast<uint16_t>(pid));
@@ -196,6 +198,7 @@ bool UsbStreamEngine::OpenDevice(int vid, int pid) {
 }
 
 void UsbStreamEngine::DetachKernelDriver(int interface) {
+    AIT_LOG_AS("Init");
     // An error of the question counts as 'no driver'.
     if (NoteResult(libusb_kernel_driver_active(m_pDevH, interface)) != 1) {
         return;
@@ -207,6 +210,7 @@ void UsbStreamEngine::DetachKernelDriver(int interface) {
 }
 
 bool UsbStreamEngine::ClaimInterface(int interface, const InterfaceTexts& texts) {
+    AIT_LOG_AS("Init");
     const int error = NoteResult(libusb_claim_interface(m_pDevH, interface));
     if (error != 0) {
         AIT_LOG(4, texts.claim_failed, error);
@@ -263,6 +267,7 @@ int UsbStreamEngine::SubmitTransfer(libusb_transfer* transfer) {
 }
 
 void UsbStreamEngine::CancelAll(const char* line) {
+    AIT_LOG_AS("UVC_DisableVideoStream");  // the other engine has no line
     for (int i = 0; i < m_nTransferCount; ++i) {
         if (m_pTransfers[i] == nullptr) {
             continue;
@@ -324,6 +329,7 @@ void UsbStreamEngine::FreeTransfer(int index) {
 }
 
 void UsbStreamEngine::FreeAll(const char* line) {
+    AIT_LOG_AS("UVC_DisableVideoStream");
     for (int i = 0; i < m_nTransferCount; ++i) {
         if (m_pTransfers[i] == nullptr) {
             continue;

@@ -21,10 +21,32 @@ void PrintDebug(unsigned int module, unsigned int level, const char* function, i
 FILE* PrintDebuggingInit(const char* path);
 void PrintDebuggingClose();
 
+/// Name under which a step logs for the operation that it is a part of.
+class LogAs {
+  public:
+    explicit constexpr LogAs(const char* operation) : m_Operation(operation) {}
+    constexpr const char* operator()(const char*) const { return m_Operation; }
+
+  private:
+    const char* m_Operation;
+};
+
+/// The function that a line names: the one that it stands in, unless AIT_LOG_AS or a parameter of
+/// this name says otherwise.
+constexpr const char* AitLogName(const char* function) {
+    return function;
+}
+
+/// In a function, or with `static` in a class: its lines name this operation. Those who search
+/// field logs know the operations (SetProperty, StartRecording, Run ...), not their steps.
+#define AIT_LOG_AS(operation) constexpr auto AitLogName = LogAs(operation)
+
 /// PrintDebug with the caller's function and line; below the level the arguments are not evaluated.
+/// The texts are known to those who search field logs, too, and pinned by tests, misspellings
+/// included.
 #define AIT_LOG(level, ...)                                                        \
     do {                                                                           \
         if ((level) <= g_embedded_cam_dbg_level.load(std::memory_order_relaxed)) { \
-            PrintDebug(0, (level), __func__, __LINE__, __VA_ARGS__);               \
+            PrintDebug(0, (level), AitLogName(__func__), __LINE__, __VA_ARGS__);   \
         }                                                                          \
     } while (0)
