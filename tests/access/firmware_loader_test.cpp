@@ -8,7 +8,7 @@
 #include <mutex>
 #include <thread>
 
-#include "AitOrixCamera_DestroyFlag.h"
+#include "CamDestroyFlag.h"
 #include "CameraIdentity.h"
 #include "LibusbWrap.h"
 #include "tests/support/BusTest.h"
@@ -175,9 +175,8 @@ TEST_F(FirmwareLoader, EveryLineOfAStartByTheExtensionUnitPath) {
     });
     ASSERT_EQ(Result(), unsigned{CAMERA_STATUS_OK});
     const Lines lines = Log([](const LogLine& line) {
-        const bool ofTheListing = line.function == "IsProcDeviceChanged" ||
-                                  line.function == "FindCamera" ||
-                                  line.function == "LogFoundCamera";
+        const bool ofTheListing =
+            line.function == "IsProcDeviceChanged" || line.function == "t_SearchAITUsbCamera";
         return line.level != 5 && !ofTheListing && line.function != "OpenAitDevice";
     });
     const std::pair<unsigned, std::string> noDownload[] = {
