@@ -43,6 +43,11 @@ class CheckOpcodes(unittest.TestCase):
         self.assert_found("if (reply == 0x12) {")
         self.assert_found("int length = 0x10;")
 
+    def test_a_seeded_literal_in_the_virtual_camera(self):
+        for line in ("case 0x0E:", "if (block[1] != 0xFF) {", "return block[0] == 0x07;"):
+            self.assert_found(line, "virtcam/model")
+            self.assertEqual(self.run_on({"virtcam/model/commands.cpp": line + "\n"}), (0, []))
+
     def test_every_literal_has_its_line(self):
         self.assertEqual(
             self.run_on({"Src/b.h": "x(0x01);\ny(0x02);\n", "Src/a.cpp": "\nz(0x03);\n"}),
