@@ -57,14 +57,23 @@ TEST_P(UnitControl, AnswersItsRangeAndKeepsWhatIsSet) {
     EXPECT_EQ(host.in(0xA1, 0x86, value_of(field), index_of(field), 1).data, Bytes{3});
 }
 
-TEST_P(UnitControl, StallsOnWrongLength) {
+TEST_P(UnitControl, AnswersWhatItHasHoweverMuchIsAsked) {
     Host host(running_camera());
     const ControlField& field = GetParam();
     const uint16_t length = control_length(field.entity, field.selector);
     for (const uint8_t request : kGetRequests) {
-        const auto longer = static_cast<uint16_t>(length + 1);
-        EXPECT_TRUE(host.in(0xA1, request, value_of(field), index_of(field), longer).stall);
+        const Bytes whole = host.in(0xA1, request, value_of(field), index_of(field), length).data;
+        EXPECT_EQ(whole.size(), length);
+        EXPECT_EQ(host.in(0xA1, request, value_of(field), index_of(field), 64).data, whole);
+        EXPECT_EQ(host.in(0xA1, request, value_of(field), index_of(field), 1).data,
+                  Bytes(whole.begin(), whole.begin() + 1));
     }
+}
+
+TEST_P(UnitControl, StallsWhenSetWithAWrongLength) {
+    Host host(running_camera());
+    const ControlField& field = GetParam();
+    const uint16_t length = control_length(field.entity, field.selector);
     EXPECT_TRUE(
         host.out(0x21, 0x01, value_of(field), index_of(field), Bytes(length + 1U, 0)).stall);
     EXPECT_TRUE(host.out(0x21, 0x01, value_of(field), index_of(field), {}).stall);
@@ -101,6 +110,49 @@ TEST(UnitControls, UnknownSelectorEntityAndRequestStall) {
     EXPECT_TRUE(host.in(0x21, 0x81, 0x0200, 0x0300, 2).stall) << "direction against request";
 }
 
+uint8_t error_code(Host& host) {
+    const ControlReply reply = host.in(0xA1, 0x81, 0x0200, 0x0000, 1);
+    EXPECT_FALSE(reply.stall);
+    return reply.data.empty() ? 0xFF : reply.data[0];
+}
+
+TEST(ErrorCode, TellsWhyTheLastVideoRequestStalled) {
+    Host host(running_camera());
+    EXPECT_EQ(error_code(host), 0) << "no error";
+    EXPECT_TRUE(host.in(0xA1, 0x81, 0x0200, 0x0900, 2).stall);
+    EXPECT_EQ(error_code(host), 5) << "invalid unit";
+    EXPECT_EQ(error_code(host), 0) << "reading it was a success";
+    EXPECT_TRUE(host.in(0xA1, 0x81, 0x0C00, 0x0300, 2).stall);
+    EXPECT_EQ(error_code(host), 6) << "invalid control";
+    EXPECT_TRUE(host.in(0xA1, 0x81, 0x0100, 0x0400, 2).stall);
+    EXPECT_EQ(error_code(host), 6) << "a terminal without controls";
+    EXPECT_TRUE(host.in(0xA1, 0x88, 0x0200, 0x0300, 2).stall);
+    EXPECT_EQ(error_code(host), 7) << "invalid request";
+    EXPECT_TRUE(host.out(0x21, 0x01, 0x0200, 0x0300, Bytes(1)).stall);
+    EXPECT_EQ(error_code(host), 7) << "wrong length";
+    EXPECT_FALSE(host.mmp({0x01, 9, 0}));
+    EXPECT_EQ(error_code(host), 4) << "out of range";
+    EXPECT_TRUE(host.out(0x21, 0x01, 0x0200, 0x0001, Bytes(26)).stall);
+    EXPECT_EQ(error_code(host), 2) << "wrong state: a commit before the probe";
+    EXPECT_FALSE(host.isp({0x77}));
+    EXPECT_TRUE(host.isp({0x04}));
+    EXPECT_EQ(error_code(host), 0) << "the last request went well";
+    EXPECT_TRUE(host.in(0xA1, 0x81, 0x0300, 0x0503, 2).stall);
+    EXPECT_EQ(error_code(host), 0) << "sound is another function";
+}
+
+TEST(ErrorCode, OfTheStreamIsReadOnlyAndSaysNone) {
+    Host host(running_camera());
+    EXPECT_EQ(host.in(0xA1, 0x81, 0x0600, 0x0001, 1).data, Bytes{0});
+    EXPECT_EQ(host.in(0xA1, 0x86, 0x0600, 0x0001, 1).data, Bytes{1});
+    EXPECT_EQ(host.in(0xA1, 0x86, 0x0200, 0x0000, 1).data, Bytes{1});
+    EXPECT_TRUE(host.out(0x21, 0x01, 0x0600, 0x0001, Bytes(1)).stall);
+    EXPECT_TRUE(host.out(0x21, 0x01, 0x0200, 0x0000, Bytes(1)).stall);
+    EXPECT_TRUE(host.in(0xA1, 0x82, 0x0600, 0x0001, 1).stall);
+    Host boot_code{CameraConfig{}};
+    EXPECT_TRUE(boot_code.in(0xA1, 0x81, 0x0200, 0x0000, 1).stall);
+}
+
 TEST(ExtensionUnit, DescribesItsControls) {
     Host host(running_camera());
     const std::map<int, int> lengths{{1, 8}, {2, 8}, {3, 32}, {4, 8}, {5, 8}, {14, 16}, {15, 16}};
@@ -119,6 +171,7 @@ TEST(ExtensionUnit, DescribesItsControls) {
         EXPECT_EQ(host.in(0xA1, 0x81, value, 0x0600, length).stall, !result);
         for (const uint8_t request : {0x82, 0x83, 0x84, 0x87}) {
             EXPECT_EQ(host.in(0xA1, request, value, 0x0600, length).data.size(), length);
+            EXPECT_EQ(host.in(0xA1, request, value, 0x0600, 64).data.size(), length);
         }
         EXPECT_TRUE(host.out(0x21, 0x01, value, 0x0600, Bytes(length + 1U)).stall);
     }
@@ -282,7 +335,7 @@ TEST(Negotiation, AnswersTheRequestsOfBothHosts) {
     EXPECT_EQ(host.in(0xA1, 0x81, 0x0200, 0x0001, 26).data.size(), 26U);
     EXPECT_TRUE(host.in(0xA1, 0x82, 0x0200, 0x0001, 26).stall);
     EXPECT_TRUE(host.in(0xA1, 0x84, 0x0100, 0x0001, 26).stall);
-    EXPECT_TRUE(host.in(0xA1, 0x81, 0x0100, 0x0001, 34).stall);
+    EXPECT_EQ(host.in(0xA1, 0x81, 0x0100, 0x0001, 34).data.size(), 26U) << "a short answer";
     EXPECT_TRUE(host.in(0xA1, 0x81, 0x0300, 0x0001, 26).stall);
 }
 
@@ -311,6 +364,9 @@ TEST(Microphone, LevelFollowsTheVolume) {
     };
     EXPECT_EQ(host.in(0xA1, 0x82, 0x0200, 0x0503, 2).data, (Bytes{0x00, 0xF0}));
     EXPECT_EQ(host.in(0xA1, 0x83, 0x0200, 0x0502, 2).data, (Bytes{0x00, 0x00}));
+    EXPECT_EQ(host.in(0xA1, 0x81, 0x0200, 0x0503, 16).data, (Bytes{0x00, 0xFC})) << "-4 dB";
+    EXPECT_EQ(host.in(0xA1, 0x81, 0x0100, 0x0503, 16).data, Bytes{0});
+    EXPECT_EQ(host.in(0xA2, 0x81, 0x0100, 0x0082, 16).data, (Bytes{0x80, 0x3E, 0}));
     ASSERT_TRUE(set_volume(0));
     const int loud = tone_peak(host);
     EXPECT_NEAR(loud, 12000, 100);
@@ -419,6 +475,8 @@ TEST(Describe, PutsCommandsIntoWords) {
     EXPECT_EQ(describe({0x21, 0x01, 0x0100, 0x0001, 26}, probe),
               "UVC PROBE SET_CUR format 4 frame 1 interval 333333");
     EXPECT_EQ(describe({0x40, 8, 0x0401, 0, 0}, {}), "VENDOR 8 burn 1025 bytes");
+    EXPECT_EQ(describe({0xA1, 0x81, 0x0200, 0x0000, 1}, Bytes{4}), "UVC VC error code GET_CUR 04");
+    EXPECT_EQ(describe({0xA1, 0x81, 0x0600, 0x0001, 1}, Bytes{0}), "UVC VS error code GET_CUR 00");
     EXPECT_EQ(describe({0x21, 0x01, 0x0B00, 0x0100, 2}, Bytes{3, 0}), "UVC CT SET_CUR zoom 3");
     EXPECT_EQ(describe({0x22, 0x01, 0x0100, 0x0082, 3}, Bytes{0x80, 0x3E, 0}),
               "UAC EP SET_CUR rate 16000 Hz");

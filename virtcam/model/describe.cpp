@@ -5,6 +5,7 @@
 
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/commands.h"
+#include "virtcam/model/probe_commit.h"
 #include "virtcam/model/setup.h"
 #include "virtcam/model/usb.h"
 #include "virtcam/model/uvc_controls.h"
@@ -76,13 +77,21 @@ std::string extension_text(const Setup& setup, ByteView data) {
     return format("XU selector %u ", selector) + request_name(setup.request) + hex_bytes(data);
 }
 
-std::string probe_text(const Setup& setup, ByteView data) {
+/// Controls of an interface, of none of its entities.
+std::string interface_text(const Setup& setup, ByteView data) {
     const auto selector = static_cast<uint8_t>(setup.value >> 8);
-    const char* name = selector == usb::kVsProbe    ? "PROBE"
-                       : selector == usb::kVsCommit ? "COMMIT"
-                                                    : "VS control";
-    std::string text = std::string("UVC ") + name + " " + request_name(setup.request);
-    if (data.size() >= 26) {
+    const bool streaming = (setup.index & 0xFF) == usb::kInterfaceVideoStreaming;
+    const std::string request = " " + request_name(setup.request);
+    if (!streaming) {
+        const char* name = selector == usb::kVcRequestErrorCode ? "error code" : "control";
+        return std::string("UVC VC ") + name + request + hex_bytes(data);
+    }
+    const char* name = selector == usb::kVsProbe             ? "PROBE"
+                       : selector == usb::kVsCommit          ? "COMMIT"
+                       : selector == usb::kVsStreamErrorCode ? "VS error code"
+                                                             : "VS control";
+    std::string text = std::string("UVC ") + name + request;
+    if (data.size() >= kProbeLength) {
         return text +
                format(" format %u frame %u interval %u", data[2], data[3], load_u32(data, 4));
     }
@@ -148,7 +157,7 @@ std::string class_text(const Setup& setup, ByteView data) {
     }
     switch (setup.index >> 8) {
         case 0:
-            return probe_text(setup, data);
+            return interface_text(setup, data);
         case usb::kEntityCameraTerminal:
         case usb::kEntityProcessingUnit:
             return unit_text(setup, data);

@@ -64,6 +64,9 @@ class Device {
     Answer clear_feature(const Setup& setup);
     Answer class_request(const Setup& setup, ByteView out);
     Answer entity_request(const Setup& setup, ByteView out);
+    Answer audio_request(const Setup& setup, ByteView out);
+    Answer video_request(const Setup& setup, ByteView out);
+    uint8_t error_of(const Setup& setup) const;
     Answer streaming_request(const Setup& setup, ByteView out);
     Answer extension_request(const Setup& setup, ByteView out);
     Answer vendor_request(const Setup& setup, ByteView out);
@@ -85,6 +88,7 @@ class Device {
 
     uint8_t configuration_ = 0;
     uint8_t audio_alternate_ = 0;
+    uint8_t request_error_ = 0;  ///< of the last request to the video function
 
     // Video stream.
     bool streaming_ = false;

@@ -32,6 +32,42 @@ std::optional<Bytes> non_empty(Bytes bytes) {
     return bytes.empty() ? std::nullopt : std::optional<Bytes>{std::move(bytes)};
 }
 
+/// A control of one byte that hosts can read only.
+std::optional<Bytes> read_only(uint8_t request, uint8_t value) {
+    switch (request) {
+        case usb::kGetCur:
+            return Bytes{value};
+        case usb::kGetInfo:
+            return Bytes{usb::kInfoGet};
+        default:
+            return std::nullopt;
+    }
+}
+
+bool has_entity(uint8_t entity, bool streaming) {
+    return entity == 0 ||
+           (!streaming &&
+            (entity == usb::kEntityCameraTerminal || entity == usb::kEntityProcessingUnit ||
+             entity == usb::kEntityExtensionUnit || entity == usb::kEntityOutputTerminal));
+}
+
+bool is_error_code(uint8_t entity, uint8_t selector, bool streaming) {
+    return entity == 0 &&
+           selector == (streaming ? usb::kVsStreamErrorCode : usb::kVcRequestErrorCode);
+}
+
+/// Bytes of a video control that SET_CUR may reach; 0 when there is none.
+uint16_t settable_length(uint8_t entity, uint8_t selector, bool streaming) {
+    if (streaming) {
+        return selector == usb::kVsProbe || selector == usb::kVsCommit ? kProbeLength : 0;
+    }
+    if (entity == usb::kEntityExtensionUnit) {
+        const usb::ExtensionBlock* block = usb::extension_block(selector);
+        return block == nullptr ? 0 : block->length;
+    }
+    return control_length(entity, selector);
+}
+
 }  // namespace
 
 ControlReply Device::control(const Setup& setup, ByteView out) {
@@ -153,7 +189,7 @@ Device::Answer Device::class_request(const Setup& setup, ByteView out) {
         case usb::kRecipientEndpoint:
             if (personality_ == Personality::kRunTime && setup.index == usb::kEndpointAudio &&
                 setup.value == usb::kEpSamplingFrequency << 8) {
-                return microphone_.frequency(setup.request, out, setup.length);
+                return microphone_.frequency(setup.request, out);
             }
             return std::nullopt;
         default:
@@ -162,37 +198,76 @@ Device::Answer Device::class_request(const Setup& setup, ByteView out) {
 }
 
 Device::Answer Device::entity_request(const Setup& setup, ByteView out) {
-    const uint8_t entity = high(setup.index);
     const uint8_t interface = low(setup.index);
+    if (interface != usb::kInterfaceVideoControl && interface != usb::kInterfaceVideoStreaming) {
+        return audio_request(setup, out);
+    }
+    Answer answer = video_request(setup, out);
+    request_error_ = answer ? usb::kErrorNone : error_of(setup);
+    return answer;
+}
+
+Device::Answer Device::audio_request(const Setup& setup, ByteView out) {
+    if (personality_ != Personality::kRunTime || high(setup.index) != usb::kEntityFeatureUnit ||
+        low(setup.index) > usb::kInterfaceAudioStreaming) {
+        return std::nullopt;
+    }
+    return microphone_.feature(setup.request, high(setup.value), low(setup.value), out);
+}
+
+Device::Answer Device::video_request(const Setup& setup, ByteView out) {
+    const uint8_t entity = high(setup.index);
     const uint8_t selector = high(setup.value);
-    if (entity == usb::kEntityExtensionUnit && interface == usb::kInterfaceVideoControl) {
+    if (low(setup.value) != 0) {
+        return std::nullopt;
+    }
+    if (low(setup.index) == usb::kInterfaceVideoControl && entity == usb::kEntityExtensionUnit) {
         return extension_request(setup, out);
     }
     if (personality_ != Personality::kRunTime) {
         return std::nullopt;
     }
-    if (entity == 0 && interface == usb::kInterfaceVideoStreaming) {
-        return streaming_request(setup, out);
+    if (low(setup.index) == usb::kInterfaceVideoStreaming) {
+        return entity == 0 ? streaming_request(setup, out) : std::nullopt;
     }
-    if (entity == usb::kEntityFeatureUnit &&
-        (interface == usb::kInterfaceAudioControl || interface == usb::kInterfaceAudioStreaming)) {
-        return microphone_.feature(setup.request, selector, low(setup.value), out, setup.length);
-    }
-    const bool terminal_or_unit =
-        entity == usb::kEntityCameraTerminal || entity == usb::kEntityProcessingUnit;
-    if (!terminal_or_unit || interface != usb::kInterfaceVideoControl || low(setup.value) != 0) {
-        return std::nullopt;
+    if (entity == 0) {
+        return selector == usb::kVcRequestErrorCode ? read_only(setup.request, request_error_)
+                                                    : std::nullopt;
     }
     if (setup.request == usb::kSetCur) {
         return done_if(controls_.set(entity, selector, out));
     }
-    return controls_.get(setup.request, entity, selector, setup.length);
+    return controls_.get(setup.request, entity, selector);
+}
+
+/// Why a video request stalled, as the request error code tells it.
+uint8_t Device::error_of(const Setup& setup) const {
+    const uint8_t entity = high(setup.index);
+    const bool streaming = low(setup.index) == usb::kInterfaceVideoStreaming;
+    if (!has_entity(entity, streaming)) {
+        return usb::kErrorInvalidUnit;
+    }
+    const uint8_t selector = high(setup.value);
+    const uint16_t length = settable_length(entity, selector, streaming);
+    if (length == 0) {
+        return is_error_code(entity, selector, streaming) ? usb::kErrorInvalidRequest
+                                                          : usb::kErrorInvalidControl;
+    }
+    if (setup.request != usb::kSetCur || setup.length != length) {
+        return usb::kErrorInvalidRequest;
+    }
+    const bool needs_a_step_before =
+        streaming || (entity == usb::kEntityExtensionUnit && selector == usb::kFirmwareData);
+    return needs_a_step_before ? usb::kErrorWrongState : usb::kErrorOutOfRange;
 }
 
 Device::Answer Device::streaming_request(const Setup& setup, ByteView out) {
     const uint8_t selector = high(setup.value);
+    if (selector == usb::kVsStreamErrorCode) {
+        return read_only(setup.request, 0);  // the stream has no errors of its own
+    }
     if (setup.request != usb::kSetCur) {
-        return negotiation_.get(setup.request, selector, setup.length);
+        return negotiation_.get(setup.request, selector);
     }
     if (selector == usb::kVsProbe) {
         return done_if(negotiation_.probe(out));
@@ -210,11 +285,8 @@ Device::Answer Device::streaming_request(const Setup& setup, ByteView out) {
 
 Device::Answer Device::extension_request(const Setup& setup, ByteView out) {
     const uint8_t selector = high(setup.value);
-    if (low(setup.value) != 0) {
-        return std::nullopt;
-    }
     if (setup.request != usb::kSetCur) {
-        return extension_.get(setup.request, selector, setup.length);
+        return extension_.get(setup.request, selector);
     }
     const bool done = extension_.set(selector, out);
     look_for_faces();

@@ -1,5 +1,7 @@
 #include "virtcam/model/extension_unit.h"
 
+#include <utility>
+
 #include "virtcam/model/usb.h"
 
 namespace virtcam::model {
@@ -23,7 +25,7 @@ bool ExtensionUnit::set(uint8_t selector, ByteView block) {
            execute(*command, state_, block);
 }
 
-std::optional<Bytes> ExtensionUnit::get(uint8_t request, uint8_t selector, uint16_t length) const {
+std::optional<Bytes> ExtensionUnit::get(uint8_t request, uint8_t selector) const {
     const usb::ExtensionBlock* block = usb::extension_block(selector);
     if (block == nullptr) {
         return std::nullopt;
@@ -52,10 +54,7 @@ std::optional<Bytes> ExtensionUnit::get(uint8_t request, uint8_t selector, uint1
         default:
             break;
     }
-    if (answer.empty() || answer.size() != length) {
-        return std::nullopt;
-    }
-    return answer;
+    return answer.empty() ? std::nullopt : std::optional<Bytes>{std::move(answer)};
 }
 
 }  // namespace virtcam::model

@@ -21,7 +21,7 @@ class ExtensionUnit {
     bool set(uint8_t selector, ByteView block);
 
     /// GET_CUR (result selectors only), GET_MIN, GET_MAX, GET_RES, GET_DEF, GET_INFO, GET_LEN.
-    std::optional<Bytes> get(uint8_t request, uint8_t selector, uint16_t length) const;
+    std::optional<Bytes> get(uint8_t request, uint8_t selector) const;
 
   private:
     Personality personality_;

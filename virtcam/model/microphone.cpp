@@ -14,10 +14,7 @@ constexpr double kToneAmplitude = 12000.0;   // at volume 0
 constexpr double kClickAmplitude = 30000.0;  // at volume 0
 constexpr size_t kBytesPerFrame = 4;
 
-std::optional<Bytes> number(uint16_t length, size_t width, uint32_t value) {
-    if (length != width) {
-        return std::nullopt;
-    }
+std::optional<Bytes> number(size_t width, uint32_t value) {
     Bytes bytes;
     append_le(bytes, width, value);
     return bytes;
@@ -26,21 +23,21 @@ std::optional<Bytes> number(uint16_t length, size_t width, uint32_t value) {
 }  // namespace
 
 std::optional<Bytes> Microphone::feature(uint8_t request, uint8_t selector, uint8_t channel,
-                                         ByteView block, uint16_t length) {
+                                         ByteView block) {
     if (channel != 0) {
         return std::nullopt;
     }
     switch (selector) {
         case usb::kFuMute:
-            return mute_request(request, block, length);
+            return mute_request(request, block);
         case usb::kFuVolume:
-            return volume_request(request, block, length);
+            return volume_request(request, block);
         default:
             return std::nullopt;
     }
 }
 
-std::optional<Bytes> Microphone::volume_request(uint8_t request, ByteView block, uint16_t length) {
+std::optional<Bytes> Microphone::volume_request(uint8_t request, ByteView block) {
     switch (request) {
         case usb::kSetCur:
             if (block.size() != 2) {
@@ -49,21 +46,21 @@ std::optional<Bytes> Microphone::volume_request(uint8_t request, ByteView block,
             volume_ = std::clamp(static_cast<int16_t>(load_u16(block, 0)), kMinVolume, kMaxVolume);
             return Bytes{};
         case usb::kGetCur:
-            return number(length, 2, static_cast<uint16_t>(volume_));
+            return number(2, static_cast<uint16_t>(volume_));
         case usb::kGetMin:
-            return number(length, 2, static_cast<uint16_t>(kMinVolume));
+            return number(2, static_cast<uint16_t>(kMinVolume));
         case usb::kGetMax:
-            return number(length, 2, static_cast<uint16_t>(kMaxVolume));
+            return number(2, static_cast<uint16_t>(kMaxVolume));
         case usb::kGetRes:
-            return number(length, 2, kVolumeResolution);
+            return number(2, kVolumeResolution);
         default:
             return std::nullopt;
     }
 }
 
-std::optional<Bytes> Microphone::mute_request(uint8_t request, ByteView block, uint16_t length) {
+std::optional<Bytes> Microphone::mute_request(uint8_t request, ByteView block) {
     if (request == usb::kGetCur) {
-        return number(length, 1, muted_ ? 1 : 0);
+        return number(1, muted_ ? 1 : 0);
     }
     if (request != usb::kSetCur || block.size() != 1) {
         return std::nullopt;
@@ -72,9 +69,9 @@ std::optional<Bytes> Microphone::mute_request(uint8_t request, ByteView block, u
     return Bytes{};
 }
 
-std::optional<Bytes> Microphone::frequency(uint8_t request, ByteView block, uint16_t length) {
+std::optional<Bytes> Microphone::frequency(uint8_t request, ByteView block) {
     if (request == usb::kGetCur) {
-        return number(length, 3, rate_);
+        return number(3, rate_);
     }
     if (request != usb::kSetCur || block.size() != 3) {
         return std::nullopt;

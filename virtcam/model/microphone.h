@@ -23,10 +23,10 @@ class Microphone {
 
     /// Requests of the feature unit (`selector` 1 mute, 2 volume; `channel` 0). An empty `block`
     /// stands for an IN request. Nothing means stall; SET_CUR answers an empty block.
-    std::optional<Bytes> feature(uint8_t request, uint8_t selector, uint8_t channel, ByteView block,
-                                 uint16_t length);
+    std::optional<Bytes> feature(uint8_t request, uint8_t selector, uint8_t channel,
+                                 ByteView block);
     /// Sampling frequency control of the endpoint: only 16,000 and 24,000 Hz are accepted.
-    std::optional<Bytes> frequency(uint8_t request, ByteView block, uint16_t length);
+    std::optional<Bytes> frequency(uint8_t request, ByteView block);
 
     /// A stream begins: the tone starts at phase 0, the first sample is a click.
     void restart() { frames_ = 0; }
@@ -34,8 +34,8 @@ class Microphone {
     Bytes packet(size_t room);
 
   private:
-    std::optional<Bytes> volume_request(uint8_t request, ByteView block, uint16_t length);
-    std::optional<Bytes> mute_request(uint8_t request, ByteView block, uint16_t length);
+    std::optional<Bytes> volume_request(uint8_t request, ByteView block);
+    std::optional<Bytes> mute_request(uint8_t request, ByteView block);
     int16_t sample() const;
     double gain() const;
 

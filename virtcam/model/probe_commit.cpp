@@ -1,6 +1,7 @@
 #include "virtcam/model/probe_commit.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "virtcam/model/usb.h"
 
@@ -57,7 +58,7 @@ std::optional<StreamParameters> ProbeCommit::commit(ByteView block) {
     return committed_;
 }
 
-std::optional<Bytes> ProbeCommit::get(uint8_t request, uint8_t selector, uint16_t length) const {
+std::optional<Bytes> ProbeCommit::get(uint8_t request, uint8_t selector) const {
     if (selector != usb::kVsProbe && selector != usb::kVsCommit) {
         return std::nullopt;
     }
@@ -85,10 +86,7 @@ std::optional<Bytes> ProbeCommit::get(uint8_t request, uint8_t selector, uint16_
         default:
             break;
     }
-    if (answer.empty() || answer.size() != length) {
-        return std::nullopt;
-    }
-    return answer;
+    return answer.empty() ? std::nullopt : std::optional<Bytes>{std::move(answer)};
 }
 
 StreamParameters ProbeCommit::bounded(Bound bound) const {

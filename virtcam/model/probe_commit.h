@@ -34,7 +34,7 @@ class ProbeCommit {
     std::optional<StreamParameters> commit(ByteView block);
 
     /// GET requests of both selectors; nothing means stall.
-    std::optional<Bytes> get(uint8_t request, uint8_t selector, uint16_t length) const;
+    std::optional<Bytes> get(uint8_t request, uint8_t selector) const;
 
   private:
     enum class Bound { kLowest, kHighest, kDefault };

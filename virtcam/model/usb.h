@@ -44,8 +44,10 @@ inline constexpr uint8_t kInfoGet = 0x01;
 inline constexpr uint8_t kInfoSet = 0x02;
 
 // Control selectors (UVC 1.00, tables; UAC 1.0, tables ).
+inline constexpr uint8_t kVcRequestErrorCode = 0x02;
 inline constexpr uint8_t kVsProbe = 0x01;
 inline constexpr uint8_t kVsCommit = 0x02;
+inline constexpr uint8_t kVsStreamErrorCode = 0x06;
 inline constexpr uint8_t kCtFocusAbsolute = 0x06;
 inline constexpr uint8_t kCtZoomAbsolute = 0x0B;
 inline constexpr uint8_t kCtPanTiltAbsolute = 0x0D;
@@ -63,6 +65,14 @@ inline constexpr uint8_t kPuWhiteBalanceAuto = 0x0B;
 inline constexpr uint8_t kFuMute = 0x01;
 inline constexpr uint8_t kFuVolume = 0x02;
 inline constexpr uint8_t kEpSamplingFrequency = 0x01;
+
+// Values of the request error code control (UVC 1.00, 4.2.1.2).
+inline constexpr uint8_t kErrorNone = 0x00;
+inline constexpr uint8_t kErrorWrongState = 0x02;
+inline constexpr uint8_t kErrorOutOfRange = 0x04;
+inline constexpr uint8_t kErrorInvalidUnit = 0x05;
+inline constexpr uint8_t kErrorInvalidControl = 0x06;
+inline constexpr uint8_t kErrorInvalidRequest = 0x07;
 
 // The camera's numbers.
 inline constexpr uint16_t kProductBootCode = 0x2065;

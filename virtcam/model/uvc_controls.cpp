@@ -1,6 +1,7 @@
 #include "virtcam/model/uvc_controls.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "virtcam/model/usb.h"
 
@@ -98,8 +99,7 @@ bool UvcControls::set(uint8_t entity, uint8_t selector, ByteView block) {
     return true;
 }
 
-std::optional<Bytes> UvcControls::get(uint8_t request, uint8_t entity, uint8_t selector,
-                                      uint16_t length) const {
+std::optional<Bytes> UvcControls::get(uint8_t request, uint8_t entity, uint8_t selector) const {
     const uint16_t block_length = control_length(entity, selector);
     if (block_length == 0) {
         return std::nullopt;
@@ -118,10 +118,7 @@ std::optional<Bytes> UvcControls::get(uint8_t request, uint8_t entity, uint8_t s
             }
         }
     }
-    if (answer.empty() || answer.size() != length) {
-        return std::nullopt;
-    }
-    return answer;
+    return answer.empty() ? std::nullopt : std::optional<Bytes>{std::move(answer)};
 }
 
 }  // namespace virtcam::model

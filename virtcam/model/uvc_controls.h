@@ -60,9 +60,8 @@ class UvcControls {
     bool set(uint8_t entity, uint8_t selector, ByteView block);
 
     /// GET_CUR, GET_MIN, GET_MAX, GET_RES, GET_DEF, GET_INFO and GET_LEN; nothing (stall) for
-    /// anything else, or when `length` is not the answer's own.
-    std::optional<Bytes> get(uint8_t request, uint8_t entity, uint8_t selector,
-                             uint16_t length) const;
+    /// anything else.
+    std::optional<Bytes> get(uint8_t request, uint8_t entity, uint8_t selector) const;
 
   private:
     std::array<int32_t, static_cast<size_t>(Control::kCount)> values_;
