@@ -124,6 +124,67 @@ TEST(Descriptors, RunTimeIdentityHasTheCamerasUnitsFormatsAndEndpoints) {
     EXPECT_EQ(endpoints, (std::map<int, uint16_t>{{0x81, 512}, {0x82, 100}}));
 }
 
+struct RateBounds {
+    uint8_t subtype;
+    uint16_t width;
+    uint32_t least, most;  // bit/s
+};
+
+std::vector<RateBounds> frame_rates(Camera& camera) {
+    std::vector<RateBounds> frames;
+    for (const Descriptor& d : walk(camera.configuration_descriptor())) {
+        const bool frame = d.type == 0x24 && d.bytes.size() >= 30 &&
+                           (d.bytes[2] == 5 || d.bytes[2] == 7 || d.bytes[2] == 0x11);
+        if (frame) {
+            frames.push_back(
+                {d.bytes[2], load_u16(d.bytes, 5), load_u32(d.bytes, 9), load_u32(d.bytes, 13)});
+        }
+    }
+    return frames;
+}
+
+TEST(Descriptors, BitRatesFitTheBusAndTheFrame) {
+    Camera camera(running_camera());
+    std::map<uint16_t, uint32_t> multiplexed;
+    for (const RateBounds& frame : frame_rates(camera)) {
+        EXPECT_GT(frame.least, 0U);
+        EXPECT_LE(frame.least, frame.most);
+        EXPECT_LT(frame.most, 480000000U) << frame.width;
+        if (frame.subtype == 0x11) {
+            EXPECT_LT(frame.least, frame.most) << frame.width;
+            multiplexed[frame.width] = frame.most;
+        }
+    }
+    EXPECT_LT(multiplexed[160], multiplexed[1920]);
+}
+
+TEST(Descriptors, TheHeaviestCombinationKeepsToItsBitRate) {
+    Host host(running_camera());
+    uint32_t most = 0;
+    for (const RateBounds& frame : frame_rates(host.camera)) {
+        most = frame.subtype == 0x11 && frame.width == 640 ? frame.most : most;
+    }
+    ASSERT_TRUE(host.select(0) && host.mmp({0x04, 1}) && host.mmp({0x2D, 1}));
+    ASSERT_TRUE(host.aux({0x28, 11}) && host.start());
+    size_t bits = 0;
+    for (int i = 0; i < 30; ++i) {
+        const auto frame = host.next_frame();
+        ASSERT_TRUE(frame.has_value());
+        bits += frame->data.size() * 8;
+    }
+    EXPECT_LE(bits, most) << "of one second";
+    EXPECT_GT(bits * 3, most) << "a bound, not a number out of the air";
+}
+
+TEST(Descriptors, CompressedPicturesAreNotOfOneSize) {
+    Camera camera(running_camera());
+    for (const Descriptor& d : walk(camera.configuration_descriptor())) {
+        if (d.type == 0x24 && d.bytes[2] == 6 && d.bytes.size() == 11) {
+            EXPECT_EQ(d.bytes[5], 0) << "bmFlags of MJPEG";
+        }
+    }
+}
+
 TEST(Descriptors, ProcessingUnitEndsWithTheVideoStandardsThatToolsLookFor) {
     Camera camera(running_camera());
     size_t units = 0;

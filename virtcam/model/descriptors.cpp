@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "virtcam/model/stream_plan.h"
 #include "virtcam/model/usb.h"
 #include "virtcam/model/video_formats.h"
 
@@ -163,7 +164,7 @@ void video_format(Writer& w, uint8_t index, const VideoFormat& format) {
             break;
         }
         case FormatKind::kMjpeg:
-            w.raw({6, index, frames, 1, 1, 0, 0, 0, 0});
+            w.raw({6, index, frames, 0, 1, 0, 0, 0, 0});
             break;
         case FormatKind::kMultiplexed:
             // Hosts list only formats that they know; the first thing in a frame is H.264, behind
@@ -187,20 +188,28 @@ uint8_t frame_subtype(FormatKind kind) {
     }
 }
 
-void video_frame(Writer& w, uint8_t index, const VideoFormat& format, FrameSize size) {
-    const uint64_t bytes = max_frame_bytes(format, size);
-    const auto bits_per_second = [&](uint32_t interval) {
-        const uint64_t rate = bytes * 8 * 10000000 / interval;
-        return static_cast<uint32_t>(rate > UINT32_MAX ? UINT32_MAX : rate);
+/// dwMinBitRate and dwMaxBitRate.
+BitRates bit_rates(const VideoFormat& format, FrameSize size) {
+    if (format.kind == FormatKind::kMultiplexed) {
+        return multiplexed_bit_rates(size);
+    }
+    const uint64_t bits = uint64_t{max_frame_bytes(format, size)} * 8;
+    const auto per_second = [bits](uint32_t interval) {
+        return static_cast<uint32_t>(bits * 10000000 / interval);
     };
+    return {per_second(format.intervals.back()), per_second(format.intervals.front())};
+}
+
+void video_frame(Writer& w, uint8_t index, const VideoFormat& format, FrameSize size) {
+    const BitRates rates = bit_rates(format, size);
     w.begin(kCsInterface);
     w.raw({frame_subtype(format.kind), index, 0});
     w.u16(size.width);
     w.u16(size.height);
-    w.u32(bits_per_second(format.intervals.back()));
-    w.u32(bits_per_second(format.intervals.front()));
+    w.u32(rates.least);
+    w.u32(rates.most);
     if (format.kind != FormatKind::kMultiplexed) {
-        w.u32(static_cast<uint32_t>(bytes));
+        w.u32(max_frame_bytes(format, size));
     }
     w.u32(format.default_interval);
     w.raw({static_cast<uint8_t>(format.intervals.size())});

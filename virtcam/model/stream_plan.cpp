@@ -65,6 +65,27 @@ FrameSize local_size(uint8_t code) {
     }
 }
 
+/// Most bits per second of a sub-stream.
+uint32_t most_bits(const StreamSettings& settings, StreamId id, FrameSize main) {
+    const FrameSize size = stream_size(settings, id, main);
+    const uint32_t pixels = uint32_t{size.width} * size.height;
+    switch (id) {
+        case StreamId::kMainH264:
+        case StreamId::kSecondH264:
+            return kMostH264Rate;
+        case StreamId::kJpeg:
+            return std::min(kJpegLimit, pixels * 2) * 8 * kJpegRate;
+        case StreamId::kGray:
+            return pixels * 8 * kRawRate;
+        case StreamId::kYuy2:
+            return pixels * 16 * kRawRate;
+        case StreamId::kNv12:
+        case StreamId::kNv21:
+            break;
+    }
+    return pixels * 12 * kRawRate;
+}
+
 }  // namespace
 
 bool is_local_size(uint8_t code) {
@@ -111,6 +132,23 @@ uint32_t stream_rate(const StreamSettings& settings, StreamId id) {
         default:
             return kRawRate;
     }
+}
+
+BitRates multiplexed_bit_rates(FrameSize main) {
+    StreamSettings heaviest;
+    heaviest.nv12_mode = 1;
+    heaviest.nv12_wide = true;
+    heaviest.local_size = kLocal800x450;
+    BitRates rates{kLeastH264Rate, 0};  // one H.264 stream and nothing else is due
+    for (uint8_t code = 0; code < kCombinationCount; ++code) {
+        heaviest.combination = code;
+        uint32_t bits = 0;
+        for (const StreamId id : kStreamOrder) {
+            bits += carries(heaviest, id) ? most_bits(heaviest, id, main) : 0;
+        }
+        rates.most = std::max(rates.most, bits);
+    }
+    return rates;
 }
 
 }  // namespace virtcam::model

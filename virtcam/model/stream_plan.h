@@ -22,6 +22,11 @@ inline constexpr uint32_t kClockRate = 30;
 inline constexpr uint32_t kRawRate = 10;
 /// Pictures per second of the continuous JPEG sub-stream.
 inline constexpr uint32_t kJpegRate = 15;
+/// Most bytes of a JPEG picture in a multiplexed frame.
+inline constexpr uint32_t kJpegLimit = 700000;
+/// What the H.264 encoders are asked for at least and at most, bit/s.
+inline constexpr uint32_t kLeastH264Rate = 32000;
+inline constexpr uint32_t kMostH264Rate = 20000000;
 
 /// Stream-combination codes are 0 to 8.
 inline constexpr uint8_t kCombinationCount = 9;
@@ -43,5 +48,13 @@ FrameSize stream_size(const StreamSettings& settings, StreamId id, FrameSize mai
 
 /// Pictures per second of a sub-stream, 1 to kClockRate.
 uint32_t stream_rate(const StreamSettings& settings, StreamId id);
+
+struct BitRates {
+    uint32_t least, most;  ///< bit/s
+};
+
+/// Bounds of the multiplexed stream over all combinations and settings, main pictures being of
+/// size `main`.
+BitRates multiplexed_bit_rates(FrameSize main);
 
 }  // namespace virtcam::model

@@ -8,9 +8,6 @@
 namespace virtcam::model {
 namespace {
 
-// Leaves room for the largest key frame and the raw pictures in a frame of 2 MiB.
-constexpr size_t kMultiplexedJpegLimit = 700000;
-
 std::unique_ptr<PictureSource> make_source(const CameraConfig& config) {
     if (config.source.empty()) {
         return std::make_unique<Scene>(config.seed);
@@ -62,7 +59,7 @@ StreamId plain_stream(FormatKind kind) {
 /// Most bytes of a JPEG picture: alone in its frame, it keeps to the size that was negotiated.
 size_t jpeg_limit(const StreamParameters& stream) {
     if (stream.kind == FormatKind::kMultiplexed) {
-        return kMultiplexedJpegLimit;
+        return kJpegLimit;
     }
     return max_frame_bytes(video_formats()[stream.format_index - 1U], stream.size);
 }
