@@ -97,6 +97,23 @@ TEST(Counter, EveryBitPatternIsReadAndDamageIsNoticed) {
     EXPECT_FALSE(read_counter(grey.data(), 16, 16, 16).has_value());
 }
 
+TEST(Jpeg, UsesTheFullRangeOfItsLevels) {
+    Host host(running_camera());
+    ASSERT_TRUE(host.isp({0x08, 0xFF, 0x20, 0x4E}) && host.select(8) && host.start());
+    const auto streams = host.next_sub_streams();
+    ASSERT_EQ(streams.size(), 2U);
+    H264Decoder decoder;
+    const auto main = decoder.decode(streams[0].data);
+    const auto jpeg = decode_jpeg(streams[1].data);
+    ASSERT_TRUE(main && jpeg);
+    EXPECT_NEAR(mean(jpeg->y), (mean(main->y) - 16) * 255 / 219, 1.0);
+    EXPECT_NEAR(deviation(jpeg->y) / deviation(main->y), 255.0 / 219, 0.03);
+    EXPECT_NEAR(deviation(jpeg->u) / deviation(main->u), 255.0 / 224, 0.05);
+    EXPECT_NEAR(mean(jpeg->v) - 128, (mean(main->v) - 128) * 255 / 224, 1.0);
+    EXPECT_EQ(*std::max_element(jpeg->y.begin(), jpeg->y.begin() + 640 * 4) / 10, 23)
+        << "white of the counter's band, 220 of 16 to 235";
+}
+
 // --- what a setting does to a picture ------------------------------------------------------------
 
 /// The first main picture after a start, decoded, of a camera on which `prepare` ran first: the

@@ -13,13 +13,14 @@ class JpegEncoder {
     JpegEncoder();
     ~JpegEncoder();
 
-    /// A picture as a complete JPEG file image of at most `limit` bytes: the quality is lowered
-    /// until it fits. Throws std::runtime_error when the library fails.
+    /// A picture of limited range, expanded to the full range that JFIF has, as a complete JPEG
+    /// file image of at most `limit` bytes: the quality is lowered until it fits. Throws std::runtime_error when the library fails.
     Bytes encode(const Picture& picture, size_t limit);
 
   private:
     struct Handle;
     std::unique_ptr<Handle> handle_;
+    Picture expanded_;  ///< kept for its memory
 };
 
 }  // namespace virtcam::model
