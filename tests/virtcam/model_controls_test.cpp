@@ -170,8 +170,10 @@ TEST(ExtensionUnit, DescribesItsControls) {
         const auto length = static_cast<uint16_t>(found->second);
         EXPECT_EQ(host.in(0xA1, 0x81, value, 0x0600, length).stall, !result);
         for (const uint8_t request : {0x82, 0x83, 0x84, 0x87}) {
-            EXPECT_EQ(host.in(0xA1, request, value, 0x0600, length).data.size(), length);
-            EXPECT_EQ(host.in(0xA1, request, value, 0x0600, 64).data.size(), length);
+            const ControlReply bound = host.in(0xA1, request, value, 0x0600, length);
+            EXPECT_EQ(bound.stall, !result) << selector << " request " << int{request};
+            EXPECT_EQ(bound.data.size(), result ? length : 0U);
+            EXPECT_EQ(host.in(0xA1, request, value, 0x0600, 64).data, bound.data);
         }
         EXPECT_TRUE(host.out(0x21, 0x01, value, 0x0600, Bytes(length + 1U)).stall);
     }

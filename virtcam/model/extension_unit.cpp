@@ -1,9 +1,5 @@
 #include "virtcam/model/extension_unit.h"
 
-#include <utility>
-
-#include "virtcam/model/usb.h"
-
 namespace virtcam::model {
 namespace {
 
@@ -30,31 +26,31 @@ std::optional<Bytes> ExtensionUnit::get(uint8_t request, uint8_t selector) const
     if (block == nullptr) {
         return std::nullopt;
     }
-    Bytes answer;
     switch (request) {
         case usb::kGetLen:
-            append_le(answer, 2, block->length);
-            break;
+            return Bytes{static_cast<uint8_t>(block->length), 0};
         case usb::kGetInfo:
-            answer.push_back(block->result ? usb::kInfoGet : usb::kInfoSet);
-            break;
+            return Bytes{block->result ? usb::kInfoGet : usb::kInfoSet};
+        default:
+            return block->result ? result(request, *block) : std::nullopt;
+    }
+}
+
+std::optional<Bytes> ExtensionUnit::result(uint8_t request,
+                                           const usb::ExtensionBlock& block) const {
+    switch (request) {
+        case usb::kGetCur:
+            return reply_of(state_, block);
         case usb::kGetMin:
         case usb::kGetDef:
-            answer.assign(block->length, 0x00);
-            break;
+            return Bytes(block.length, 0x00);
         case usb::kGetMax:
-            answer.assign(block->length, 0xFF);
-            break;
+            return Bytes(block.length, 0xFF);
         case usb::kGetRes:
-            answer.assign(block->length, 0x01);
-            break;
-        case usb::kGetCur:
-            answer = block->result ? reply_of(state_, *block) : Bytes{};
-            break;
+            return Bytes(block.length, 0x01);
         default:
-            break;
+            return std::nullopt;
     }
-    return answer.empty() ? std::nullopt : std::optional<Bytes>{std::move(answer)};
 }
 
 }  // namespace virtcam::model

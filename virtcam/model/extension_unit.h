@@ -7,6 +7,7 @@
 
 #include "virtcam/model/bytes.h"
 #include "virtcam/model/commands.h"
+#include "virtcam/model/usb.h"
 
 namespace virtcam::model {
 
@@ -20,10 +21,13 @@ class ExtensionUnit {
     /// nothing has changed then.
     bool set(uint8_t selector, ByteView block);
 
-    /// GET_CUR (result selectors only), GET_MIN, GET_MAX, GET_RES, GET_DEF, GET_INFO, GET_LEN.
+    /// GET_INFO and GET_LEN of every selector; of the result selectors also GET_CUR, GET_MIN,
+    /// GET_MAX, GET_RES and GET_DEF. Nothing: stall.
     std::optional<Bytes> get(uint8_t request, uint8_t selector) const;
 
   private:
+    std::optional<Bytes> result(uint8_t request, const usb::ExtensionBlock& block) const;
+
     Personality personality_;
     CommandState& state_;
 };
