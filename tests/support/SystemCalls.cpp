@@ -14,6 +14,7 @@ int __real_pthread_mutexattr_init(pthread_mutexattr_t* attribute);
 int __real_pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                   const timespec* deadline);
 void* __real_calloc(size_t count, size_t size);
+int __real_clock_gettime(clockid_t clock, timespec* now);
 }
 
 namespace test {
@@ -21,12 +22,18 @@ namespace test {
 namespace {
 struct Deadlines {
     std::mutex mutex;
-    std::vector<timespec> list;
+    std::vector<std::chrono::nanoseconds> lengths;
     std::function<void()> hook;
 };
 Deadlines& deadlines() {
     static auto* all = new Deadlines;  // outlives every thread of the code under test
     return *all;
+}
+
+thread_local timespec g_LastLook{};
+
+std::chrono::nanoseconds SinceBoot(const timespec& time) {
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 }  // namespace
 
@@ -43,6 +50,7 @@ void reset_system_calls() {
     failures.calloc = 0;
     failures.interrupted_timed_waits = 0;
     failures.pthread_cond_timedwait = 0;
+    failures.endless_timed_waits = false;
     failures.setpriority_calls = 0;
     failures.setpriority_calls_at_create = 0;
     failures.last_priority = 0;
@@ -50,7 +58,7 @@ void reset_system_calls() {
     failures.last_priority_who = -1;
     failures.timed_wait_calls = 0;
     std::lock_guard lock(deadlines().mutex);
-    deadlines().list.clear();
+    deadlines().lengths.clear();
     deadlines().hook = nullptr;
 }
 
@@ -59,15 +67,16 @@ void on_timed_wait(std::function<void()> hook) {
     deadlines().hook = std::move(hook);
 }
 
-std::vector<timespec> timed_wait_deadlines() {
+std::vector<std::chrono::nanoseconds> timed_wait_lengths() {
     std::lock_guard lock(deadlines().mutex);
-    return deadlines().list;
+    return deadlines().lengths;
 }
 
 /// Returns the hook that goes in place of the wait.
 static std::function<void()> record_deadline(const timespec& deadline) {
     std::lock_guard lock(deadlines().mutex);
-    deadlines().list.push_back(deadline);
+    deadlines().lengths.push_back(SinceBoot(deadline) - SinceBoot(g_LastLook));
+    g_LastLook = {};  // the next wait takes a look of its own
     return deadlines().hook;
 }
 
@@ -123,7 +132,18 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
     if (const int error = failures.pthread_cond_timedwait; error != 0) {
         return error;
     }
+    if (failures.endless_timed_waits) {
+        return pthread_cond_wait(cond, mutex);
+    }
     return __real_pthread_cond_timedwait(cond, mutex, deadline);
+}
+
+int __wrap_clock_gettime(clockid_t clock, timespec* now) {
+    const int result = __real_clock_gettime(clock, now);
+    if (clock == CLOCK_MONOTONIC) {
+        test::g_LastLook = *now;
+    }
+    return result;
 }
 
 void* __wrap_calloc(size_t count, size_t size) {

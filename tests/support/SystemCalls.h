@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct SystemCallFailures {
     std::atomic<int> interrupted_timed_waits{0};
     /// Every further timed wait answers this at once, ETIMEDOUT included.
     std::atomic<int> pthread_cond_timedwait{0};
+    /// Timed waits end by a signal only.
+    std::atomic<bool> endless_timed_waits{false};
     // What was asked for.
     std::atomic<int> setpriority_calls{0};
     std::atomic<int> setpriority_calls_at_create{0};  ///< how many went before the last thread
@@ -34,7 +37,8 @@ void reset_system_calls();
 /// Called in place of each timed wait, with the mutex let go of and no lock held; the wait then
 /// answers ETIMEDOUT. Empty: none. reset_system_calls() takes it away.
 void on_timed_wait(std::function<void()> hook);
-/// Wall-clock deadlines of the timed waits since the reset, in order.
-std::vector<timespec> timed_wait_deadlines();
+/// Lengths of the timed waits since the reset, in order: from the thread's last look at the monotonic
+/// clock to the deadline that it gave.
+std::vector<std::chrono::nanoseconds> timed_wait_lengths();
 
 }  // namespace test

@@ -40,6 +40,16 @@ void InitMutex(pthread_mutex_t* mutex, int type) {
 }  // namespace
 
 void __FATAL(const char*, ...) {}
+timespec After(timespec begin, int ms) {
+    begin.tv_sec += ms / 1000;
+    begin.tv_nsec += (ms % 1000) * 1000000L;
+    if (begin.tv_nsec > kNanosecondsPerSecond - 1) {
+        begin.tv_sec += 1;
+        begin.tv_nsec -= kNanosecondsPerSecond;
+    }
+    return begin;
+}
+
 
 bool RaiseThreadPriority() {
     return setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kPriority) == 0;
@@ -66,7 +76,13 @@ void pMutex::Release() {
 }
 
 pSyncEvent::pSyncEvent() {
-    const int error = pthread_cond_init(&cond, nullptr);
+    pthread_condattr_t attribute;
+    pthread_condattr_init(&attribute);
+    if (pthread_condattr_setclock(&attribute, m_Clock) != 0) {
+        m_Clock = CLOCK_REALTIME;
+    }
+    const int error = pthread_cond_init(&cond, &attribute);
+    pthread_condattr_destroy(&attribute);
     if (error != 0) {
         __FATAL("pthread_cond_init() failed (%s)\n", ErrorText(error).c_str());
     }
@@ -79,14 +95,7 @@ pSyncEvent::~pSyncEvent() {
 timespec pSyncEvent::makeTimespec(int ms) {
     timeval now;
     gettimeofday(&now, nullptr);
-    timespec deadline;
-    deadline.tv_sec = now.tv_sec + ms / 1000;
-    deadline.tv_nsec = (ms % 1000) * 1000000L + now.tv_usec * 1000L;
-    if (deadline.tv_nsec > kNanosecondsPerSecond - 1) {
-        deadline.tv_sec += 1;
-        deadline.tv_nsec -= kNanosecondsPerSecond;
-    }
-    return deadline;
+    return After({now.tv_sec, now.tv_usec * 1000L}, ms);
 }
 
 bool pSyncEvent::Wait(pMutex& mutex, int ms) {
@@ -95,7 +104,9 @@ bool pSyncEvent::Wait(pMutex& mutex, int ms) {
         error = pthread_cond_wait(&cond, mutex.Get());
     } else {
         do {  // an interrupted wait starts a full new period
-            const timespec deadline = makeTimespec(ms);
+            timespec now;
+            clock_gettime(m_Clock, &now);
+            const timespec deadline = After(now, ms);
             error = pthread_cond_timedwait(&cond, mutex.Get(), &deadline);
         } while (error == EINTR);
     }

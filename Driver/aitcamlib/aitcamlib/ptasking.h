@@ -57,7 +57,8 @@ class pSyncEvent {
 
     /// Wall-clock instant `ms` milliseconds from now.
     timespec makeTimespec(int ms);
-    /// Waits at most `ms` milliseconds (negative: without limit). False: timed out.
+    /// Waits at most `ms` milliseconds (negative: without limit), whatever the wall clock does
+    /// meanwhile. False: timed out.
     bool Wait(pMutex& mutex, int ms) REQUIRES(mutex);
     /// Wakes at most one waiter.
     void Trigger(pMutex& mutex);
@@ -71,6 +72,7 @@ class pSyncEvent {
   private:
     pMutex internal_mutex;
     pthread_cond_t cond;
+    clockid_t m_Clock = CLOCK_MONOTONIC;  // that of the condition's deadlines
 };
 
 /// Base of every worker: subclasses implement Run, whose loop polls Shutdown.
