@@ -207,6 +207,35 @@ TEST_F(UacData, SmallBufferBoundsTheCopyNoEarlierThanItsEnd) {
     EXPECT_EQ(Queued(), 1u);
 }
 
+TEST_F(UacData, PacketsBeyondTheLimitAreCopiedToTheStart) {
+    constexpr int kSize = 16001;
+    StreamPackets(kSize);
+    // A packet that ends at the limit, whose successors begin there and beyond.
+    const Bytes third = Pattern(kSize, 3);
+    unsigned char* buffer = m_Engine->Queue()->GetWritePtr(0)->buf;
+    Deliver({Packet(Pattern(15999, 1)), Packet(Pattern(kSize, 2)), Packet(third),
+             Packet({9, 8, 7, 6, 5})});
+    EXPECT_EQ(Log(), (Lines{{4, "offset  =15999\n"},
+                            {4, "acture = 16001\n"},
+                            {4, "offset  =16000\n"},
+                            {4, "acture = 16001\n"},
+                            {4, "offset  =16001\n"},
+                            {4, "acture = 5\n"}}));
+    EXPECT_EQ(Bytes(buffer + 5, buffer + kSize), Bytes(third.begin() + 5, third.end()));
+    EXPECT_EQ(Take(), (Bytes{9, 8, 7, 6, 5}));
+}
+
+TEST_F(UacData, LargestPacketsAreSurvived) {
+    constexpr int kSize = 65535;  // what a SuperSpeed endpoint may claim
+    StreamPackets(kSize);
+    std::vector<IsoPacket> packets;
+    for (uint8_t i = 0; i < kPackets; ++i) {
+        packets.push_back(Packet(Pattern(kSize, i)));
+    }
+    Deliver(packets);
+    EXPECT_EQ(Take(), Pattern(kSize, kPackets - 1));
+}
+
 TEST_F(UacData, ConsumerReadsByCopyToo) {
     Deliver({Packet({1, 2, 3, 4})});
     uint8_t target[4] = {};

@@ -255,9 +255,10 @@ unsigned int CLibUSB_UacCtrl::CopyPackets(const libusb_transfer* transfer, CFram
         } else if (count != 0) {
             AIT_LOG(4, "offset  =%d\n", static_cast<int>(offset));
             AIT_LOG(4, "acture = %d\n", static_cast<int>(count));
-            const unsigned int first = kCopyWrapLimit - offset;
-            copy(offset, data, std::min(first, count));
-            offset = offset + count - kCopyWrapLimit;
+            // The rest of a packet of 16,001 bytes or more may end at the limit or beyond it.
+            const unsigned int first = offset < kCopyWrapLimit ? kCopyWrapLimit - offset : 0;
+            copy(offset, data, first);
+            offset = count - first;
             copy(0, data + first, offset);
         }
         data += packet.length;
