@@ -242,15 +242,20 @@ TEST_F(UacStream, SecondRefusedSubmitLeavesTheFirstInFlight) {
     EXPECT_EQ(InFlight(), 2u);
 }
 
-TEST_F(UacStream, TransferThatLibusbDoesNotGiveFailsTheStart) {
+TEST_F(UacStream, TransferThatLibusbDoesNotGiveCountsAsARefusedSubmit) {
     for (int nth = 1; nth <= 2; ++nth) {
         Forget();
         virtcam::bus::clear_faults();
         virtcam::bus::add_fault(
             {{"on", {{"call", "libusb_alloc_transfer"}}}, {"nth", nth}, {"do", "null"}});
         EXPECT_EQ(Start(), -1);
-        EXPECT_TRUE(usb().submits().empty());
-        EXPECT_EQ(CountCalls("libusb_free_transfer"), static_cast<size_t>(nth - 1));
+        EXPECT_EQ(log().texts().back(),
+                  "libusb_fill_iso_transfer error: Audio " + std::to_string(nth - 1) + "\n");
+        EXPECT_EQ(usb().submits().size(), static_cast<size_t>(nth - 1));
+        EXPECT_TRUE(m_Engine->IsStreaming);
+        EXPECT_NE(m_Engine->Queue(), nullptr);
+        EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
+        EXPECT_EQ(CountCalls("libusb_free_transfer"), 1u);
         ExpectIdle();
     }
 }

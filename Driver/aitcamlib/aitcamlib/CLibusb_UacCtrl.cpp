@@ -93,10 +93,7 @@ int CLibUSB_UacCtrl::UAC_EnableAudioStream(int rate) {
         AIT_LOG(4, "UAC_EnableAudioStream Error: IF = 3, Alt = 1");
         return -1;
     }
-    if (!AllocateTransfers()) {
-        ReleaseStream();
-        return -1;
-    }
+    AllocateTransfers();
     const int maxIso = NoteResult(libusb_get_max_iso_packet_size(m_pDev, kIsoInEndpoint));
     if (maxIso <= 0) {
         AIT_LOG(4, "libusb_get_max_iso_packet_size Fail");
@@ -165,21 +162,23 @@ void CLibUSB_UacCtrl::ChooseVolume() {
     }
 }
 
-bool CLibUSB_UacCtrl::AllocateTransfers() {
+/// A transfer that libusb refuses stays null and counts as a failed submit.
+void CLibUSB_UacCtrl::AllocateTransfers() {
     for (libusb_transfer*& transfer : m_AudioTransfer) {
         transfer = libusb_alloc_transfer(m_Num_Audio_PacketsPerTransfer);
-        if (transfer == nullptr) {
-            return false;
+        if (transfer != nullptr) {
+            transfer->user_data = nullptr;
         }
-        transfer->user_data = nullptr;
     }
-    return true;
 }
 
 bool CLibUSB_UacCtrl::FillTransfers(int maxIso) {
     const int length = m_Num_Audio_PacketsPerTransfer * maxIso;
     const size_t bufferSize = std::max(kSmallestTransferBuffer, static_cast<size_t>(length));
     for (int i = 0; i < TransferCount(); ++i) {
+        if (m_AudioTransfer[i] == nullptr) {
+            continue;
+        }
         auto* param = new (std::nothrow) TransferCbParam(this, i, bufferSize);
         if (param == nullptr) {
             return false;
@@ -199,12 +198,17 @@ bool CLibUSB_UacCtrl::FillTransfers(int maxIso) {
 int CLibUSB_UacCtrl::SubmitTransfers() {
     AIT_LOG_AS("UAC_EnableAudioStream");
     for (int i = 0; i < TransferCount(); ++i) {
-        const int error = SubmitTransfer(m_AudioTransfer[i]);
-        if (error != 0) {
-            AIT_LOG(4, "libusb_fill_iso_transfer error: Audio %d\n", i);
-            FreeTransfer(i);
-            return error;
+        libusb_transfer* transfer = m_AudioTransfer[i];
+        const int error =
+            transfer == nullptr ? static_cast<int>(LIBUSB_ERROR_NO_MEM) : SubmitTransfer(transfer);
+        if (error == 0) {
+            continue;
         }
+        AIT_LOG(4, "libusb_fill_iso_transfer error: Audio %d\n", i);
+        if (transfer != nullptr) {
+            FreeTransfer(i);
+        }
+        return error;
     }
     return 0;
 }

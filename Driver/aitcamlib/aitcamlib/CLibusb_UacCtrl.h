@@ -65,7 +65,7 @@ class CLibUSB_UacCtrl : public UsbStreamEngine {
     bool ReadVolumeRange();
     bool ReadVolumeLimit(uint8_t request, short* limit);
     void ChooseVolume();
-    bool AllocateTransfers();
+    void AllocateTransfers();
     bool FillTransfers(int maxIso);
     int SubmitTransfers();
 
