@@ -277,6 +277,14 @@ TEST_F(UvcReassembly, CopyOfALongHeaderStopsAtTheBuffersEnd) {
     }
 }
 
+TEST_F(UvcReassembly, LengthBeyondTheTransferCountsAsTheTransfer) {
+    constexpr size_t kTransfer = 8192;
+    const Bytes data = Pattern(kTransfer - 12);
+    Deliver(Payload(0, data), TransferStatus::kCompleted, static_cast<int>(kTransfer) + 100);
+    DeliverEnd(0);
+    EXPECT_EQ(Take(), data);
+}
+
 // --- full queue ----------------------------------------------------------------------------------
 
 TEST_F(UvcReassembly, FifthFrameFillsTheQueueAndTheEngineWaitsForASixthBuffer) {

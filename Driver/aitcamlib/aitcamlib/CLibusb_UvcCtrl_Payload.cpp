@@ -28,11 +28,12 @@ constexpr int kHeaderSize = static_cast<int>(kUvcPayloadHeaderSize);
 
 }  // namespace
 
-/// What a completion brought, read once. A payload of one byte has no flags: they count as 0.
+/// What a completion brought, read once: no more than was asked for, whatever the completion says. A
+/// payload of one byte has no flags: they count as 0.
 struct CLibUSB_UvcCtrl::BulkPayload {
     explicit BulkPayload(const libusb_transfer& transfer)
         : bytes(transfer.buffer),
-          length(transfer.actual_length),
+          length(std::min(transfer.actual_length, transfer.length)),
           headerLength(length > 0 ? bytes[0] : 0),
           flags(length > 1 ? bytes[1] : 0) {}
 
