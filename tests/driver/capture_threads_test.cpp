@@ -98,6 +98,16 @@ TEST_F(VideoThread, FailedStartStartsNoThread) {
     EXPECT_EQ(system_calls().setpriority_calls, 0);
 }
 
+TEST_F(VideoThread, StartWithoutAThreadFailsAndLeavesNothing) {
+    system_calls().pthread_create = EAGAIN;
+    EXPECT_EQ(m_Engine->EnableStream(4, 4, 30), -1);
+    EXPECT_FALSE(m_Engine->IsStreaming);
+    EXPECT_EQ(virtcam::bus::pending(0x81), 0u);
+    EXPECT_EQ(CountCalls("libusb_free_transfer"), 3u);
+    system_calls().pthread_create = 0;
+    EXPECT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
+}
+
 TEST_F(VideoThread, StopEndsStreamThenThreadThenSelectsIdleAgain) {
     ASSERT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
     Forget();
@@ -476,6 +486,16 @@ TEST_F(AudioThread, StartsTheThreadWithoutSettling) {
     }
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(system_calls().setpriority_calls, 2);
+}
+
+TEST_F(AudioThread, StartWithoutAThreadFailsAndLeavesNothing) {
+    system_calls().pthread_create = EAGAIN;
+    EXPECT_EQ(m_Engine->EnableStream(16000), -1);
+    EXPECT_FALSE(m_Engine->IsStreaming);
+    EXPECT_EQ(virtcam::bus::pending(0x82), 0u);
+    EXPECT_EQ(CountCalls("libusb_free_transfer"), 2u);
+    system_calls().pthread_create = 0;
+    EXPECT_EQ(m_Engine->EnableStream(16000), 0);
 }
 
 TEST_F(AudioThread, FailedStartStillRunsTheThreadUntilDestruction) {

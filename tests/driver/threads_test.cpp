@@ -148,6 +148,43 @@ TEST_F(Threads, StopTwiceJoinsOnce) {
     EXPECT_FALSE(thread.Running);
 }
 
+TEST_F(Threads, ASecondStopWaitsLikeTheFirst) {
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    Said<bool> asked;
+    std::atomic<bool> ended{false};
+    ThreadProbe thread([&](ThreadProbe& self) {
+        RunUntilShutdown(self);
+        asked.Say(true);
+        released.wait();
+        ended = true;
+    });
+    thread.Start(nullptr);
+    const auto stop = [&] {
+        thread.Stop();
+        return ended.load();
+    };
+    auto first = std::async(std::launch::async, stop);
+    asked.Hear();
+    auto second = std::async(std::launch::async, stop);
+    EXPECT_EQ(second.wait_for(20ms), std::future_status::timeout);
+    release.set_value();
+    EXPECT_TRUE(first.get());
+    EXPECT_TRUE(second.get());
+}
+
+TEST_F(Threads, AnExceptionEndsTheThreadAndNothingElse) {
+    Said<bool> said;
+    ThreadProbe thread([&](ThreadProbe&) {
+        said.Say(true);
+        throw std::bad_alloc();
+    });
+    thread.Start(nullptr);
+    EXPECT_TRUE(said.Hear());
+    thread.Stop();
+    EXPECT_EQ(log().texts(1), (std::vector<std::string>{"A thread ended with an exception.\r\n"}));
+}
+
 TEST_F(Threads, FailedCreationLeavesRunningSetAndStopDoesNotJoin) {
     system_calls().pthread_create = EAGAIN;
     std::atomic<int> runs{0};
@@ -292,6 +329,19 @@ TEST_F(Threads, AnObjectMayBeDestroyedInsideItsOwnRun) {
         delete &self;
         out.Say(true);
     });
+    thread->Start("self-deleting");
+    EXPECT_TRUE(said.Hear());
+}
+
+TEST_F(Threads, ADetachedObjectMayBeDestroyedInsideItsOwnRun) {
+    Said<bool> said;
+    auto* thread = new ThreadProbe(
+        [&](ThreadProbe& self) {
+            Said<bool>& out = said;  // the closure goes with the object
+            delete &self;
+            out.Say(true);
+        },
+        true);
     thread->Start("self-deleting");
     EXPECT_TRUE(said.Hear());
 }

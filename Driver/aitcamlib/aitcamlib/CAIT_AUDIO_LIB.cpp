@@ -13,7 +13,10 @@ CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB() {
 
 int CAIT_AUDIO_LIB::EnableStream(int rate) {
     const int result = UAC_EnableAudioStream(rate);
-    AudioTransferStart();
+    if (AudioTransferStart() != 0 && result >= 0) {
+        UAC_DisableAudioStream();
+        return -1;
+    }
     return result;
 }
 
@@ -32,8 +35,7 @@ int CAIT_AUDIO_LIB::DisableStream() {
 
 int CAIT_AUDIO_LIB::AudioTransferStart() {
     m_ExitThread = 0;
-    Start("ait-audio-usb");
-    return 0;
+    return Start("ait-audio-usb") ? 0 : -1;
 }
 
 int CAIT_AUDIO_LIB::AudioTransferStop() {

@@ -14,13 +14,13 @@ class CAIT_AUDIO_LIB : public CLibUSB_UacCtrl, public pThread {
     ~CAIT_AUDIO_LIB() override;
 
     /// Starts the stream at `rate` Hz and then the event thread, whatever the result (unlike the
-    /// video engine); returns the start's result.
+    /// video engine); returns the start's result, or -1 with nothing streaming without a thread.
     int EnableStream(int rate);
     /// Stops stream and event thread; nothing when nothing streams, so that the thread of a failed
     /// start runs on until the engine is destroyed. Always 0.
     int DisableStream();
 
-    int AudioTransferStart();
+    int AudioTransferStart();  ///< 0; -1 without a thread
     int AudioTransferStop();
 
     unsigned int GetMinVolume() const { return static_cast<unsigned int>(UAC_GetMinVolume()); }

@@ -19,8 +19,9 @@ CAIT_CAM_LIB::~CAIT_CAM_LIB() {
 
 int CAIT_CAM_LIB::EnableStream(int formatIndex, int frameIndex, int fps) {
     const int result = UVC_EnableVideoStream(formatIndex, frameIndex, fps);
-    if (result >= 0) {
-        VideoTransferStart();
+    if (result >= 0 && VideoTransferStart() != 0) {
+        UVC_DisableVideoStream();
+        return -1;
     }
     return result;
 }
@@ -42,7 +43,9 @@ int CAIT_CAM_LIB::DisableStream() {
 
 int CAIT_CAM_LIB::VideoTransferStart() {
     m_ExitThread = 0;
-    Start("ait-video-usb");
+    if (!Start("ait-video-usb")) {
+        return -1;
+    }
     usleep(kThreadStartUs);  // the caller goes on with a running thread
     return 0;
 }

@@ -13,13 +13,14 @@ class CAIT_CAM_LIB : public CLibUSB_UvcCtrl, public pThread {
     /// The owner stops the stream first.
     ~CAIT_CAM_LIB() override;
 
-    /// Starts the stream and then the event thread. Negative, with no thread, when the start fails.
+    /// Starts the stream and then the event thread. Negative, with no thread, when the start fails;
+    /// without a thread nothing streams either.
     int EnableStream(int formatIndex, int frameIndex, int fps);
     /// Stops the stream, then the event thread, which must still reap the cancelled transfers, and
     /// selects the idle alternate setting. Always 0.
     int DisableStream();
 
-    int VideoTransferStart();
+    int VideoTransferStart();  ///< 0; -1 without a thread
     int VideoTransferStop();
 
     void Run() override;

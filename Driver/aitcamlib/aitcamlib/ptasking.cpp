@@ -1,11 +1,14 @@
 #include "ptasking.h"
 
+#include <cxxabi.h>
 #include <errno.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include "aitdbg.h"
 
 namespace {
 
@@ -37,9 +40,6 @@ void InitMutex(pthread_mutex_t* mutex, int type) {
     pthread_mutexattr_destroy(&attribute);
 }
 
-}  // namespace
-
-void __FATAL(const char*, ...) {}
 timespec After(timespec begin, int ms) {
     begin.tv_sec += ms / 1000;
     begin.tv_nsec += (ms % 1000) * 1000000L;
@@ -50,6 +50,9 @@ timespec After(timespec begin, int ms) {
     return begin;
 }
 
+}  // namespace
+
+void __FATAL(const char*, ...) {}
 
 bool RaiseThreadPriority() {
     return setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kPriority) == 0;
@@ -150,6 +153,12 @@ void CamMutex::Unlock() {
     pthread_mutex_unlock(&m_mutex);
 }
 
+namespace {
+/// The object whose Run this thread executes; null when there is none any more.
+thread_local const pThread* g_pRunning = nullptr;
+
+}  // namespace
+
 pThread::pThread(bool detached, int stackSize) : Detached(detached), StackSize(stackSize) {}
 
 pThread::~pThread() {
@@ -164,14 +173,12 @@ pThread::~pThread() {
     if (!Detached && m_bCreated.exchange(false)) {
         pthread_detach(thread_id);
     }
-    if (m_pbObjectGone != nullptr) {
-        *m_pbObjectGone = true;
-    }
+    g_pRunning = nullptr;
 }
 
-void pThread::Start(const char* name) {
+bool pThread::Start(const char* name) {
     if (m_bCreated && !m_bRunEnded) {
-        return;
+        return true;
     }
     JoinOnce();
 
@@ -201,12 +208,12 @@ void pThread::Start(const char* name) {
         __FATAL("pthread_create() failed (%s)\n", ErrorText(error).c_str());
     }
     pthread_attr_destroy(&attribute);
+    return error == 0;
 }
 
 void* pThread::thread_func(void* self) {
     auto* thread = static_cast<pThread*>(self);
-    bool objectGone = false;
-    thread->m_pbObjectGone = &objectGone;
+    g_pRunning = thread;
     if (thread->m_pThreadName != nullptr) {
         char name[16] = {};
         strncpy(name, thread->m_pThreadName, sizeof name - 1);
@@ -217,36 +224,44 @@ void* pThread::thread_func(void* self) {
         pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
     }
     thread->Running = true;
-    thread->Run();
-    if (!objectGone) {
-        thread->m_pbObjectGone = nullptr;
+    try {
+        thread->Run();
+    } catch (const abi::__forced_unwind&) {
+        throw;  // a cancellation, which must go on
+    } catch (...) {
+        AIT_LOG(1, "A thread ended with an exception.\r\n");
+    }
+    if (g_pRunning != nullptr) {
         thread->m_bRunEnded = true;
+        g_pRunning = nullptr;
     }
     return self;
 }
 
 void pThread::Stop() {
     Shutdown = true;
-    if (Detached) {
-        if (Running && m_bCreated.exchange(false) && !m_bRunEnded) {
-            pthread_cancel(thread_id);
-        }
-    } else if (!IsOwnThread()) {
+    const bool other = !IsOwnThread();  // a thread neither waits for itself nor cancels itself
+    if (other && !Detached) {
         JoinOnce();
+    } else if (other && Running && m_bCreated.exchange(false) && !m_bRunEnded) {
+        pthread_cancel(thread_id);
     }
     Running = false;
 }
 
 bool pThread::IsOwnThread() const {
-    return pthread_equal(thread_id, pthread_self()) != 0;
+    return g_pRunning == this;
 }
 
 void pThread::JoinOnce() {
-    if (Detached || !m_bCreated.exchange(false)) {
+    if (Detached) {
         return;
     }
-    pthread_join(thread_id, nullptr);
-    thread_id = 0;  // ids are reused: the destructor must not take another thread for ours
+    pMutexLock lock(m_JoinMutex);  // whoever comes second waits here
+    if (m_bCreated.exchange(false)) {
+        pthread_join(thread_id, nullptr);
+        thread_id = 0;
+    }
 }
 
 void pThread::Sleep(unsigned int ms) {

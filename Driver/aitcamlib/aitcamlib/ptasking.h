@@ -88,16 +88,16 @@ class pThread {
 
     virtual void Run() = 0;
     virtual ~pThread();
-    /// Safe when called twice, on a thread that was never created, and from inside Run: that only
-    /// asks, and the wait is left to the owner's own Stop. An object that is destroyed inside its
-    /// Run is not waited for.
+    /// Safe when called twice (a second caller waits, too), on a thread that was never created, and
+    /// from inside Run: that only asks, and the wait is left to the owner's own Stop. An object that
+    /// is destroyed inside its Run is not waited for.
     virtual void Stop();
 
     /// Raises the caller's priority, as the new thread inherits it, and creates the thread. `name`
     /// (static storage, null for none) is shown by debuggers, cut to 15 characters. A thread that
     /// still runs is left alone. Once the thread exists the object is not touched: Run may delete
-    /// it.
-    void Start(const char* name);
+    /// it. False: there is no thread. An exception that leaves Run ends the thread with a log line.
+    bool Start(const char* name);
 
     /// Not called by the plug-in. Sleeps `ms` milliseconds; an interrupted sleep is not resumed.
     void Sleep(unsigned int ms);
@@ -118,7 +118,7 @@ class pThread {
     std::atomic<bool> m_bCreated{false};   // a thread exists that nobody has joined
     std::atomic<bool> m_bRunEnded{false};  // its Run has returned
     const char* m_pThreadName = nullptr;
-    bool* m_pbObjectGone = nullptr;  // of the thread itself: its object was destroyed inside Run
+    pMutex m_JoinMutex;  // held while the thread is waited for
 };
 
 static_assert(sizeof(std::atomic<bool>) == sizeof(bool), "flags stay plain bytes");
