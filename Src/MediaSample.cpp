@@ -1,5 +1,7 @@
 #include "MediaSample.h"
 
+#include <new>
+
 MediaSample::~MediaSample() {
     if (!is_ext_buf) {
         delete[] buf;
@@ -7,12 +9,15 @@ MediaSample::~MediaSample() {
 }
 
 bool MediaSample::AllocBuffer(uint32_t size, uint8_t* ext) {
+    uint8_t* const next = ext != nullptr ? ext : new (std::nothrow) uint8_t[size];
+    if (next == nullptr) {
+        return false;
+    }
     if (!is_ext_buf) {
         delete[] buf;
-        buf = nullptr;
     }
     is_ext_buf = ext != nullptr;
-    buf = is_ext_buf ? ext : new uint8_t[size];
+    buf = next;
     buf_size = size;
     buf_used = 0;
     return true;

@@ -13,7 +13,8 @@ class MediaSample {
     MediaSample& operator=(const MediaSample&) = delete;
 
     /// Drops an owned buffer, then borrows `ext` (which must outlive its use here) or, when `ext`
-    /// is null, allocates `size` bytes. No byte is in use afterwards. Always true.
+    /// is null, allocates `size` bytes. No byte is in use afterwards. False, and nothing changed, when
+    /// memory is short.
     bool AllocBuffer(uint32_t size, uint8_t* ext);
 
     /// Number of valid bytes, not checked against the capacity; false without a buffer.

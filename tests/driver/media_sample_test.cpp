@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include "tests/driver/Allocations.h"
 #include "tests/support/PluginTest.h"
 
 namespace test {
@@ -62,6 +63,25 @@ TEST_F(MediaSamples, BorrowedBufferIsNeverFreed) {
     }
     EXPECT_EQ(storage[0], 1);
     EXPECT_EQ(storage[2], 3);
+}
+
+TEST_F(MediaSamples, ShortMemoryLeavesItAsItWas) {
+    uint8_t storage[8] = {1, 2, 3};
+    for (uint8_t* borrowed : {static_cast<uint8_t*>(nullptr), storage}) {
+        MediaSample sample;
+        ASSERT_TRUE(sample.AllocBuffer(8, borrowed));
+        sample.SetSampleSize(3);
+        uint8_t* const before = sample.GetBuffer();
+        fail_allocation(1);
+        EXPECT_FALSE(sample.AllocBuffer(16, nullptr));
+        EXPECT_FALSE(allocation_failure_pending());
+        fail_allocation(0);
+        EXPECT_EQ(sample.GetBuffer(), before);
+        EXPECT_EQ(sample.GetBufferSize(), 8u);
+        EXPECT_EQ(sample.GetSampleSize(), 3u);
+        before[7] = 9;  // still there, and freed by the destructor only if it is the sample's own
+    }
+    EXPECT_EQ(storage[7], 9);
 }
 
 TEST_F(MediaSamples, ChangesBetweenOwnedAndBorrowed) {
