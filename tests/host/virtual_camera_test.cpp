@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <wels/codec_api.h>
+
+#include <filesystem>
 
 #include "tests/host/subprocess.h"
 #include "tests/host/temporary_folder.h"
@@ -28,10 +31,13 @@ class VirtualCamera : public testing::Test {
                                          getenv("PLUGIN"),  "--virtual-bus", getenv("VIRTUAL_BUS")};
         command.insert(command.end(), words.begin() + 1, words.end());
         const std::string state = folder_.path() / "state";
-        return run_process(command,
-                           {std::string("LD_PRELOAD=") + getenv("PRELOAD"), "TERM=dumb",
-                            "XDG_STATE_HOME=" + state},
-                           interactions, terminal);
+        std::vector<std::string> environment{"LD_PRELOAD=" + preload_, "TERM=dumb",
+                                             "XDG_STATE_HOME=" + state};
+        if (broken_encoder_) {
+            environment[0] += std::string(":") + getenv("BROKEN");
+            environment.push_back("BROKEN_ENCODER=yes");
+        }
+        return run_process(command, environment, interactions, terminal);
     }
 
     ProcessResult record(const std::string& camera, const std::string& duration) const {
@@ -40,6 +46,8 @@ class VirtualCamera : public testing::Test {
     }
 
     TemporaryFolder folder_;
+    const std::string preload_ = getenv("PRELOAD");
+    bool broken_encoder_ = false;
 };
 
 class UsablePreset : public VirtualCamera, public testing::WithParamInterface<const char*> {};
@@ -64,6 +72,17 @@ TEST_P(UnusablePreset, IsToldWithTheCallbacksValue) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Presets, UnusablePreset, testing::Values("missing", "never-returns"));
+
+TEST_F(VirtualCamera, EncoderThatCannotBeUsedIsNamedOnTheTerminal) {
+    broken_encoder_ = true;
+    const ProcessResult result = record("running", "1s");
+    const OpenH264Version version = WelsGetCodecVersion();
+    EXPECT_THAT(result.err, HasSubstr("virtbus: the camera cannot make pictures: H.264 encoder "
+                                      "(OpenH264 " +
+                                      std::to_string(version.uMajor) + "." +
+                                      std::to_string(version.uMinor) + "."));
+    EXPECT_FALSE(std::filesystem::exists(folder_.path() / "out/main.h264")) << result.out;
+}
 
 TEST_F(VirtualCamera, UnpluggedWhileRecordingIsToldAndWhatCameIsKept) {
     const ProcessResult result = record("unplug-at-1s", "20s");

@@ -1,14 +1,17 @@
 // The whole server on sockets, as a kernel and a tester meet it.
 #include "virtcam/usbip/server.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "tests/support/broken_encoder.h"
 #include "tests/usbip/wire.h"
 #include "virtcam/usbip/handshake.h"
 
@@ -105,9 +108,10 @@ class ServerTest : public ::testing::Test {
         client.send(line + "\n");
         return client.receive_line();
     }
-    static void start_video(Client& client) {
+    static constexpr uint8_t kMjpeg = 3, kMultiplexed = 4;
+    static void start_video(Client& client, uint8_t format = kMjpeg) {
         Bytes probe(26);
-        probe[2] = 3;  // MJPEG
+        probe[2] = format;
         probe[3] = 1;
         client.send(control_submit(101, kSetConfiguration));
         client.send(control_submit(102, {0x21, 1, 0x0100, 1, 26}, probe));
@@ -125,6 +129,22 @@ class ServerTest : public ::testing::Test {
     UniqueFd stop_;
     std::thread thread_;
 };
+
+TEST_F(ServerTest, NamesAnEncoderThatCannotBeUsed) {
+    test::encoder_is_broken = true;
+    testing::internal::CaptureStderr();
+    const auto client = import();
+    start_video(*client, kMultiplexed);
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (bench_.status()["failure"] == "" && std::chrono::steady_clock::now() < limit) {
+        std::this_thread::yield();
+    }
+    bench_.camera().advance(virtcam::model::Clock::now());  // returns when the line is printed
+    test::encoder_is_broken = false;
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(),
+        testing::HasSubstr("virtcam: the camera cannot make pictures: H.264 encoder (Open"));
+}
 
 TEST_F(ServerTest, ListsTheCameraAndCloses) {
     Client client(server_.port());

@@ -79,6 +79,9 @@ Bus::Start Bus::prepare(Config config) {
             clock_ticker_->poke();
         }
     });
+    start.camera->set_failure_listener([](const std::string& why) {
+        std::fprintf(stderr, "virtbus: the camera cannot make pictures: %s\n", why.c_str());
+    });
     start.config = std::move(config);
     return start;
 }

@@ -72,6 +72,7 @@ struct Camera::Impl {
     std::map<StreamId, StreamStatistics> statistics;
     std::string failure;
     std::function<void()> listener;
+    std::function<void(const std::string&)> failure_listener;
 
     void replace_device() {
         device = std::make_unique<Device>(config, presence.personality(), firmware);
@@ -107,7 +108,8 @@ struct Camera::Impl {
         return change.departed || change.arrived;
     }
 
-    void make_frame(const PictureJob& job, uint64_t attachment) {
+    /// Returns why none could be made, when that is news.
+    std::string make_frame(const PictureJob& job, uint64_t attachment) {
         std::optional<FinishedFrame> frame;
         std::string problem;
         try {
@@ -117,17 +119,19 @@ struct Camera::Impl {
         }
         const std::lock_guard lock(mutex);
         if (attachment != presence.attachment() || !presence.attached()) {
-            return;
+            return "";
         }
         if (!problem.empty()) {
-            failure = problem;
             device->abandon(job.generation);
-        } else if (frame) {
+            return std::exchange(failure, problem) == problem ? "" : problem;
+        }
+        if (frame) {
             const FinishedFrame summary{{}, frame->pts, frame->pictures};
             if (device->publish(job.generation, std::move(*frame))) {
                 count(summary);
             }
         }
+        return "";
     }
 
     TimePoint next_wake(TimePoint now) const {
@@ -145,6 +149,17 @@ struct Camera::Impl {
         }
         if (call) {
             call();
+        }
+    }
+
+    void tell_failure(const std::string& why) const {
+        std::function<void(const std::string&)> call;
+        {
+            const std::lock_guard lock(mutex);
+            call = failure_listener;
+        }
+        if (call) {
+            call(why);
         }
     }
 
@@ -248,6 +263,11 @@ void Camera::set_listener(std::function<void()> listener) {
     impl_->listener = std::move(listener);
 }
 
+void Camera::set_failure_listener(std::function<void(const std::string&)> listener) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->failure_listener = std::move(listener);
+}
+
 TimePoint Camera::advance(TimePoint now) {
     const std::lock_guard working(impl_->work);
     bool changed = false;
@@ -262,7 +282,9 @@ TimePoint Camera::advance(TimePoint now) {
         }
     }
     if (job) {
-        impl_->make_frame(*job, attachment);
+        if (const std::string why = impl_->make_frame(*job, attachment); !why.empty()) {
+            impl_->tell_failure(why);
+        }
     }
     if (changed) {
         impl_->notify();

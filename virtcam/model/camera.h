@@ -56,6 +56,11 @@ class Camera {
     /// use.
     void set_listener(std::function<void()> listener);
 
+    /// Called without locks held, on the thread of advance(), when pictures cannot be made, with the
+    /// reason: a sentence that names the encoder and its version. Once for each reason; status()
+    /// keeps the last one. One listener; set it before use.
+    void set_failure_listener(std::function<void(const std::string& why)> listener);
+
     /// Does all work that is due at `now`: re-enumeration after a burn, departure, the next
     /// picture. Returns when it wants to be called again at the latest (TimePoint::max() when
     /// idle).

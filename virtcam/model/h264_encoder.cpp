@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "virtcam/model/h264_parameter_sets.h"
+
 namespace virtcam::model {
 namespace {
 
@@ -14,6 +16,8 @@ constexpr std::array<uint8_t, 4> kStartCode{0, 0, 0, 1};
 constexpr size_t kPpsLength = 8;  // start code, header and three bytes
 constexpr uint8_t kSliceHeader = 0x41;
 constexpr uint8_t kIdrHeader = 0x65;
+constexpr uint8_t kSpsHeader = 0x67;
+constexpr uint8_t kPpsHeader = 0x68;
 
 enum NalType : uint8_t { kSlice = 1, kIdr = 5, kSps = 7, kPps = 8 };
 
@@ -23,7 +27,10 @@ constexpr int kMostKbps = 20000;
 constexpr int kMostFps = 30;
 
 [[noreturn]] void fail(const std::string& what) {
-    throw std::runtime_error("H.264 encoder: " + what);
+    const OpenH264Version version = WelsGetCodecVersion();
+    throw std::runtime_error("H.264 encoder (OpenH264 " + std::to_string(version.uMajor) + "." +
+                             std::to_string(version.uMinor) + "." +
+                             std::to_string(version.uRevision) + "): " + what);
 }
 
 /// Position of the next 00 00 01 at or after `from`; the size when there is none.
@@ -98,6 +105,15 @@ AccessUnit sort_units(ByteView annex_b) {
     return access_unit;
 }
 
+/// Hosts find the PPS by its header: the SPS before it must not contain that byte.
+Bytes sps_without_pps_header(ByteView sps) {
+    try {
+        return sps_without_byte(sps, kPpsHeader);
+    } catch (const std::runtime_error& error) {
+        fail(error.what());
+    }
+}
+
 StreamRate bounded(StreamRate rate) {
     rate.kbps = static_cast<uint16_t>(std::clamp<int>(rate.kbps, kLeastKbps, kMostKbps));
     rate.fps = static_cast<uint16_t>(std::clamp<int>(rate.fps, 1, kMostFps));
@@ -123,11 +139,8 @@ Bytes normalise_access_unit(ByteView annex_b) {
     if (kStartCode.size() + unit.pps.size() != kPpsLength) {
         fail("PPS of " + std::to_string(unit.pps.size()) + " bytes");
     }
-    if (std::find(unit.sps.begin(), unit.sps.end(), 0x68) != unit.sps.end()) {
-        fail("byte 0x68 inside the SPS");
-    }
-    append_unit(out, unit.sps, 0x67);
-    append_unit(out, unit.pps, 0x68);
+    append_unit(out, sps_without_pps_header(unit.sps), kSpsHeader);
+    append_unit(out, unit.pps, kPpsHeader);
     append_unit(out, unit.idr, kIdrHeader);
     return out;
 }

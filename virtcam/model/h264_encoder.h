@@ -13,9 +13,10 @@ namespace virtcam::model {
 /// Brings an access unit in Annex B form into the camera's shape:
 ///   key frame: SPS, PPS of 8 bytes with its start code, one IDR slice (NAL header 0x65);
 ///   other:     one slice with NAL header 0x41;
-/// each with a four-byte start code and nothing else (no SEI, no delimiter). Throws
-/// std::runtime_error when the input cannot be brought into it, a byte 0x68 inside the SPS
-/// included: hosts find the PPS by that byte.
+/// each with a four-byte start code and nothing else (no SEI, no delimiter), and without a byte
+/// 0x68 inside the SPS, since hosts find the PPS by it: an SPS that has one (OpenH264 since 2.6) is
+/// written anew. Throws std::runtime_error, with the encoder's version in it, when the input cannot
+/// be brought into this shape.
 Bytes normalise_access_unit(ByteView annex_b);
 
 /// True when a normalised access unit is a key frame.

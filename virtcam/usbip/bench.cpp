@@ -1,6 +1,8 @@
 #include "virtcam/usbip/bench.h"
 
+#include <cstdio>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <utility>
 
 namespace virtcam::usbip {
@@ -28,6 +30,9 @@ void Bench::reset(const bus::Config& config) {
     camera->set_listener([this] {
         picture_ticker_.poke();
         news_.raise();
+    });
+    camera->set_failure_listener([](const std::string& why) {
+        std::fprintf(stderr, "virtcam: the camera cannot make pictures: %s\n", why.c_str());
     });
     rules_ = std::move(rules);
     iso_paced_ = config.iso_paced;
