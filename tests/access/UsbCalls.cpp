@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include "LibusbWrap.h"
+#include "tests/support/LockProbe.h"
 
 namespace test {
 namespace {
@@ -15,22 +15,12 @@ std::atomic<bool> g_FailInit{false};
 std::mutex g_CallsMutex;
 std::vector<UsbCall> g_Calls;
 
-bool Held(pMutex& mutex) {
-    bool held = true;
-    std::thread([&] {
-        if (pthread_mutex_trylock(mutex.Get()) == 0) {
-            held = false;
-            pthread_mutex_unlock(mutex.Get());
-        }
-    }).join();
-    return held;
-}
-
 void Record(const char* name, int length = 0, unsigned int timeoutMs = 0) {
     if (!g_Watching) {
         return;
     }
-    const UsbCall call{name, length, timeoutMs, Held(gCtrlTransferMtx), Held(m_libusb_ctrl_lock)};
+    const UsbCall call{name, length, timeoutMs, !IsFree(gCtrlTransferMtx),
+                       !IsFree(m_libusb_ctrl_lock)};
     std::lock_guard lock(g_CallsMutex);
     g_Calls.push_back(call);
 }

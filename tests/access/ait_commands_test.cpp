@@ -47,7 +47,6 @@ class AitCommands : public BusTest {
         ASSERT_EQ(log().lines().size(), 1u) << log_listing();
         EXPECT_LOG(level, text);
     }
-    typedef std::vector<Request> Sequence;
 
     AitDevHandle* device_ = nullptr;
 };

@@ -93,7 +93,7 @@ TEST_F(FirmwareUpdate, UvcPathFillsTheFlashPaddedTo32) {
 TEST_F(FirmwareUpdate, UvcPathSendsPiecesOf32) {
     const std::string image = Image(1000);
     EXPECT_EQ(UpdateFirmwareUvcPath(device_, Path(), 4), 0);
-    std::vector<Request> expected = {
+    Sequence expected = {
         Write(0x20, 0x01, 0x0400, 0x0600, {0x01, 0x00, 0x03, 0, 0, 0, 0, 0}, 1000)};
     for (size_t i = 0; i < 32; ++i) {
         std::vector<uint8_t> piece(
@@ -162,7 +162,7 @@ TEST_F(FirmwareUpdate, PcsyncPathFillsTheFlash) {
 TEST_F(FirmwareUpdate, PcsyncPathAnnouncesAndBurns) {
     Image(70000);
     EXPECT_EQ(UpdateFirmwarePcsyncPath(device_, Path(), 4), 0);
-    EXPECT_EQ(Requests(), (std::vector<Request>{Size(130, 70000, 1000), Size(8, 70000, 1000)}));
+    EXPECT_EQ(Requests(), (Sequence{Size(130, 70000, 1000), Size(8, 70000, 1000)}));
     EXPECT_EQ(virtcam::bus::last_timeout(0x01), 100u);
     EXPECT_EQ(BulkCalls(), 137u);
     EXPECT_EQ(Log(),
@@ -214,8 +214,7 @@ TEST_F(FirmwareUpdate, BulkPathFillsTheFlashAndChoosesTheBurnRequest) {
         EXPECT_EQ(UpdateFirmware(device_, Path(), chip), 0);
         EXPECT_EQ(Flash(), image);
         const auto bits = static_cast<uint32_t>(size);
-        EXPECT_EQ(Requests(),
-                  (std::vector<Request>{Size(130, bits, 1000), Size(request, bits, 30000)}));
+        EXPECT_EQ(Requests(), (Sequence{Size(130, bits, 1000), Size(request, bits, 30000)}));
         EXPECT_EQ(BulkCalls(), (size + 32767) / 32768);
         if (size != 0) {
             EXPECT_EQ(virtcam::bus::last_timeout(0x01), 5000u);
@@ -280,7 +279,7 @@ TEST_F(FirmwareUpdate, ChecksumTravelsWithTheSize) {
     EXPECT_EQ(UpdateAitFirmwareWithCheckSum(device_, Path(), 0x1122334455667788LL), 0);
     EXPECT_EQ(
         Requests(),
-        (std::vector<Request>{
+        (Sequence{
             Size(130, 0x010203, 1000),
             Write(0x40, 7, 0, 0,
                   {0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11, 0x03, 0x02, 0x01, 0x00}, 30000),
@@ -456,9 +455,9 @@ TEST_F(FirmwareUpdate, AFolderIsNoImage) {
 
 TEST_F(FirmwareUpdate, WriteProtection) {
     EXPECT_EQ(DisableFlashWP(device_), 0);
-    EXPECT_EQ(Requests(), (std::vector<Request>{
-                              Write(0x20, 0x01, 0x0E00, 0x0600, Block(16, {0x07, 0x00}), 1000),
-                              Write(0x20, 0x01, 0x0E00, 0x0600, Block(16, {0x07, 0x02}), 1000)}));
+    EXPECT_EQ(Requests(),
+              (Sequence{Write(0x20, 0x01, 0x0E00, 0x0600, Block(16, {0x07, 0x00}), 1000),
+                        Write(0x20, 0x01, 0x0E00, 0x0600, Block(16, {0x07, 0x02}), 1000)}));
     EXPECT_EQ(DisableFlashWP(nullptr), 0);
 }
 

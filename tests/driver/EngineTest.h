@@ -5,7 +5,6 @@
 #pragma once
 
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -13,6 +12,8 @@
 #include "tests/driver/Allocations.h"
 #include "tests/driver/LibusbCalls.h"
 #include "tests/support/BusTest.h"
+#include "tests/support/ControlSequence.h"
+#include "tests/support/LockProbe.h"
 
 namespace test {
 
@@ -45,28 +46,6 @@ inline Bytes Payload(uint8_t flags, const Bytes& data = {}, uint8_t headerLength
 constexpr int kVendor = 0x114D;
 constexpr int kProduct = 0x2066;
 
-/// Bytes of a control transfer and its setup packet, as a test compares them.
-struct Request {
-    int type;
-    int request;
-    int value;
-    int index;
-    std::vector<uint8_t> data;
-    unsigned int timeout = 5000;
-
-    bool operator==(const Request&) const = default;
-};
-
-inline std::ostream& operator<<(std::ostream& out, const Request& request) {
-    out << std::hex << "type " << request.type << " request " << request.request << " value "
-        << request.value << " index " << request.index << std::dec << " timeout " << request.timeout
-        << " data";
-    for (const int byte : request.data) {
-        out << " " << byte;
-    }
-    return out;
-}
-
 class EngineTest : public BusTest {
   protected:
     /// The bus does not print its complaints: the tests read them.
@@ -98,16 +77,6 @@ class EngineTest : public BusTest {
         LibusbCalls::instance().reset();
     }
 
-    /// Control transfers since the logs were cleared, alternate-setting requests excluded.
-    static std::vector<Request> Requests() {
-        std::vector<Request> all;
-        for (const auto& record : virtcam::bus::control_log()) {
-            all.push_back({record.setup.request_type, record.setup.request, record.setup.value,
-                           record.setup.index, record.data, record.timeout_ms});
-        }
-        return all;
-    }
-
     /// Names of the calls since the logs were cleared, with the first number where there is one.
     static std::vector<std::string> Calls() {
         std::vector<std::string> all;
@@ -136,14 +105,7 @@ class EngineTest : public BusTest {
     template <typename Init>
     bool HoldsTheDeviceLockToItsEnd(Init init) {
         bool held = false;
-        usb().on_alternate_setting([&] {
-            std::thread([&] {
-                held = pthread_mutex_trylock(m_libusb_ctrl_lock.Get()) != 0;
-                if (!held) {
-                    m_libusb_ctrl_lock.Release();
-                }
-            }).join();
-        });
+        usb().on_alternate_setting([&] { held = !IsFree(m_libusb_ctrl_lock); });
         EXPECT_EQ(init(), 0);
         usb().on_alternate_setting(nullptr);
         return held;

@@ -36,11 +36,12 @@ const Logged kVolumeLine{4, "UAC SetVolume Min=-4096, Max=0, Vol=-1\r\n"};
 
 TEST_F(UacStream, SetsAndReadsTheRateReadsTheRangeAndAppliesTheVolume) {
     ASSERT_EQ(Start(), 0);
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x22, 0x01, 0x0100, 0x0082, {0x80, 0x3E, 0x00}},
-                                                {0xA2, 0x81, 0x0100, 0x0082, {0x80, 0x3E, 0x00}},
-                                                {0xA1, 0x83, 0x0200, 0x0503, {0x00, 0x00}},
-                                                {0xA1, 0x82, 0x0200, 0x0503, {0x00, 0xF0}},
-                                                {0x21, 0x01, 0x0200, 0x0503, {0xFF, 0xFF}}}));
+    EXPECT_EQ(Requests(),
+              (Sequence{Write(0x22, 0x01, 0x0100, 0x0082, {0x80, 0x3E, 0x00}),
+                        Read(0xA2, 0x81, 0x0100, 0x0082, 3), Read(0xA1, 0x83, 0x0200, 0x0503, 2),
+                        Read(0xA1, 0x82, 0x0200, 0x0503, 2),
+                        Write(0x21, 0x01, 0x0200, 0x0503, {0xFF, 0xFF})}));
+    EXPECT_EQ(Answers(), (std::vector<Bytes>{{0x80, 0x3E, 0x00}, {0x00, 0x00}, {0x00, 0xF0}}));
     EXPECT_EQ(Log(), (Lines{kStartLine, kVolumeLine}));
     EXPECT_TRUE(m_Engine->IsStreaming);
     EXPECT_EQ(m_Engine->UAC_GetMaxVolume(), 0);
@@ -343,7 +344,7 @@ TEST_F(UacStream, VolumeSurvivesARestart) {
     Forget();
     ASSERT_EQ(Start(), 0);
     EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -1000);
-    EXPECT_EQ(Requests().back(), (Request{0x21, 0x01, 0x0200, 0x0503, {0x18, 0xFC}}));
+    EXPECT_EQ(Requests().back(), Write(0x21, 0x01, 0x0200, 0x0503, {0x18, 0xFC}));
 }
 
 TEST_F(UacStream, VolumeIsSetWithinTheRangeOnly) {
@@ -357,8 +358,8 @@ TEST_F(UacStream, VolumeIsSetWithinTheRangeOnly) {
     EXPECT_EQ(m_Engine->UAC_GetCurVolume(), 0);
     EXPECT_EQ(m_Engine->UAC_SetCurVolume(-4096), 0);
     EXPECT_EQ(m_Engine->UAC_GetCurVolume(), -4096);
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0200, 0x0503, {0x00, 0x00}},
-                                                {0x21, 0x01, 0x0200, 0x0503, {0x00, 0xF0}}}));
+    EXPECT_EQ(Requests(), (Sequence{Write(0x21, 0x01, 0x0200, 0x0503, {0x00, 0x00}),
+                                    Write(0x21, 0x01, 0x0200, 0x0503, {0x00, 0xF0})}));
     EXPECT_EQ(Log(), (Lines{{4, "UAC SetVolume Min=-4096, Max=0, Vol=0\r\n"},
                             {4, "UAC SetVolume Min=-4096, Max=0, Vol=-4096\r\n"}}));
 }
@@ -385,7 +386,7 @@ TEST_F(UacStream, VolumeThatIsRefusedDoesNotFailTheStart) {
 
 TEST_F(UacStream, SamplingRateIsSetByItself) {
     EXPECT_EQ(m_Engine->UAC_SetSamplingRate(24000), 3);
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x22, 0x01, 0x0100, 0x0082, {0xC0, 0x5D, 0x00}}}));
+    EXPECT_EQ(Requests(), (Sequence{Write(0x22, 0x01, 0x0100, 0x0082, {0xC0, 0x5D, 0x00})}));
     EXPECT_TRUE(Log().empty());
     virtcam::bus::add_fault(OnRequest(0x22, 0x01, "stall"));
     EXPECT_EQ(m_Engine->UAC_SetSamplingRate(24000), LIBUSB_ERROR_PIPE);
@@ -406,13 +407,7 @@ TEST_F(UacStream, StopCancelsSelectsIdleSleepsAndFrees) {
         }
         selected = CountCalls("libusb_set_interface_alt_setting");
         freed = CountCalls("libusb_free_transfer");
-        lockFree = std::async(std::launch::async, [&] {
-                       const bool taken = pthread_mutex_trylock(m_Engine->m_TransferMtx.Get()) == 0;
-                       if (taken) {
-                           m_Engine->m_TransferMtx.Release();
-                       }
-                       return taken;
-                   }).get();
+        lockFree = IsFree(m_Engine->m_TransferMtx);
     });
     EXPECT_EQ(m_Engine->UAC_DisableAudioStream(), 0);
     EXPECT_EQ(Calls(),

@@ -414,13 +414,14 @@ TEST_F(VideoCapture, ControlsAreForwarded) {
     EXPECT_TRUE(m_Capture->GetPTZ(0x009A090D, &value));
     EXPECT_EQ(value, 3);
     EXPECT_FALSE(m_Capture->GetPTZ(0x009A090B, &value));
-    EXPECT_EQ(Requests(), (std::vector<Request>{
-                              {0x21, 0x01, 0x0100, 0x0600, {0x08, 0xFF, 0xCD, 0xAB, 0, 0, 0, 0}},
-                              {0x21, 0x01, 0x0100, 0x0600, {0x02, 0x1E, 0x01, 0, 0, 0, 0, 0}},
-                              {0x21, 0x01, 0x0100, 0x0600, {0x04, 0, 0, 0, 0, 0, 0, 0}},
-                              {0x21, 0x01, 0x0500, 0x0300, {2}},
-                              {0x21, 0x01, 0x0B00, 0x0100, {3, 0}},
-                              {0xA1, 0x81, 0x0B00, 0x0100, {3, 0}}}));
+    EXPECT_EQ(
+        Requests(),
+        (Sequence{Write(0x21, 0x01, 0x0100, 0x0600, {0x08, 0xFF, 0xCD, 0xAB, 0, 0, 0, 0}),
+                  Write(0x21, 0x01, 0x0100, 0x0600, {0x02, 0x1E, 0x01, 0, 0, 0, 0, 0}),
+                  Write(0x21, 0x01, 0x0100, 0x0600, {0x04, 0, 0, 0, 0, 0, 0, 0}),
+                  Write(0x21, 0x01, 0x0500, 0x0300, {2}), Write(0x21, 0x01, 0x0B00, 0x0100, {3, 0}),
+                  Read(0xA1, 0x81, 0x0B00, 0x0100, 2)}));
+    EXPECT_EQ(Answers(), (std::vector<Bytes>{{3, 0}}));
     virtcam::bus::clear_logs();
     virtcam::bus::add_fault(
         {{"on", {{"control", nlohmann::json::object()}}}, {"do", {{"return", 2}}}});
@@ -429,7 +430,7 @@ TEST_F(VideoCapture, ControlsAreForwarded) {
     EXPECT_EQ(m_Capture->AitCommandGet(0x0F, data.data(), 3), 2);
     const auto requests = Requests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0], (Request{0x21, 0x01, 0x0E00, 0x0600, {1, 2, 3}}));
+    EXPECT_EQ(requests[0], Write(0x21, 0x01, 0x0E00, 0x0600, {1, 2, 3}));
     EXPECT_EQ(requests[1].value, 0x0F00);
 }
 
@@ -594,7 +595,7 @@ TEST_F(AudioCapture, WithoutACameraItIsNotReady) {
 
 TEST_F(AudioCapture, ChannelAndFormatAreIgnored) {
     Open();
-    std::vector<std::vector<Request>> seen;
+    std::vector<Sequence> seen;
     for (const auto& [channel, format] : {std::pair<int, int>{2, 0}, {1, 7}}) {
         Forget();
         EXPECT_TRUE(m_Capture->ConfigureDev(static_cast<uint8_t>(channel), 16000,
@@ -685,12 +686,9 @@ TEST_F(AudioCapture, PercentMapsOntoTheRange) {
             EXPECT_TRUE(Requests().empty()) << test.percent;
             continue;
         }
-        EXPECT_EQ(Requests(), (std::vector<Request>{{0x21,
-                                                     0x01,
-                                                     0x0200,
-                                                     0x0503,
-                                                     {static_cast<uint8_t>(*test.volume),
-                                                      static_cast<uint8_t>(*test.volume >> 8)}}}))
+        EXPECT_EQ(Requests(), (Sequence{Write(0x21, 0x01, 0x0200, 0x0503,
+                                              {static_cast<uint8_t>(*test.volume),
+                                               static_cast<uint8_t>(*test.volume >> 8)})}))
             << test.percent;
     }
 }

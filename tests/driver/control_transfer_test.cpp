@@ -39,18 +39,6 @@ class ControlTransfer : public EngineTest {
         return libusb_control_transfer_(m_Device.Handle(), 0xA1, 0x81, 0x0600, 0x0100, data, 2,
                                         timeout);
     }
-    static bool LockIsFree() {
-        return std::async(std::launch::async,
-                          [] {
-                              if (pthread_mutex_trylock(gCtrlTransferMtx.Get()) != 0) {
-                                  return false;
-                              }
-                              gCtrlTransferMtx.Release();
-                              return true;
-                          })
-            .get();
-    }
-
     Device m_Device;
 };
 
@@ -59,14 +47,14 @@ TEST_F(ControlTransfer, PassesItsArgumentsAndResultThrough) {
     unsigned char data[] = {0x34, 0x12};
     EXPECT_EQ(
         libusb_control_transfer_(m_Device.Handle(), 0x21, 0x01, 0x0600, 0x0100, data, 2, 1234), 2);
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0600, 0x0100, {0x34, 0x12}, 1234}}));
+    EXPECT_EQ(Requests(), (Sequence{Write(0x21, 0x01, 0x0600, 0x0100, {0x34, 0x12}, 1234)}));
     unsigned char read[2] = {};
     virtcam::bus::add_fault(
         {{"on", {{"control", {{"request", 0x81}}}}}, {"do", {{"reply", "7856"}}}});
     EXPECT_EQ(ReadFocus(read, 77), 2);
     EXPECT_EQ(read[0], 0x78);
     EXPECT_EQ(read[1], 0x56);
-    EXPECT_EQ(Requests().back().timeout, 77u);
+    EXPECT_EQ(Requests().back().timeout_ms, 77u);
 }
 
 TEST_F(ControlTransfer, FailureGivesTheNegativeCodeAndFreesTheLock) {
@@ -75,7 +63,7 @@ TEST_F(ControlTransfer, FailureGivesTheNegativeCodeAndFreesTheLock) {
         virtcam::bus::add_fault(FailCall("libusb_control_transfer", error));
         unsigned char data[2];
         EXPECT_EQ(ReadFocus(data), error);
-        EXPECT_TRUE(LockIsFree());
+        EXPECT_TRUE(IsFree(gCtrlTransferMtx));
     }
 }
 
@@ -95,7 +83,7 @@ TEST_F(ControlTransfer, TwoThreadsAreServedOneAfterTheOtherEachWithItsOwnResult)
     // Answered by the camera, and the answer held back: the first is inside its transfer.
     ASSERT_TRUE(
         virtcam::bus::wait_until([] { return virtcam::bus::control_log().size() == 1; }, kLimit));
-    EXPECT_FALSE(LockIsFree());
+    EXPECT_FALSE(IsFree(gCtrlTransferMtx));
     unsigned char second[2] = {};
     auto two = std::async(std::launch::async, [&] {
         return libusb_control_transfer_(m_Device.Handle(), 0xA1, 0x82, 0x0600, 0x0100, second, 2,
@@ -107,7 +95,7 @@ TEST_F(ControlTransfer, TwoThreadsAreServedOneAfterTheOtherEachWithItsOwnResult)
     EXPECT_EQ(one.get(), 1);
     EXPECT_EQ(two.get(), 2);
     EXPECT_EQ(first[0], 0x11);
-    EXPECT_TRUE(LockIsFree());
+    EXPECT_TRUE(IsFree(gCtrlTransferMtx));
 }
 
 }  // namespace

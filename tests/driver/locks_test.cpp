@@ -11,6 +11,7 @@
 
 #include "LibusbWrap.h"
 #include "ptasking.h"
+#include "tests/support/LockProbe.h"
 #include "tests/support/PluginTest.h"
 
 namespace test {
@@ -29,28 +30,15 @@ void GiveItTime() {
 class Locks : public PluginTest {};
 class Events : public PluginTest {};
 
-/// Whether another thread could take the lock at this moment.
-bool FreeForOthers(pthread_mutex_t* mutex) {
-    return std::async(std::launch::async,
-                      [mutex] {
-                          if (pthread_mutex_trylock(mutex) != 0) {
-                              return false;
-                          }
-                          pthread_mutex_unlock(mutex);
-                          return true;
-                      })
-        .get();
-}
-
 TEST_F(Locks, MutexIsRecursiveAndReleasedAsOftenAsAcquired) {
     pMutex mutex;
     EXPECT_TRUE(mutex.Acquire());
     EXPECT_TRUE(mutex.Acquire());
-    EXPECT_FALSE(FreeForOthers(mutex.Get()));
+    EXPECT_FALSE(IsFree(mutex.Get()));
     mutex.Release();
-    EXPECT_FALSE(FreeForOthers(mutex.Get()));
+    EXPECT_FALSE(IsFree(mutex.Get()));
     mutex.Release();
-    EXPECT_TRUE(FreeForOthers(mutex.Get()));
+    EXPECT_TRUE(IsFree(mutex.Get()));
 }
 
 TEST_F(Locks, ScopedLockHoldsForItsScope) {
@@ -59,11 +47,11 @@ TEST_F(Locks, ScopedLockHoldsForItsScope) {
         pMutexLock outer(mutex);
         {
             pMutexLock inner(mutex);
-            EXPECT_FALSE(FreeForOthers(mutex.Get()));
+            EXPECT_FALSE(IsFree(mutex.Get()));
         }
-        EXPECT_FALSE(FreeForOthers(mutex.Get()));
+        EXPECT_FALSE(IsFree(mutex.Get()));
     }
-    EXPECT_TRUE(FreeForOthers(mutex.Get()));
+    EXPECT_TRUE(IsFree(mutex.Get()));
 }
 
 TEST_F(Locks, MutexWorksWhenItsAttributeCannotBeMade) {
@@ -72,9 +60,9 @@ TEST_F(Locks, MutexWorksWhenItsAttributeCannotBeMade) {
     CamMutex other;
     system_calls().pthread_mutexattr_init = 0;
     EXPECT_TRUE(mutex.Acquire());
-    EXPECT_FALSE(FreeForOthers(mutex.Get()));
+    EXPECT_FALSE(IsFree(mutex.Get()));
     mutex.Release();
-    EXPECT_TRUE(FreeForOthers(mutex.Get()));
+    EXPECT_TRUE(IsFree(mutex.Get()));
     other.Lock();
     other.Unlock();
 }
@@ -96,10 +84,10 @@ TEST_F(Locks, ProcessWideLocksAreRecursive) {
     for (pMutex* mutex : {&gCtrlTransferMtx, &m_libusb_ctrl_lock}) {
         pMutexLock outer(*mutex);
         pMutexLock inner(*mutex);
-        EXPECT_FALSE(FreeForOthers(mutex->Get()));
+        EXPECT_FALSE(IsFree(mutex->Get()));
     }
-    EXPECT_TRUE(FreeForOthers(gCtrlTransferMtx.Get()));
-    EXPECT_TRUE(FreeForOthers(m_libusb_ctrl_lock.Get()));
+    EXPECT_TRUE(IsFree(gCtrlTransferMtx.Get()));
+    EXPECT_TRUE(IsFree(m_libusb_ctrl_lock.Get()));
 }
 
 TEST_F(Locks, CamMutexExcludesOthers) {
@@ -319,7 +307,7 @@ TEST_F(Events, TriggerTakesTheMutexAroundTheSignal) {
         EXPECT_FALSE(triggered);
     }
     thread.join();
-    EXPECT_TRUE(FreeForOthers(mutex.Get()));
+    EXPECT_TRUE(IsFree(mutex.Get()));
 }
 
 TEST_F(Events, InternalMutexServesWaitAndTriggerWithoutArgument) {
@@ -341,7 +329,7 @@ TEST_F(Events, WaitGivesTheMutexUpAndTakesItAgain) {
     waiter.AwaitWaiting();  // takes the mutex, so the waiter has given it up
     event.Trigger(mutex);
     EXPECT_TRUE(waiter.Join());
-    EXPECT_TRUE(FreeForOthers(mutex.Get()));
+    EXPECT_TRUE(IsFree(mutex.Get()));
 }
 
 }  // namespace

@@ -37,13 +37,13 @@ TEST_F(UvcControls, QueryEncodesTheRequest) {
     EXPECT_EQ(m_Engine->UVC_query_ctrl(0x83, 3, 0, 2, data.data(), 2, 3), 2);
     auto requests = Requests();
     ASSERT_EQ(requests.size(), 4u);
-    EXPECT_EQ(requests[0], (Request{0x21, 0x01, 0x0200, 0x0300, {1, 2}, 4321}));
+    EXPECT_EQ(requests[0], Write(0x21, 0x01, 0x0200, 0x0300, {1, 2}, 4321));
     for (size_t i = 1; i < 4; ++i) {
         EXPECT_EQ(requests[i].type, 0xA1);
         EXPECT_EQ(requests[i].request, 0x80 + static_cast<int>(i));
         EXPECT_EQ(requests[i].value, 0x0200);
         EXPECT_EQ(requests[i].index, 0x0300);
-        EXPECT_EQ(requests[i].timeout, i);
+        EXPECT_EQ(requests[i].timeout_ms, i);
     }
 }
 
@@ -53,7 +53,7 @@ TEST_F(UvcControls, QueryPutsUnitAndInterfaceIntoTheIndex) {
     virtcam::bus::clear_faults();
     virtcam::bus::add_fault({{"on", {{"control", nlohmann::json::object()}}}, {"do", "stall"}});
     m_Engine->UVC_query_ctrl(0x01, 0xFE, 1, 0xFF, &byte, 1, 5000);
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0xFF00, 0xFE01, {0}}}));
+    EXPECT_EQ(Requests(), (Sequence{Write(0x21, 0x01, 0xFF00, 0xFE01, {0})}));
 }
 
 TEST_F(UvcControls, QueryWithoutADeviceSendsNothing) {
@@ -89,7 +89,7 @@ TEST_F(UvcControls, IspCommandIsEightBytesOnSelectorOne) {
     Bytes command = {0x04, 1, 2, 3, 4, 5, 6, 7, 99};
     EXPECT_EQ(m_Engine->AitISPCommand(command.data(), nullptr), 8);
     command.pop_back();
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0100, 0x0600, command}}));
+    EXPECT_EQ(Requests(), (Sequence{Write(0x21, 0x01, 0x0100, 0x0600, command)}));
 }
 
 TEST_F(UvcControls, CommandSendAndGetUseTheirSelectorAndLength) {
@@ -104,9 +104,9 @@ TEST_F(UvcControls, CommandSendAndGetUseTheirSelectorAndLength) {
     EXPECT_EQ(m_Engine->AitCommandGet(0x0F, data.data(), 200), 3);
     const auto requests = Requests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0], (Request{0x21, 0x01, 0x0E00, 0x0600, {9, 8, 7, 6, 5}}));
-    EXPECT_EQ(requests[1], (Request{0xA1, 0x81, 0x0F00, 0x0600, {}}));
-    EXPECT_EQ(virtcam::bus::control_log()[1].setup.length, 200);
+    EXPECT_EQ(requests[0], Write(0x21, 0x01, 0x0E00, 0x0600, {9, 8, 7, 6, 5}));
+    EXPECT_EQ(requests[1], Read(0xA1, 0x81, 0x0F00, 0x0600, 200));
+    EXPECT_EQ(Answers(), (std::vector<Bytes>{{}}));
 }
 
 TEST_F(UvcControls, CommandGetFillsTheBuffer) {
@@ -120,10 +120,10 @@ TEST_F(UvcControls, EncoderCommandsCarryLittleEndianNumbers) {
     EXPECT_TRUE(m_Engine->SetBitrate(0x1234));
     EXPECT_TRUE(m_Engine->SetFramerate(0x5678));
     EXPECT_TRUE(m_Engine->RequestKeyFrame());
-    EXPECT_EQ(Requests(), (std::vector<Request>{
-                              {0x21, 0x01, 0x0100, 0x0600, {0x08, 0xFF, 0x34, 0x12, 0, 0, 0, 0}},
-                              {0x21, 0x01, 0x0100, 0x0600, {0x02, 0x78, 0x56, 0, 0, 0, 0, 0}},
-                              {0x21, 0x01, 0x0100, 0x0600, {0x04, 0, 0, 0, 0, 0, 0, 0}}}));
+    EXPECT_EQ(Requests(),
+              (Sequence{Write(0x21, 0x01, 0x0100, 0x0600, {0x08, 0xFF, 0x34, 0x12, 0, 0, 0, 0}),
+                        Write(0x21, 0x01, 0x0100, 0x0600, {0x02, 0x78, 0x56, 0, 0, 0, 0, 0}),
+                        Write(0x21, 0x01, 0x0100, 0x0600, {0x04, 0, 0, 0, 0, 0, 0, 0})}));
 }
 
 TEST_F(UvcControls, EncoderCommandsNeedMoreThanNothingMoved) {
@@ -149,10 +149,10 @@ constexpr unsigned int kZoom = 0x009A090D;
 TEST_F(UvcControls, GetReadsEachAxisFromItsBytes) {
     struct Case {
         unsigned int id;
-        int value;
+        uint16_t value;
         const char* answer;
         int expected;
-        size_t length;
+        uint16_t length;
     };
     const Case cases[] = {
         {kPan, 0x0D00, "70f1ffff04030201", -3728, 8},
@@ -167,15 +167,9 @@ TEST_F(UvcControls, GetReadsEachAxisFromItsBytes) {
         int value = 0x55555555;
         EXPECT_TRUE(m_Engine->GetPTZ(test.id, &value));
         EXPECT_EQ(value, test.expected);
-        const auto requests = Requests();
-        ASSERT_EQ(requests.size(), 1u);
-        EXPECT_EQ(requests[0].type, 0xA1);
-        EXPECT_EQ(requests[0].request, 0x81);
-        EXPECT_EQ(requests[0].value, test.value);
-        EXPECT_EQ(requests[0].index, 0x0100);
-        EXPECT_EQ(requests[0].data.size(), test.length);
-        EXPECT_EQ(requests[0].timeout, 5000u);
-        EXPECT_EQ(virtcam::bus::control_log()[0].setup.length, test.length);
+        EXPECT_EQ(Requests(), (Sequence{Read(0xA1, 0x81, test.value, 0x0100, test.length)}));
+        ASSERT_EQ(Answers().size(), 1u);
+        EXPECT_EQ(Answers()[0].size(), test.length);
     }
 }
 
@@ -212,9 +206,8 @@ TEST_F(UvcControls, PanGoesOutWithTheTiltThatTheCameraReports) {
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[0].request, 0x81);
     EXPECT_EQ(requests[0].value, 0x0D00);
-    EXPECT_EQ(
-        requests[1],
-        (Request{0x21, 0x01, 0x0D00, 0x0100, {0xF0, 0xF1, 0xFF, 0xFF, 0x04, 0x03, 0x02, 0x01}}));
+    EXPECT_EQ(requests[1],
+              Write(0x21, 0x01, 0x0D00, 0x0100, {0xF0, 0xF1, 0xFF, 0xFF, 0x04, 0x03, 0x02, 0x01}));
 }
 
 TEST_F(UvcControls, TiltGoesOutWithThePanThatTheCameraReports) {
@@ -223,24 +216,22 @@ TEST_F(UvcControls, TiltGoesOutWithThePanThatTheCameraReports) {
     const auto requests = Requests();
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[1],
-              (Request{0x21, 0x01, 0x0D00, 0x0100, {0x04, 0x03, 0x02, 0x01, 0x20, 0x1C, 0, 0}}));
+              Write(0x21, 0x01, 0x0D00, 0x0100, {0x04, 0x03, 0x02, 0x01, 0x20, 0x1C, 0, 0}));
 }
 
 TEST_F(UvcControls, PartnerThatCannotBeReadCountsAsZero) {
     virtcam::bus::add_fault({{"on", {{"control", {{"request", 0x81}}}}}, {"do", "stall"}});
     EXPECT_TRUE(m_Engine->SetPTZ(kPan, 3600));
-    EXPECT_EQ(Requests().back(),
-              (Request{0x21, 0x01, 0x0D00, 0x0100, {0x10, 0x0E, 0, 0, 0, 0, 0, 0}}));
+    EXPECT_EQ(Requests().back(), Write(0x21, 0x01, 0x0D00, 0x0100, {0x10, 0x0E, 0, 0, 0, 0, 0, 0}));
     EXPECT_TRUE(m_Engine->SetPTZ(kTilt, 3600));
-    EXPECT_EQ(Requests().back(),
-              (Request{0x21, 0x01, 0x0D00, 0x0100, {0, 0, 0, 0, 0x10, 0x0E, 0, 0}}));
+    EXPECT_EQ(Requests().back(), Write(0x21, 0x01, 0x0D00, 0x0100, {0, 0, 0, 0, 0x10, 0x0E, 0, 0}));
 }
 
 TEST_F(UvcControls, FocusAndZoomSendTheLowSixteenBits) {
     EXPECT_TRUE(m_Engine->SetPTZ(kFocus, 0x12345678));
     EXPECT_TRUE(m_Engine->SetPTZ(kZoom, -2));
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0600, 0x0100, {0x78, 0x56}},
-                                                {0x21, 0x01, 0x0B00, 0x0100, {0xFE, 0xFF}}}));
+    EXPECT_EQ(Requests(), (Sequence{Write(0x21, 0x01, 0x0600, 0x0100, {0x78, 0x56}),
+                                    Write(0x21, 0x01, 0x0B00, 0x0100, {0xFE, 0xFF})}));
 }
 
 TEST_F(UvcControls, SetsFailOnNegativeResultsOnly) {
@@ -271,9 +262,8 @@ TEST_F(UvcControls, ProcessingUnitSendsOneOrTwoBytesPerSelector) {
             continue;
         }
         const Bytes data = lengths[selector] == 1 ? Bytes{0xC3} : Bytes{0xC3, 0xB2};
-        EXPECT_EQ(
-            requests,
-            (std::vector<Request>{{0x21, 0x01, static_cast<int>(selector << 8), 0x0300, data}}))
+        EXPECT_EQ(requests,
+                  (Sequence{Write(0x21, 0x01, static_cast<uint16_t>(selector << 8), 0x0300, data)}))
             << selector;
     }
     EXPECT_FALSE(m_Engine->SetPU(0x102, 1));

@@ -149,24 +149,12 @@ TEST_F(UvcOpen, HoldsTheDeviceLockToItsEnd) {
 }
 
 TEST_F(UvcOpen, FreesTheDeviceLockOnEveryWayOut) {
-    const auto free = [] {
-        return std::async(std::launch::async,
-                          [] {
-                              const bool taken =
-                                  pthread_mutex_trylock(m_libusb_ctrl_lock.Get()) == 0;
-                              if (taken) {
-                                  m_libusb_ctrl_lock.Release();
-                              }
-                              return taken;
-                          })
-            .get();
-    };
     virtcam::bus::unplug();
     Init();
-    EXPECT_TRUE(free());
+    EXPECT_TRUE(IsFree(m_libusb_ctrl_lock));
     virtcam::bus::plug();
     Init();
-    EXPECT_TRUE(free());
+    EXPECT_TRUE(IsFree(m_libusb_ctrl_lock));
 }
 
 TEST_F(UvcOpen, DestructionReleasesBothInterfacesClosesAndExits) {

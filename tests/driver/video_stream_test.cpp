@@ -70,12 +70,11 @@ TEST_F(UvcStream, NegotiatesInTwoPasses) {
     ASSERT_EQ(Start(), 0);
     const Bytes proposal = Probe(4, 4, kThirtyPerSecond);
     // The sixth carries the device's answer; the fourth nothing of the limits.
-    EXPECT_EQ(Requests(), (std::vector<Request>{{0x21, 0x01, 0x0100, 1, proposal},
-                                                {0xA1, 0x83, 0x0100, 1, limits},
-                                                {0xA1, 0x82, 0x0100, 1, limits},
-                                                {0x21, 0x01, 0x0100, 1, proposal},
-                                                {0xA1, 0x81, 0x0100, 1, agreed},
-                                                {0x21, 0x01, 0x0200, 1, agreed}}));
+    EXPECT_EQ(Requests(),
+              (Sequence{Write(0x21, 0x01, 0x0100, 1, proposal), Read(0xA1, 0x83, 0x0100, 1, 26),
+                        Read(0xA1, 0x82, 0x0100, 1, 26), Write(0x21, 0x01, 0x0100, 1, proposal),
+                        Read(0xA1, 0x81, 0x0100, 1, 26), Write(0x21, 0x01, 0x0200, 1, agreed)}));
+    EXPECT_EQ(Answers(), (std::vector<Bytes>{limits, limits, agreed}));
 }
 
 TEST_F(UvcStream, ProposalCarriesIndicesAndInterval) {
@@ -412,13 +411,7 @@ TEST_F(UvcStream, TransferLockIsFreeDuringTheSleepOfTheStop) {
     bool free = false;
     clock().on_sleep([&](const SleepCall& call) {
         if (call.duration == 200ms) {
-            free = std::async(std::launch::async, [&] {
-                       const bool taken = pthread_mutex_trylock(m_Engine->m_TransferMtx.Get()) == 0;
-                       if (taken) {
-                           m_Engine->m_TransferMtx.Release();
-                       }
-                       return taken;
-                   }).get();
+            free = IsFree(m_Engine->m_TransferMtx);
         }
     });
     m_Engine->UVC_DisableVideoStream();

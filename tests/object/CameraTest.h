@@ -166,8 +166,8 @@ class CameraTest : public BusTest {
     }
 
     /// Requests since Forget, without the monitor's question.
-    static std::vector<Request> Sent() {
-        std::vector<Request> some;
+    static Sequence Sent() {
+        Sequence some;
         for (const Request& request : Requests()) {
             if (request.type != 0xA0) {
                 some.push_back(request);

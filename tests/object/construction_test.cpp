@@ -213,13 +213,13 @@ TEST_P(Frequency, IsReadFromItsFileAndSentOnce) {
     for (int round = 0; round < 2; ++round) {
         Forget();
         ASSERT_TRUE(camera_->StartRecording());
-        std::vector<Request> flicker;
+        Sequence flicker;
         for (const Request& request : Sent()) {
             if (request.index == 0x0300) {
                 flicker.push_back(request);
             }
         }
-        std::vector<Request> expected;
+        Sequence expected;
         if (GetParam().sent != 0 && round == 0) {
             expected.push_back(
                 Write(0x21, 0x01, 0x0500, 0x0300, {static_cast<uint8_t>(GetParam().sent)}, 5000));

@@ -1,6 +1,4 @@
 // Which lock is held where: hosts and workers depend on it for not waiting for each other.
-#include <pthread.h>
-
 #include <atomic>
 #include <latch>
 #include <memory>
@@ -8,21 +6,10 @@
 #include <thread>
 
 #include "tests/object/CameraTest.h"
+#include "tests/support/LockProbe.h"
 
 namespace test {
 namespace {
-
-/// Whether another thread could take the lock now.
-bool IsFree(pMutex& mutex) {
-    bool taken = false;
-    std::thread([&] {
-        taken = pthread_mutex_trylock(mutex.Get()) == 0;
-        if (taken) {
-            pthread_mutex_unlock(mutex.Get());
-        }
-    }).join();
-    return taken;
-}
 
 struct LockState {
     bool start_stop = false;

@@ -352,7 +352,7 @@ TEST_F(Newcomer, OfTheMainStreamGetsAKeyFrameWhilePlaying) {
     camera_->RegisterObserver(&main);  // registered already
     EXPECT_TRUE(Sent().empty());
     camera_->RegisterObserver(&other);
-    EXPECT_EQ(Sent(), (std::vector<Request>{Isp({0x04})}));
+    EXPECT_EQ(Sent(), (Sequence{Isp({0x04})}));
     camera_->StopRecording();
 }
 

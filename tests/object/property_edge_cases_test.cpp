@@ -9,7 +9,6 @@ const char kNoCapturer[] = "video_capturer is NULL or m_State is CAM_STATE_DISCO
 
 class PropertyEdge : public CameraTest {
   protected:
-    typedef std::vector<Request> Sequence;
     int Answer(int property) {
         EXPECT_TRUE(Get(property));
         return last_.value;

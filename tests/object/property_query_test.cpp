@@ -9,7 +9,6 @@ namespace {
 
 class PropertyQuery : public CameraTest {
   protected:
-    typedef std::vector<Request> Sequence;
 };
 
 TEST_F(PropertyQuery, PositionsInDegreesTowardsZero) {

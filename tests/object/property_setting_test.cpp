@@ -17,7 +17,6 @@ std::string Failure(int property) {
 
 class PropertySetting : public CameraTest {
   protected:
-    typedef std::vector<Request> Sequence;
     /// Lines of this thread about the call, beginning with its frame line.
     Lines Log() { return CameraTest::Log(OfThisThread); }
     static std::string FrameLine(int property, CAM_PROP_VALUE param) {

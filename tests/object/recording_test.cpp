@@ -20,8 +20,6 @@ std::vector<uint8_t> Probe(uint8_t format, uint8_t frame) {
 
 class Recording : public CameraTest {
   protected:
-    typedef std::vector<Request> Sequence;
-
     static Sequence Negotiation(uint8_t format = 4, uint8_t frame = 1) {
         const auto probe = Probe(format, frame);
         return {Write(0x21, 0x01, 0x0100, 0x0001, probe, 5000),

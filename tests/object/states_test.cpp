@@ -36,7 +36,7 @@ TEST_F(States, StopRecording) {
         EXPECT_LOG_COUNT(1, "video_capturer is NULL or m_State is CAM_STATE_DISCONNECTED !!!\r\n",
                          static_cast<size_t>(disconnected));
         // A lost camera's light is not switched, and nobody is told of an end.
-        EXPECT_EQ(Sent(), disconnected ? std::vector<Request>{} : std::vector{Light(0)});
+        EXPECT_EQ(Sent(), disconnected ? Sequence{} : std::vector{Light(0)});
         EXPECT_LOG_COUNT(1, "Null Gray or NV12 Data is received !!!\r\n", disconnected ? 0u : 2u);
     }
     camera_->SetState(CAM_STATE_READY);
@@ -94,8 +94,8 @@ TEST_F(States, RegistrationOfAMainObserver) {
         RecordingObserver main(CAM_STREAM_H264_MAIN);
         Enter(state);
         Report(state, "register", true, camera_->RegisterObserver(&main));
-        const std::vector<Request> key_frame = {Isp({0x04})};
-        EXPECT_EQ(Sent(), state == CAM_STATE_PLAYING ? key_frame : std::vector<Request>{});
+        const Sequence key_frame = {Isp({0x04})};
+        EXPECT_EQ(Sent(), state == CAM_STATE_PLAYING ? key_frame : Sequence{});
         Report(state, "remove", true, camera_->RemoveObserver(&main));
     }
     camera_->SetState(CAM_STATE_READY);

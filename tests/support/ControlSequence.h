@@ -22,6 +22,11 @@ struct Request {
     bool operator==(const Request&) const = default;
 };
 
+typedef std::vector<Request> Sequence;
+
+/// How long the plug-in waits for a control transfer unless it says otherwise.
+constexpr unsigned kUsualTimeoutMs = 5000;
+
 inline std::ostream& operator<<(std::ostream& out, const Request& r) {
     const auto flags = out.flags();
     out << std::hex << std::setfill('0') << std::setw(2) << int{r.type} << " " << std::setw(2)
@@ -37,13 +42,13 @@ inline std::ostream& operator<<(std::ostream& out, const Request& r) {
 
 /// A write of a block.
 inline Request Write(uint8_t type, uint8_t request, uint16_t value, uint16_t index,
-                     std::vector<uint8_t> data, unsigned timeout_ms) {
+                     std::vector<uint8_t> data, unsigned timeout_ms = kUsualTimeoutMs) {
     const auto length = static_cast<uint16_t>(data.size());
     return {type, request, value, index, std::move(data), length, timeout_ms};
 }
 
 inline Request Read(uint8_t type, uint8_t request, uint16_t value, uint16_t index, uint16_t length,
-                    unsigned timeout_ms) {
+                    unsigned timeout_ms = kUsualTimeoutMs) {
     return {type, request, value, index, {}, length, timeout_ms};
 }
 
@@ -54,8 +59,8 @@ inline std::vector<uint8_t> Block(size_t size, std::vector<uint8_t> head) {
 }
 
 /// The requests since the logs were cleared.
-inline std::vector<Request> Requests() {
-    std::vector<Request> requests;
+inline Sequence Requests() {
+    Sequence requests;
     for (const auto& record : virtcam::bus::control_log()) {
         const virtcam::model::Setup& setup = record.setup;
         requests.push_back({setup.request_type, setup.request, setup.value, setup.index,
@@ -63,6 +68,17 @@ inline std::vector<Request> Requests() {
                             setup.length, record.timeout_ms});
     }
     return requests;
+}
+
+/// What the camera answered to the reads among them.
+inline std::vector<std::vector<uint8_t>> Answers() {
+    std::vector<std::vector<uint8_t>> answers;
+    for (const auto& record : virtcam::bus::control_log()) {
+        if (record.setup.device_to_host()) {
+            answers.push_back(record.data);
+        }
+    }
+    return answers;
 }
 
 }  // namespace test
