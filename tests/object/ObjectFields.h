@@ -6,38 +6,21 @@
 
 namespace test {
 
-template <typename Tag, typename Tag::Member member>
+/// MemberOf(Tag) gives the member; the tag only declares it.
+template <typename Tag, auto kMember>
 struct Opener {
-    friend typename Tag::Member MemberOf(Tag) { return member; }
+    friend auto MemberOf(Tag) { return kMember; }
 };
-struct SignalTypeTag {
-    typedef CAM_SIGNAL_TYPE CAitOrixCamera::*Member;
-    friend Member MemberOf(SignalTypeTag);
-};
-struct VideoModeTag {
-    typedef CAM_VIDEO_MODE CAitOrixCamera::*Member;
-    friend Member MemberOf(VideoModeTag);
-};
-struct TvModeTag {
-    typedef std::atomic<TV_MODE> CAitOrixCamera::*Member;
-    friend Member MemberOf(TvModeTag);
-};
-struct StreamFormatTag {
-    typedef std::atomic<CAM_STR_FORMAT> CAitOrixCamera::*Member;
-    friend Member MemberOf(StreamFormatTag);
-};
-struct AudioCapturerTag {
-    typedef std::atomic<CAudioCapture*> CAitOrixCamera::*Member;
-    friend Member MemberOf(AudioCapturerTag);
-};
-struct CropPosXTag {
-    typedef std::atomic<uint16_t> CAitOrixCamera::*Member;
-    friend Member MemberOf(CropPosXTag);
-};
-struct CropPosYTag {
-    typedef std::atomic<uint16_t> CAitOrixCamera::*Member;
-    friend Member MemberOf(CropPosYTag);
-};
+
+// clang-format off
+struct SignalTypeTag    { friend auto MemberOf(SignalTypeTag); };
+struct VideoModeTag     { friend auto MemberOf(VideoModeTag); };
+struct TvModeTag        { friend auto MemberOf(TvModeTag); };
+struct StreamFormatTag  { friend auto MemberOf(StreamFormatTag); };
+struct AudioCapturerTag { friend auto MemberOf(AudioCapturerTag); };
+struct CropPosXTag      { friend auto MemberOf(CropPosXTag); };
+struct CropPosYTag      { friend auto MemberOf(CropPosYTag); };
+// clang-format on
 template struct Opener<SignalTypeTag, &CAitOrixCamera::m_SignalType>;
 template struct Opener<VideoModeTag, &CAitOrixCamera::m_videomode>;
 template struct Opener<TvModeTag, &CAitOrixCamera::mCurTvMode>;
