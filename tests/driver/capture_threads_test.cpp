@@ -39,17 +39,6 @@ class VideoThread : public EngineTest {
 
 const Logged kThreadEnd{4, "CAIT_CAM_LIB::run() Exit libusb thread.\n"};
 
-/// The lines that are not among those of the engine below, in order.
-Lines OwnLines(const Lines& all, const std::vector<std::string>& own) {
-    Lines picked;
-    for (const Logged& line : all) {
-        if (std::find(own.begin(), own.end(), line.second) != own.end()) {
-            picked.push_back(line);
-        }
-    }
-    return picked;
-}
-
 TEST_F(VideoThread, StartsTheThreadAfterTheStreamAndLetsItSettle) {
     bool streaming = false;
     clock().on_sleep([&](const SleepCall& call) {
@@ -112,18 +101,14 @@ TEST_F(VideoThread, StopEndsStreamThenThreadThenSelectsIdleAgain) {
     ASSERT_EQ(m_Engine->EnableStream(4, 4, 30), 0);
     Forget();
     EXPECT_EQ(m_Engine->DisableStream(), 0);
-    EXPECT_EQ(OwnLines(Log(), {"UVC_DisableVideoStream +\r\n", "UVC_DisableVideoStream finish.\r\n",
-                               "UVC_DisableVideoStream -\r\n", "VideoTransferStop +\r\n",
-                               "pthread_cancel+\n", kThreadEnd.second, "pthread_cancel-\n",
-                               "VideoTransferStop -\r\n"}),
-              (Lines{{4, "UVC_DisableVideoStream +\r\n"},
-                     {4, "UVC_DisableVideoStream finish.\r\n"},
-                     {4, "UVC_DisableVideoStream -\r\n"},
-                     {4, "VideoTransferStop +\r\n"},
-                     {4, "pthread_cancel+\n"},
-                     kThreadEnd,
-                     {4, "pthread_cancel-\n"},
-                     {4, "VideoTransferStop -\r\n"}}));
+    ExpectInOrder({{4, "UVC_DisableVideoStream +\r\n"},
+                   {4, "UVC_DisableVideoStream finish.\r\n"},
+                   {4, "UVC_DisableVideoStream -\r\n"},
+                   {4, "VideoTransferStop +\r\n"},
+                   {4, "pthread_cancel+\n"},
+                   kThreadEnd,
+                   {4, "pthread_cancel-\n"},
+                   {4, "VideoTransferStop -\r\n"}});
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}, {1, 0}}));
     EXPECT_FALSE(m_Engine->Running);
     EXPECT_FALSE(m_Engine->IsStreaming);
@@ -162,8 +147,7 @@ TEST_F(VideoThread, TheEngineStopsItsThreadItself) {
     engine.reset();
     const std::string begin = "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n";
     const std::string end = "CAIT_CAM_LIB::~CAIT_CAM_LIB()-\r\n";
-    EXPECT_EQ(OwnLines(Log(), {begin, kThreadEnd.second, end}),
-              (Lines{{4, begin}, kThreadEnd, {4, end}}));
+    ExpectInOrder({{4, begin}, kThreadEnd, {4, end}});
 }
 
 TEST_F(VideoThread, RestartsManyTimes) {
@@ -519,16 +503,13 @@ TEST_F(AudioThread, StopEndsStreamThenThread) {
     ASSERT_EQ(m_Engine->EnableStream(16000), 0);
     Forget();
     EXPECT_EQ(m_Engine->DisableStream(), 0);
-    EXPECT_EQ(OwnLines(Log(), {"UAC_DisableAudioStream+\r\n", "UAC_DisableAudioStream-\r\n",
-                               "AudioTransferStop+\r\n", "AudioTransferStop+\n", kThreadEnd.second,
-                               "AudioTransferStop-\n", "AudioTransferStop-\r\n"}),
-              (Lines{{4, "UAC_DisableAudioStream+\r\n"},
-                     {4, "UAC_DisableAudioStream-\r\n"},
-                     {4, "AudioTransferStop+\r\n"},
-                     {4, "AudioTransferStop+\n"},
-                     kThreadEnd,
-                     {4, "AudioTransferStop-\n"},
-                     {4, "AudioTransferStop-\r\n"}}));
+    ExpectInOrder({{4, "UAC_DisableAudioStream+\r\n"},
+                   {4, "UAC_DisableAudioStream-\r\n"},
+                   {4, "AudioTransferStop+\r\n"},
+                   {4, "AudioTransferStop+\n"},
+                   kThreadEnd,
+                   {4, "AudioTransferStop-\n"},
+                   {4, "AudioTransferStop-\r\n"}});
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{3, 0}}));
     EXPECT_FALSE(m_Engine->Running);
 }
@@ -704,13 +685,10 @@ TEST_F(AudioCapture, DestructionStopsARunningStreamInsideItsFrame) {
     ASSERT_TRUE(m_Capture->ConfigureDev(2, 16000, 0));
     Forget();
     m_Capture.reset();
-    EXPECT_EQ(OwnLines(Log(), {"CAudioCapture::~CAudioCapture+\r\n", "UAC_DisableAudioStream+\r\n",
-                               "CAudioCapture::~CAudioCapture-\r\n",
-                               "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"}),
-              (Lines{{4, "CAudioCapture::~CAudioCapture+\r\n"},
-                     {4, "UAC_DisableAudioStream+\r\n"},
-                     {4, "CAudioCapture::~CAudioCapture-\r\n"},
-                     {4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"}}));
+    ExpectInOrder({{4, "CAudioCapture::~CAudioCapture+\r\n"},
+                   {4, "UAC_DisableAudioStream+\r\n"},
+                   {4, "CAudioCapture::~CAudioCapture-\r\n"},
+                   {4, "CAIT_AUDIO_LIB::~CAIT_AUDIO_LIB()+"}});
 }
 
 }  // namespace

@@ -152,19 +152,12 @@ TEST_F(Initialisation, TheDeviceSettlesForASecondBeforeTheAdaptersOpenIt) {
 TEST_F(Initialisation, DestructionTakesTheVideoAdapterBeforeTheAudioAdapter) {
     Ready();
     Destroy();
-    const std::vector<std::string> ours = {"CAitOrixCamera::~CAitOrixCamera() destruction+.\r\n",
-                                           "Exit device mointer trhead.\r\n",
-                                           "CAitOrixCamera::StopRecording\r\n",
-                                           "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n",
-                                           "CAudioCapture::~CAudioCapture+\r\n",
-                                           "CAitOrixCamera::~CAitOrixCamera() destruction-.\r\n"};
-    std::vector<std::string> met;
-    for (const std::string& text : log().texts()) {
-        if (std::find(ours.begin(), ours.end(), text) != ours.end()) {
-            met.push_back(text);
-        }
-    }
-    EXPECT_EQ(met, ours);
+    ExpectInOrder({{4, "CAitOrixCamera::~CAitOrixCamera() destruction+.\r\n"},
+                   {4, "Exit device mointer trhead.\r\n"},
+                   {1, "CAitOrixCamera::StopRecording\r\n"},
+                   {4, "CAIT_CAM_LIB::~CAIT_CAM_LIB()+\r\n"},
+                   {4, "CAudioCapture::~CAudioCapture+\r\n"},
+                   {1, "CAitOrixCamera::~CAitOrixCamera() destruction-.\r\n"}});
 }
 
 TEST_F(Initialisation, CanBeRepeatedAfterAFailure) {

@@ -86,22 +86,15 @@ TEST_F(Recording, StartBySignalType) {
         Texts(1),
         (std::vector<std::string>{
             "CAitOrixCamera::StartRecording open device VID=0x114D, PID=0x2066 W=640 H=480\r\n"}));
-    const std::vector<std::string> ours = {
-        "CAitOrixCamera::StartRecording\r\n",
-        "Signale Type = CAM_SIGNAL_H264_GRAY_SI\r\n",
-        "Set stream target(ID)=0\r\n",
-        "Set stream target(ID)=1\r\n",
-        "Set stream target(ID)=0\r\n",
-        "Succeed in setting flicker !!!\r\n",
-        "*********** Start Audio Capture Thread*************\r\n",
-        "*********** Audio Capture Thread Init finish.\r\n*************\r\n"};
-    std::vector<std::string> met;
-    for (const std::string& text : Texts(4)) {
-        if (std::find(ours.begin(), ours.end(), text) != ours.end()) {
-            met.push_back(text);
-        }
-    }
-    EXPECT_EQ(met, ours);
+    ExpectInOrder({{4, "CAitOrixCamera::StartRecording\r\n"},
+                   {4, "Signale Type = CAM_SIGNAL_H264_GRAY_SI\r\n"},
+                   {4, "Set stream target(ID)=0\r\n"},
+                   {4, "Set stream target(ID)=1\r\n"},
+                   {4, "Set stream target(ID)=0\r\n"},
+                   {4, "Succeed in setting flicker !!!\r\n"},
+                   {4, "*********** Start Audio Capture Thread*************\r\n"},
+                   {4, "*********** Audio Capture Thread Init finish.\r\n*************\r\n"}},
+                  OfThisThread);
     camera_->StopRecording();
 }
 
@@ -143,16 +136,11 @@ TEST_F(Recording, StopUndoesIt) {
     EXPECT_EQ(Sent(), (Sequence{Light(0)}));
     EXPECT_EQ(nv12.Count(), 1u);
     EXPECT_EQ(gray.size_, 0u);
-    const std::vector<std::string> ours = {
-        "CAitOrixCamera:: stop audio capture thread\r\n", "UAC_DisableAudioStream+\r\n",
-        "CAitOrixCamera:: stop video capture thread \r\n", "UVC_DisableVideoStream +\r\n"};
-    std::vector<std::string> met;
-    for (const std::string& text : Texts(4)) {
-        if (std::find(ours.begin(), ours.end(), text) != ours.end()) {
-            met.push_back(text);
-        }
-    }
-    EXPECT_EQ(met, ours);
+    ExpectInOrder({{4, "CAitOrixCamera:: stop audio capture thread\r\n"},
+                   {4, "UAC_DisableAudioStream+\r\n"},
+                   {4, "CAitOrixCamera:: stop video capture thread \r\n"},
+                   {4, "UVC_DisableVideoStream +\r\n"}},
+                  OfThisThread);
     EXPECT_LOG_COUNT(1, "CAitOrixCamera::StopRecording\r\n", 1);
     EXPECT_NO_LOG(1, "Abnormal StopRecording.\r\n");
     EXPECT_EQ(clock().count(10ms), 1u);

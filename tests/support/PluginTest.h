@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/support/LogRecorder.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/TestClock.h"
@@ -36,6 +38,19 @@ class PluginTest : public ::testing::Test {
     }
     Lines Log() {
         return Log([](const LogLine&) { return true; });
+    }
+    /// Expects these lines, in this order and no other of the same texts, whatever else is logged
+    /// between them.
+    template <typename Keep>
+    void ExpectInOrder(const Lines& ours, Keep keep) {
+        const auto is_ours = [&](const LogLine& line) {
+            return std::any_of(ours.begin(), ours.end(),
+                               [&](const Logged& each) { return each.second == line.text; });
+        };
+        EXPECT_EQ(Log([&](const LogLine& line) { return is_ours(line) && keep(line); }), ours);
+    }
+    void ExpectInOrder(const Lines& ours) {
+        ExpectInOrder(ours, [](const LogLine&) { return true; });
     }
     static bool OfThisThread(const LogLine& line) {
         return line.thread == std::this_thread::get_id();
