@@ -1,5 +1,7 @@
 // SetProperty: each row of the table at the camera, and every number.
+#include <algorithm>
 #include <cstdio>
+#include <numeric>
 
 #include "tests/object/CameraTest.h"
 
@@ -38,110 +40,175 @@ class PropertySetting : public CameraTest {
 
 // --- every number --------------------------------------------------------------------------------
 
-/// What a row does with value 1 on a ready camera (not playing), and without adapters.
-struct RowExpectation {
-    bool ready;
-    bool bare;
+/// What SetProperty answers.
+enum SetAnswer {
+    kAccepted,
+    kFails,     ///< false, with the line that says so
+    kDeclined,  ///< false without that line
 };
 
-const std::map<int, RowExpectation>& ExpectedRows() {
-    static const std::map<int, RowExpectation> rows = {
-        {0, {true, false}},  {1, {true, false}},  {2, {true, false}},   {3, {false, false}},
-        {4, {true, false}},  {5, {true, true}},   {7, {true, false}},   {8, {true, false}},
-        {9, {true, false}},  {10, {true, false}}, {11, {true, true}},   {12, {true, false}},
-        {13, {true, false}}, {14, {true, false}}, {15, {false, false}}, {18, {false, false}},
-        {19, {true, false}}, {20, {true, false}}, {21, {true, false}},  {24, {false, false}},
-        {25, {true, false}}, {26, {true, false}}, {27, {true, false}},  {28, {true, false}},
-        {29, {true, false}}, {30, {true, false}}, {31, {true, false}},  {32, {true, false}},
-        {34, {true, false}}, {35, {true, false}}, {36, {true, false}},  {37, {true, false}},
-        {38, {true, false}}, {39, {true, false}}, {43, {true, false}},  {63, {true, true}},
-        {64, {true, false}}, {66, {true, false}}, {68, {true, false}},  {69, {true, false}},
-        {102, {true, true}}, {104, {true, false}}};
-    return rows;
+/// What a row answers to value 1.
+struct SetRow {
+    CAM_PROPERTY property;
+    SetAnswer ready;  ///< on a camera that is ready, but not playing
+    bool bare;        ///< without adapters
+    bool gone;        ///< on a disconnected camera: some rows do not ask whether there is one
+};
+
+/// A property that a ready camera answers.
+struct GetRow {
+    CAM_PROPERTY property;
+    bool bare;  ///< without adapters, too
+};
+
+// clang-format off
+constexpr SetRow kSetRows[] = {
+    // property                           ready      bare    gone
+    {CAM_PROPERTY_BITRATE,                kAccepted, false,  false},
+    {CAM_PROPERTY_FRAMERATE,              kAccepted, false,  false},
+    {CAM_PROPERTY_NEWGOP,                 kAccepted, false,  false},
+    {CAM_PROPERTY_DIMENSION,              kFails,    false,  false},
+    {CAM_PROPERTY_MICVOLUME,              kAccepted, false,  false},
+    {CAM_PROPERTY_SAMPLERATE,             kAccepted, true,   true},
+    {CAM_PROPERTY_ZOOM,                   kAccepted, false,  false},
+    {CAM_PROPERTY_PAN,                    kAccepted, false,  false},
+    {CAM_PROPERTY_TILT,                   kAccepted, false,  false},
+    {CAM_PROPERTY_AUTO_HZ,                kAccepted, false,  false},
+    {CAM_PROPERTY_AUTO_FOCUS,             kAccepted, true,   true},
+    {CAM_PROPERTY_MIRROR,                 kAccepted, false,  false},
+    {CAM_PROPERTY_FLIP,                   kAccepted, false,  false},
+    {CAM_PROPERTY_FD_CONTROL,             kAccepted, false,  false},
+    {CAM_PROPERTY_SIGNAL_TYPE,            kDeclined, false,  false},
+    {CAM_PROPERTY_I2C_READ_AUDIO,         kDeclined, false,  false},
+    {CAM_PROPERTY_I2C_WRITE_AUDIO,        kAccepted, false,  false},
+    {CAM_PROPERTY_CROP_VGA,               kAccepted, false,  false},
+    {CAM_PROPERTY_TRIGGER_JPEG,           kAccepted, false,  false},
+    {CAM_PROPERTY_VIDEO_MODE,             kDeclined, false,  false},
+    {CAM_PROPERTY_NV12_MODE_CONTROL,      kAccepted, false,  false},
+    {CAM_PROPERTY_BRIGHTNESS,             kAccepted, false,  false},
+    {CAM_PROPERTY_CONTRAST,               kAccepted, false,  false},
+    {CAM_PROPERTY_SATURATION,             kAccepted, false,  false},
+    {CAM_PROPERTY_SHARPNESS,              kAccepted, false,  false},
+    {CAM_PROPERTY_HUE,                    kAccepted, false,  false},
+    {CAM_PROPERTY_GAMMA,                  kAccepted, false,  false},
+    {CAM_PROPERTY_BACKLIGHT_CONTROL,      kAccepted, false,  false},
+    {CAM_PROPERTY_AWB_TEMPERATURE,        kAccepted, false,  false},
+    {CAM_PROPERTY_MANUAL_AWB_CONTROL,     kAccepted, false,  false},
+    {CAM_PROPERTY_IMAGE_EFFECT,           kAccepted, false,  false},
+    {CAM_PROPERTY_3A_CONTROL,             kAccepted, false,  false},
+    {CAM_PROPERTY_WDR_CONTROL,            kAccepted, false,  false},
+    {CAM_PROPERTY_COLOR_EFFECT,           kAccepted, false,  false},
+    {CAM_PROPERTY_LOCAL_MIRROR,           kAccepted, false,  false},
+    {CAM_PROPERTY_DEBUG_LEVEL,            kAccepted, true,   true},
+    {CAM_PROPERTY_MIRROR_GRAY,            kAccepted, false,  false},
+    {CAM_PROPERTY_CROP_GRAY,              kAccepted, false,  false},
+    {CAM_PROPERTY_FACE_TRACKING,          kAccepted, false,  false},
+    {CAM_PROPERTY_PREVIEW_MODE,           kAccepted, false,  false},
+    {CAM_PROPERTY_LOCAL_RESOLUTION,       kAccepted, true,   true},
+    {CAM_PROPERTY_CHANGE_NV12_RESOLUTION, kAccepted, false,  true},
+};
+
+constexpr GetRow kGetRows[] = {
+    // property                           bare
+    {CAM_PROPERTY_BITRATE,                true},
+    {CAM_PROPERTY_FRAMERATE,              true},
+    {CAM_PROPERTY_DIMENSION,              true},
+    {CAM_PROPERTY_MICVOLUME,              true},
+    {CAM_PROPERTY_SAMPLERATE,             true},
+    {CAM_PROPERTY_ZOOM,                   true},
+    {CAM_PROPERTY_PAN,                    true},
+    {CAM_PROPERTY_TILT,                   true},
+    {CAM_PROPERTY_SIGNAL_TYPE,            true},
+    {CAM_PROPERTY_LUX,                    false},
+    {CAM_PROPERTY_DEBUG_LEVEL,            true},
+    {CAM_PROPERTY_FACE_TRACKING,          true},
+    {CAM_PROPERTY_VIDEO_TEST,             false},
+    {CAM_PROPERTY_AUDIO_TEST,             true},
+    {CAM_PROPERTY_CONNECTION_TEST,        true},
+};
+// clang-format on
+
+/// The row of that number; null when there is none.
+template <typename Row, size_t kCount>
+const Row* FindRow(const Row (&rows)[kCount], int property) {
+    const auto found = std::find_if(std::begin(rows), std::end(rows),
+                                    [&](const Row& row) { return row.property == property; });
+    return found == std::end(rows) ? nullptr : found;
 }
 
-const std::map<int, RowExpectation>& ExpectedAnswers() {
-    static const std::map<int, RowExpectation> rows = {
-        {0, {true, true}},   {1, {true, true}},   {3, {true, true}},  {4, {true, true}},
-        {5, {true, true}},   {7, {true, true}},   {8, {true, true}},  {9, {true, true}},
-        {15, {true, true}},  {52, {true, false}}, {63, {true, true}}, {68, {true, true}},
-        {70, {true, false}}, {71, {true, true}},  {72, {true, true}}};
-    return rows;
+/// Every number that has an enumerator, and one beyond at each end.
+std::vector<int> EveryNumber() {
+    std::vector<int> numbers(CAM_PROPERTY_RESERVED_9 + 3);
+    std::iota(numbers.begin(), numbers.end(), -1);
+    return numbers;
 }
 
 const char* Word(bool value) {
     return value ? "true" : "false";
 }
 
-TEST_F(PropertySetting, EveryNumberSetAndGet) {
+TEST_F(PropertySetting, EveryNumberSet) {
     Ready();
-    std::printf("property   set: expected  outcome    get: expected  outcome\n");
-    for (int property = -1; property <= 115; ++property) {
-        const auto row = ExpectedRows().find(property);
-        const auto answer = ExpectedAnswers().find(property);
-        const bool expectSet = row != ExpectedRows().end() && row->second.ready;
-        const bool expectGet = answer != ExpectedAnswers().end() && answer->second.ready;
+    std::printf("property   set: expected  outcome\n");
+    for (const int property : EveryNumber()) {
+        const SetRow* row = FindRow(kSetRows, property);
+        const SetAnswer expected = row != nullptr ? row->ready : kFails;
         log().reset();
         const bool set = Set(property, 1);
-        const bool unsupported = log().has(4, "Not supported camera property\n");
-        EXPECT_EQ(unsupported, row == ExpectedRows().end()) << property;
-        EXPECT_EQ(log().has(1, Failure(property)),
-                  !expectSet && property != 15 && property != 18 && property != 24)
-            << property << log_listing();
-        if (property == 63) {
-            object_->SetDebugLevel(5);
-        }
+        EXPECT_EQ(set, expected == kAccepted) << property << log_listing();
+        EXPECT_EQ(log().has(4, "Not supported camera property\n"), row == nullptr) << property;
+        EXPECT_EQ(log().has(1, Failure(property)), expected == kFails) << property << log_listing();
+        std::printf("%8d        %8s %8s\n", property, Word(expected == kAccepted), Word(set));
+        object_->SetDebugLevel(5);  // one of them changed it
+    }
+}
+
+TEST_F(PropertySetting, EveryNumberGet) {
+    Ready();
+    std::printf("property   get: expected  outcome\n");
+    for (const int property : EveryNumber()) {
+        const bool expected = FindRow(kGetRows, property) != nullptr;
         log().reset();
         const bool get = Get(property);
+        EXPECT_EQ(get, expected) << property;
         char line[64];
         snprintf(line, sizeof line, "Not supported camera property 0x%X\r\n",
                  static_cast<unsigned>(property));
-        EXPECT_EQ(log().has(4, line), answer == ExpectedAnswers().end()) << property;
-        EXPECT_LOG(5, [&] {
-            char frame[64];
-            snprintf(frame, sizeof frame, "CAitOrixCamera::GetProperty prop=0x%X\r\n",
-                     static_cast<unsigned>(property));
-            return std::string(frame);
-        }());
-        std::printf("%8d        %8s %8s         %8s %8s\n", property, Word(expectSet), Word(set),
-                    Word(expectGet), Word(get));
-        EXPECT_EQ(set, expectSet) << property << log_listing();
-        EXPECT_EQ(get, expectGet) << property;
+        EXPECT_EQ(log().has(4, line), !expected) << property;
+        snprintf(line, sizeof line, "CAitOrixCamera::GetProperty prop=0x%X\r\n",
+                 static_cast<unsigned>(property));
+        EXPECT_LOG(5, line);
+        std::printf("%8d        %8s %8s\n", property, Word(expected), Word(get));
     }
 }
 
 TEST_F(PropertySetting, EveryNumberWithoutAdapters) {
     Create();
-    for (int property = -1; property <= 115; ++property) {
-        const auto row = ExpectedRows().find(property);
-        const auto answer = ExpectedAnswers().find(property);
-        EXPECT_EQ(Set(property, 1), row != ExpectedRows().end() && row->second.bare) << property;
-        if (property == 63) {
-            object_->SetDebugLevel(5);
-        }
-        EXPECT_EQ(Get(property), answer != ExpectedAnswers().end() && answer->second.bare)
-            << property;
+    for (const int property : EveryNumber()) {
+        const SetRow* set = FindRow(kSetRows, property);
+        const GetRow* get = FindRow(kGetRows, property);
+        EXPECT_EQ(Set(property, 1), set != nullptr && set->bare) << property;
+        object_->SetDebugLevel(5);  // one of them changed it
+        EXPECT_EQ(Get(property), get != nullptr && get->bare) << property;
     }
 }
 
 TEST_F(PropertySetting, EveryNumberOnADisconnectedCamera) {
     Ready();
     camera_->SetState(CAM_STATE_DISCONNECTED);
-    for (int property = -1; property <= 115; ++property) {
-        const auto row = ExpectedRows().find(property);
-        // The two that ask for no capturer still reach the adapter.
-        const bool expected = property == 104 || (row != ExpectedRows().end() && row->second.bare);
-        EXPECT_EQ(Set(property, 1), expected) << property;
-        if (property == 63) {
-            object_->SetDebugLevel(5);
-        }
+    for (const int property : EveryNumber()) {
+        const SetRow* row = FindRow(kSetRows, property);
+        EXPECT_EQ(Set(property, 1), row != nullptr && row->gone) << property;
+        object_->SetDebugLevel(5);  // one of them changed it
     }
     camera_->SetState(CAM_STATE_READY);
 }
 
 TEST_F(PropertySetting, UnknownNumbersSayTwoLines) {
     Ready();
-    for (const int property : {200, 105, -1, 6, 16, 17, 33}) {
+    for (const int property : {200, int{CAM_PROPERTY_RESERVED_0}, -1, int{CAM_PROPERTY_SAMPLEBITS},
+                               int{CAM_PROPERTY_I2C_READ_VIDEO}, int{CAM_PROPERTY_I2C_WRITE_VIDEO},
+                               int{CAM_PROPERTY_POWER_LINE_FREQUENCY}}) {
         Forget();
         EXPECT_FALSE(Set(property, 0x00050003));
         EXPECT_EQ(Log(), (Lines{{4, FrameLine(property, last_)},
@@ -153,7 +220,7 @@ TEST_F(PropertySetting, UnknownNumbersSayTwoLines) {
 TEST_F(PropertySetting, WithoutARecord) {
     Ready();
     EXPECT_FALSE(camera_->SetProperty(CAM_PROPERTY_BITRATE, nullptr));
-    EXPECT_EQ(Log(), (Lines{{1, Failure(0)}}));
+    EXPECT_EQ(Log(), (Lines{{1, Failure(CAM_PROPERTY_BITRATE)}}));
     EXPECT_FALSE(camera_->GetProperty(CAM_PROPERTY_BITRATE, nullptr));
     EXPECT_LOG(4, "Not supported camera property 0x0\r\n");
 }
@@ -209,96 +276,121 @@ typedef Commands C;
 INSTANTIATE_TEST_SUITE_P(
     Rows, Commands,
     ::testing::Values(
-        CommandCase{
-            "bit rate", 0, 2048000, C::AnIsp({8, 0xFF, 0xD0, 0x07}), {"BITRATE: 2048000 bps\r\n"}},
+        CommandCase{"bit rate",
+                    CAM_PROPERTY_BITRATE,
+                    2048000,
+                    C::AnIsp({8, 0xFF, 0xD0, 0x07}),
+                    {"BITRATE: 2048000 bps\r\n"}},
         CommandCase{"bit rate above the limit",
-                    0,
+                    CAM_PROPERTY_BITRATE,
                     20000000,
                     C::AnIsp({8, 0xFF, 0xD9, 0x40}),
                     {"BITRATE: 17000000 bps\r\n"}},
         CommandCase{"bit rate below zero",
-                    0,
+                    CAM_PROPERTY_BITRATE,
                     -2048,
                     C::AnIsp({8, 0xFF, 0xFE, 0xFF}),
                     {"BITRATE: -2048 bps\r\n"}},
         CommandCase{"bit rate towards zero",
-                    0,
+                    CAM_PROPERTY_BITRATE,
                     -1023,
                     C::AnIsp({8, 0xFF, 0, 0}),
                     {"BITRATE: -1023 bps\r\n"}},
+        CommandCase{"frame rate",
+                    CAM_PROPERTY_FRAMERATE,
+                    0x1218,
+                    C::AnIsp({2, 0x18, 0x12}),
+                    {"FRAME RATE: 4632 fps\r\n"}},
+        CommandCase{"key frame", CAM_PROPERTY_NEWGOP, 3, C::AnIsp({4}), {"Force I: 3 \r\n"}},
+        CommandCase{"zoom",
+                    CAM_PROPERTY_ZOOM,
+                    5,
+                    Write(0x21, 1, 0x0B00, 0x0100, {5, 0}, 5000),
+                    {"ZOOM: 5\r\n"}},
+        CommandCase{"60 Hz", CAM_PROPERTY_AUTO_HZ, 1, C::APu(5, {2}), {"cam frequency is 60Hz"}},
+        CommandCase{"50 Hz", CAM_PROPERTY_AUTO_HZ, 2, C::APu(5, {1}), {"cam frequency is 50Hz"}},
+        CommandCase{"still", CAM_PROPERTY_TRIGGER_JPEG, 9, C::AMmp({3}), {"TRIGGER_JPEG:\r\n"}},
+        CommandCase{"NV12", CAM_PROPERTY_NV12_MODE_CONTROL, 0x1FF, C::AMmp({4, 0xFF}), {}},
+        CommandCase{"brightness", CAM_PROPERTY_BRIGHTNESS, 0x1234, C::APu(2, {0x34, 0x12}), {}},
+        CommandCase{"contrast", CAM_PROPERTY_CONTRAST, 7, C::APu(3, {7, 0}), {}},
+        CommandCase{"saturation", CAM_PROPERTY_SATURATION, 8, C::APu(7, {8, 0}), {}},
+        CommandCase{"sharpness", CAM_PROPERTY_SHARPNESS, 9, C::APu(8, {9, 0}), {}},
+        CommandCase{"hue", CAM_PROPERTY_HUE, -2, C::APu(6, {0xFE, 0xFF}), {}},
+        CommandCase{"gamma", CAM_PROPERTY_GAMMA, 100, C::APu(9, {100, 0}), {}},
+        CommandCase{"backlight", CAM_PROPERTY_BACKLIGHT_CONTROL, 1, C::APu(1, {1, 0}), {}},
         CommandCase{
-            "frame rate", 1, 0x1218, C::AnIsp({2, 0x18, 0x12}), {"FRAME RATE: 4632 fps\r\n"}},
-        CommandCase{"key frame", 2, 3, C::AnIsp({4}), {"Force I: 3 \r\n"}},
-        CommandCase{"zoom", 7, 5, Write(0x21, 1, 0x0B00, 0x0100, {5, 0}, 5000), {"ZOOM: 5\r\n"}},
-        CommandCase{"60 Hz", 10, 1, C::APu(5, {2}), {"cam frequency is 60Hz"}},
-        CommandCase{"50 Hz", 10, 2, C::APu(5, {1}), {"cam frequency is 50Hz"}},
-        CommandCase{"still", 21, 9, C::AMmp({3}), {"TRIGGER_JPEG:\r\n"}},
-        CommandCase{"NV12", 25, 0x1FF, C::AMmp({4, 0xFF}), {}},
-        CommandCase{"brightness", 26, 0x1234, C::APu(2, {0x34, 0x12}), {}},
-        CommandCase{"contrast", 27, 7, C::APu(3, {7, 0}), {}},
-        CommandCase{"saturation", 28, 8, C::APu(7, {8, 0}), {}},
-        CommandCase{"sharpness", 29, 9, C::APu(8, {9, 0}), {}},
-        CommandCase{"hue", 30, -2, C::APu(6, {0xFE, 0xFF}), {}},
-        CommandCase{"gamma", 31, 100, C::APu(9, {100, 0}), {}},
-        CommandCase{"backlight", 32, 1, C::APu(1, {1, 0}), {}},
-        CommandCase{"white balance", 34, 5000, C::APu(10, {0x88, 0x13}), {}},
-        CommandCase{"white balance auto", 35, 1, C::APu(11, {1}), {}},
-        CommandCase{"image effect", 36, 0x102, C::AnIsp({0xFF, 0x0B, 2}), {}},
-        CommandCase{"3A, high byte first", 37, 0x51234, C::AnIsp({0xFF, 0x0C, 0x12, 0x34}), {}},
-        CommandCase{"WDR", 38, 0x103, C::AnIsp({0x0E, 3}), {}},
-        CommandCase{"colour effect", 39, 0x104, C::AnIsp({0xFF, 0x0D, 4}), {}},
+            "white balance", CAM_PROPERTY_AWB_TEMPERATURE, 5000, C::APu(10, {0x88, 0x13}), {}},
+        CommandCase{"white balance auto", CAM_PROPERTY_MANUAL_AWB_CONTROL, 1, C::APu(11, {1}), {}},
+        CommandCase{
+            "image effect", CAM_PROPERTY_IMAGE_EFFECT, 0x102, C::AnIsp({0xFF, 0x0B, 2}), {}},
+        CommandCase{"3A, high byte first",
+                    CAM_PROPERTY_3A_CONTROL,
+                    0x51234,
+                    C::AnIsp({0xFF, 0x0C, 0x12, 0x34}),
+                    {}},
+        CommandCase{"WDR", CAM_PROPERTY_WDR_CONTROL, 0x103, C::AnIsp({0x0E, 3}), {}},
+        CommandCase{
+            "colour effect", CAM_PROPERTY_COLOR_EFFECT, 0x104, C::AnIsp({0xFF, 0x0D, 4}), {}},
         CommandCase{"crop",
-                    20,
+                    CAM_PROPERTY_CROP_VGA,
                     Pair(0x0102, 0x0304),
                     C::AMmp({1, 6, 9, 0x02, 0x01, 0x04, 0x03, 0x00, 0x05, 0xC0, 0x03}),
                     {"CAM_PROPERTY_CROP_VGA, x=258, y=772, w=1280, h=960\r\n"}},
         CommandCase{"crop reset",
-                    20,
+                    CAM_PROPERTY_CROP_VGA,
                     0,
                     C::AMmp({1, 6, 10, 1, 0, 1, 0, 0x00, 0x05, 0xC0, 0x03}),
                     {"CAM_PROPERTY_CROP_VGA, x=0, y=0, w=1280, h=960\r\n"}},
         CommandCase{"gray crop",
-                    66,
+                    CAM_PROPERTY_CROP_GRAY,
                     Pair(3, 0x0405),
                     C::AMmp({0x13, 9, 3, 0, 5, 4, 0x00, 0x05, 0xC0, 0x03}),
                     {"CAM_PROPERTY_CROP_GRAY, x=3, y=1029, w=1280, h=960\r\n"}},
         CommandCase{"gray crop reset",
-                    66,
+                    CAM_PROPERTY_CROP_GRAY,
                     0,
                     C::AMmp({0x13, 10, 1, 0, 1, 0, 0x00, 0x05, 0xC0, 0x03}),
                     {"CAM_PROPERTY_CROP_GRAY, x=0, y=0, w=1280, h=960\r\n"}},
-        CommandCase{"face tracking on", 68, 0x100, C::AMmp({1, 6, 5}), {}},
-        CommandCase{"face tracking off", 68, 0, C::AMmp({1, 6, 6}), {}},
-        CommandCase{"preview", 69, 0x105, C::AMmp({0x20, 5}), {}},
+        CommandCase{"face tracking on", CAM_PROPERTY_FACE_TRACKING, 0x100, C::AMmp({1, 6, 5}), {}},
+        CommandCase{"face tracking off", CAM_PROPERTY_FACE_TRACKING, 0, C::AMmp({1, 6, 6}), {}},
+        CommandCase{"preview", CAM_PROPERTY_PREVIEW_MODE, 0x105, C::AMmp({0x20, 5}), {}},
         CommandCase{"local 640x360",
-                    102,
+                    CAM_PROPERTY_LOCAL_RESOLUTION,
                     Pair(640, 360),
                     C::AnAux({0x28, 5}),
                     {"Local view Resolution Change: 640x360 (enum: 5)"}},
         CommandCase{"local 800x450",
-                    102,
+                    CAM_PROPERTY_LOCAL_RESOLUTION,
                     Pair(800, 450),
                     C::AnAux({0x28, 11}),
                     {"Local view Resolution Change: 800x450 (enum: 11)"}},
         CommandCase{"local 640x480",
-                    102,
+                    CAM_PROPERTY_LOCAL_RESOLUTION,
                     Pair(640, 480),
                     C::AnAux({0x28, 0}),
                     {"Local view Resolution Change: 640x480 (enum: 0)"}},
         CommandCase{"local 800x360",
-                    102,
+                    CAM_PROPERTY_LOCAL_RESOLUTION,
                     Pair(800, 360),
                     C::AnAux({0x28, 0}),
                     {"Local view Resolution Change: 800x360 (enum: 0)"}},
         CommandCase{"local 640x450",
-                    102,
+                    CAM_PROPERTY_LOCAL_RESOLUTION,
                     Pair(640, 450),
                     C::AnAux({0x28, 0}),
                     {"Local view Resolution Change: 640x450 (enum: 0)"}},
-        CommandCase{
-            "NV12 864x486", 104, 0x102, C::AMmp({0x2D, 2}), {" Set NV12 Resolution 864x486"}, 1},
-        CommandCase{
-            "NV12 640x480", 104, 0, C::AMmp({0x2D, 0}), {" Set NV12 Resolution 640x480"}, 1}));
+        CommandCase{"NV12 864x486",
+                    CAM_PROPERTY_CHANGE_NV12_RESOLUTION,
+                    0x102,
+                    C::AMmp({0x2D, 2}),
+                    {" Set NV12 Resolution 864x486"},
+                    1},
+        CommandCase{"NV12 640x480",
+                    CAM_PROPERTY_CHANGE_NV12_RESOLUTION,
+                    0,
+                    C::AMmp({0x2D, 0}),
+                    {" Set NV12 Resolution 640x480"},
+                    1}));
 
 // --- pan and tilt --------------------------------------------------------------------------------
 
@@ -365,7 +457,7 @@ TEST_F(PropertySetting, OptionsThatCannotBeReadFail) {
     EXPECT_FALSE(Set(CAM_PROPERTY_MIRROR, 1));
     EXPECT_LOG(1, "GetVideoOption of SetProperty was Failed !!! \r\n");
     EXPECT_LOG(4, "GetVideoOption Failed !! return (-2147483645)");
-    EXPECT_LOG(1, Failure(12));
+    EXPECT_LOG(1, Failure(CAM_PROPERTY_MIRROR));
     virtcam::bus::clear_faults();
     virtcam::bus::add_fault({{"on", {{"control", {{"value", 0x0E00}, {"data", "0202"}}}}},
                              {"do", {{"return", "LIBUSB_ERROR_PIPE"}}}});
@@ -376,7 +468,12 @@ TEST_F(PropertySetting, OptionsThatCannotBeReadFail) {
 
 TEST_F(PropertySetting, OnlyATransferOfNothingFailsACommand) {
     Ready();
-    for (const int property : {19, 20, 21, 25, 36, 37, 38, 39, 66, 68, 69, 104}) {
+    for (const int property :
+         {CAM_PROPERTY_I2C_WRITE_AUDIO, CAM_PROPERTY_CROP_VGA, CAM_PROPERTY_TRIGGER_JPEG,
+          CAM_PROPERTY_NV12_MODE_CONTROL, CAM_PROPERTY_IMAGE_EFFECT, CAM_PROPERTY_3A_CONTROL,
+          CAM_PROPERTY_WDR_CONTROL, CAM_PROPERTY_COLOR_EFFECT, CAM_PROPERTY_CROP_GRAY,
+          CAM_PROPERTY_FACE_TRACKING, CAM_PROPERTY_PREVIEW_MODE,
+          CAM_PROPERTY_CHANGE_NV12_RESOLUTION}) {
         virtcam::bus::clear_faults();
         FailControl({{"type", 0x21}}, {{"return", "LIBUSB_ERROR_PIPE"}});
         EXPECT_TRUE(Set(property, 1)) << property;
@@ -390,18 +487,23 @@ TEST_F(PropertySetting, OnlyATransferOfNothingFailsACommand) {
 TEST_F(PropertySetting, ATruthValueFailsWithItsTransfer) {
     Ready();
     FailControl({{"type", 0x21}}, {{"return", "LIBUSB_ERROR_PIPE"}});
-    for (const int property : {0, 1, 2, 7, 8, 9, 10, 26, 35}) {
+    for (const int property :
+         {CAM_PROPERTY_BITRATE, CAM_PROPERTY_FRAMERATE, CAM_PROPERTY_NEWGOP, CAM_PROPERTY_ZOOM,
+          CAM_PROPERTY_PAN, CAM_PROPERTY_TILT, CAM_PROPERTY_AUTO_HZ, CAM_PROPERTY_BRIGHTNESS,
+          CAM_PROPERTY_MANUAL_AWB_CONTROL}) {
         EXPECT_FALSE(Set(property, 1)) << property;
     }
     virtcam::bus::clear_faults();
     FailControl({{"type", 0x21}}, {{"return", 0}});
-    for (const int property : {0, 1, 2}) {
+    for (const int property : {CAM_PROPERTY_BITRATE, CAM_PROPERTY_FRAMERATE, CAM_PROPERTY_NEWGOP}) {
         EXPECT_FALSE(Set(property, 1)) << property;
     }
-    for (const int property : {7, 8, 9, 10, 26, 35}) {
+    for (const int property :
+         {CAM_PROPERTY_ZOOM, CAM_PROPERTY_PAN, CAM_PROPERTY_TILT, CAM_PROPERTY_AUTO_HZ,
+          CAM_PROPERTY_BRIGHTNESS, CAM_PROPERTY_MANUAL_AWB_CONTROL}) {
         EXPECT_TRUE(Set(property, 1)) << property;
     }
-    EXPECT_TRUE(Set(102, 1));
+    EXPECT_TRUE(Set(CAM_PROPERTY_LOCAL_RESOLUTION, 1));
 }
 
 // --- remembered state ----------------------------------------------------------------------------
@@ -427,7 +529,7 @@ TEST_F(PropertySetting, SizeIsKeptForTheNextStart) {
     EXPECT_LOG_COUNT(1, kNoCapturer, 1);
     EXPECT_FALSE(SetPair(CAM_PROPERTY_DIMENSION, 641, 481));
     EXPECT_LOG(4, "RESOLUTION: w=641, h=481\r\n");
-    EXPECT_LOG_COUNT(1, Failure(3), 3);
+    EXPECT_LOG_COUNT(1, Failure(CAM_PROPERTY_DIMENSION), 3);
     Get(CAM_PROPERTY_DIMENSION);
     EXPECT_EQ(last_.res[0], 641);
     EXPECT_EQ(last_.res[1], 481);
@@ -509,7 +611,7 @@ TEST_F(PropertySetting, AudioRegisterReadAlwaysAnswersFalse) {
     EXPECT_EQ(last_.res[1], 0xF3);
     EXPECT_EQ(Sent(), (Sequence{Aux({0xFF, 0x00, 0x14}), Aux({0xFF, 0x02, 0x12, 0x34}),
                                 Read(0xA1, 0x81, 0x0500, 0x0600, 8, 5000)}));
-    EXPECT_NO_LOG(1, Failure(18));
+    EXPECT_NO_LOG(1, Failure(CAM_PROPERTY_I2C_READ_AUDIO));
 }
 
 TEST_F(PropertySetting, AudioRegisterReadGoesOnWithoutACapturer) {
@@ -517,10 +619,10 @@ TEST_F(PropertySetting, AudioRegisterReadGoesOnWithoutACapturer) {
     EXPECT_FALSE(SetPair(CAM_PROPERTY_I2C_READ_AUDIO, 1, 0x7777));
     EXPECT_EQ(last_.res[1], 0);
     EXPECT_LOG_COUNT(1, kNoCapturer, 3);
-    EXPECT_NO_LOG(1, Failure(18));
+    EXPECT_NO_LOG(1, Failure(CAM_PROPERTY_I2C_READ_AUDIO));
     EXPECT_FALSE(SetPair(CAM_PROPERTY_I2C_WRITE_AUDIO, 1, 2));
     EXPECT_LOG_COUNT(1, kNoCapturer, 5);
-    EXPECT_LOG(1, Failure(19));
+    EXPECT_LOG(1, Failure(CAM_PROPERTY_I2C_WRITE_AUDIO));
 }
 
 TEST_F(PropertySetting, AudioRegisterWrite) {
@@ -597,7 +699,7 @@ TEST_F(Restart, SignalTypeSetWhileStoppedIsKeptAndRefused) {
     Ready();
     EXPECT_FALSE(Set(CAM_PROPERTY_SIGNAL_TYPE, 8));
     EXPECT_LOG_COUNT(1, kNoCapturer, 1);
-    EXPECT_NO_LOG(1, Failure(15));
+    EXPECT_NO_LOG(1, Failure(CAM_PROPERTY_SIGNAL_TYPE));
     Get(CAM_PROPERTY_SIGNAL_TYPE);
     EXPECT_EQ(last_.value, 8);
 }
@@ -617,11 +719,11 @@ TEST_F(Restart, ByVideoMode) {
         EXPECT_FALSE(Set(CAM_PROPERTY_VIDEO_MODE, mode));
     }
     EXPECT_LOG_COUNT(4, "Not support this format.\r\n", 2);
-    EXPECT_LOG_COUNT(1, Failure(24), 2);
+    EXPECT_LOG_COUNT(1, Failure(CAM_PROPERTY_VIDEO_MODE), 2);
     ExpectRestart(0);
     camera_->StopRecording();
     EXPECT_FALSE(Set(CAM_PROPERTY_VIDEO_MODE, 0));
-    EXPECT_LOG_COUNT(1, Failure(24), 2);
+    EXPECT_LOG_COUNT(1, Failure(CAM_PROPERTY_VIDEO_MODE), 2);
 }
 
 TEST_F(Restart, BySampleRate) {
@@ -656,7 +758,7 @@ TEST_F(Restart, SampleRateSetWhileStoppedIsKept) {
 TEST_F(PropertySetting, DebugLevelFollowsItsRange) {
     Ready();
     EXPECT_FALSE(Set(CAM_PROPERTY_DEBUG_LEVEL, 6));
-    EXPECT_LOG(1, Failure(63));
+    EXPECT_LOG(1, Failure(CAM_PROPERTY_DEBUG_LEVEL));
     EXPECT_TRUE(Set(CAM_PROPERTY_DEBUG_LEVEL, 4));
     Get(CAM_PROPERTY_DEBUG_LEVEL);
     EXPECT_EQ(last_.value, 4);
