@@ -28,20 +28,31 @@ class AudioEngineTest : public StreamTest<AudioEngine, 0x82> {
         // A stop that a test made fail leaves its transfers to the destructor.
         clock().on_sleep(nullptr);  // what it refers to is gone
         if (m_Engine != nullptr) {
-            m_Engine->UAC_DisableAudioStream();
+            Stop();
         }
         Close();
     }
 
+    static constexpr size_t kTransfers = 2;
+    static constexpr int kStreamingInterface = 3;
+    static constexpr std::chrono::milliseconds kSleepOfTheStop{400};
+    /// Of a start: 2 parameter objects (object and storage), 4 buffers (likewise), the queue.
+    static constexpr int kAllocations = 2 * 2 + 4 * 2 + 1;
+    const Logged kStreamingOk{4, "libusb_claim_interface (AudioStream)  ok!\n"};
+    const Logged kControlOk{4, "libusb_claim_interface (AudioControl) ok!\n"};
+
     void Open() {
-        m_Engine = std::make_unique<AudioEngine>();
-        ASSERT_EQ(m_Engine->Init(kVendor, kProduct), 0);
+        Make();
+        ASSERT_EQ(Init(), 0);
         ExpectUnusualRelease();
         Forget();
     }
+    int Start(int rate = kRate) { return m_Engine->UAC_EnableAudioStream(rate); }
+    static bool Failed(int result) { return result == -1; }
+    int Stop() { return m_Engine->UAC_DisableAudioStream(); }
     void Stream() {
         Open();
-        ASSERT_EQ(m_Engine->UAC_EnableAudioStream(kRate), 0);
+        ASSERT_EQ(Start(), 0);
         m_PacketSize = usb().submits().at(0).packet_lengths.at(0);
         Forget();
     }
@@ -62,6 +73,11 @@ class AudioEngineTest : public StreamTest<AudioEngine, 0x82> {
     void DeliverBytes(const Bytes& bytes) {
         Deliver({{virtcam::bus::TransferStatus::kCompleted, bytes, std::nullopt}});
     }
+    /// The camera will end one transfer with a packet of these bytes.
+    void Push(const Bytes& bytes) {
+        virtcam::bus::push_iso({{virtcam::bus::TransferStatus::kCompleted, bytes, std::nullopt}});
+    }
+    void DeliverFrame(const Bytes& bytes) { DeliverBytes(bytes); }
 
     unsigned int m_PacketSize = 0;
 };

@@ -100,17 +100,6 @@ class EngineTest : public BusTest {
     /// Sleeps of exactly this length since the last reset of the clock.
     size_t Sleeps(std::chrono::microseconds length) { return clock().count(length); }
 
-    /// Runs `init` and tells whether the device lock was held at its last call, the alternate
-    /// setting.
-    template <typename Init>
-    bool HoldsTheDeviceLockToItsEnd(Init init) {
-        bool held = false;
-        usb().on_alternate_setting([&] { held = !IsFree(m_libusb_ctrl_lock); });
-        EXPECT_EQ(init(), 0);
-        usb().on_alternate_setting(nullptr);
-        return held;
-    }
-
     static nlohmann::json FailCall(const char* call, int result, int nth = 1) {
         return {{"on", {{"call", call}}}, {"nth", nth}, {"do", {{"return", result}}}};
     }

@@ -1,4 +1,4 @@
-// What the tests of the two engines share: the consumer's side and the meeting of stop and others.
+// What the tests of the two engines share.
 #pragma once
 
 #include <errno.h>
@@ -16,6 +16,18 @@ namespace test {
 template <typename Engine, uint8_t kEndpoint>
 class StreamTest : public EngineTest {
   protected:
+    void Make() { m_Engine = std::make_unique<Engine>(); }
+    int Init() {
+        Forget();
+        return m_Engine->Init(kVendor, kProduct);
+    }
+    /// Nothing of a stream is left.
+    void ExpectIdle() {
+        EXPECT_FALSE(m_Engine->IsStreaming);
+        EXPECT_EQ(m_Engine->Queue(), nullptr);
+        EXPECT_EQ(InFlight(), 0u);
+    }
+
     /// Frames that wait for the consumer.
     uint32_t Queued() { return m_Engine->Queue()->GetCnt(); }
     /// Takes the oldest frame; empty when there is none.
@@ -33,38 +45,6 @@ class StreamTest : public EngineTest {
 
     /// Waits of the queue time out at once.
     static void ExpireWaits() { system_calls().pthread_cond_timedwait = ETIMEDOUT; }
-
-    /// The stop of a running stream ends a read that waits for a frame.
-    template <typename Stop>
-    void ExpectStopWakesTheConsumer(Stop stop) {
-        auto consumer = std::async(std::launch::async, [&] {
-            uint8_t byte;
-            return m_Engine->ReadFrame(&byte, 1);
-        });
-        while (m_Engine->Queue()->GetNumWaiters() == 0) {
-            std::this_thread::yield();
-        }
-        stop();
-        EXPECT_EQ(consumer.wait_for(std::chrono::milliseconds(300)), std::future_status::ready);
-        EXPECT_EQ(consumer.get(), 0u);
-    }
-
-    /// The stop of a running stream neither publishes what is half filled nor cancels anything
-    /// while a completion is at work elsewhere.
-    template <typename Stop>
-    void ExpectStopWaitsForACompletion(Stop stop) {
-        std::future<void> stopping;
-        {
-            pMutexLock completion(m_Engine->m_ProducerMtx);
-            stopping = std::async(std::launch::async, stop);
-            EXPECT_EQ(stopping.wait_for(std::chrono::milliseconds(20)),
-                      std::future_status::timeout);
-            EXPECT_EQ(Queued(), 0u);
-            EXPECT_EQ(CountCalls("libusb_cancel_transfer"), 0u);
-        }
-        stopping.get();
-        EXPECT_EQ(InFlight(), 0u);
-    }
 
     std::unique_ptr<Engine> m_Engine;
 };

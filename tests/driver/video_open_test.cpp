@@ -1,26 +1,13 @@
 // Opening and closing the camera for video.
-#include <future>
-
-#include "LibusbWrap.h"
 #include "tests/driver/VideoEngineTest.h"
 
 namespace test {
 namespace {
 
-using namespace std::chrono_literals;
-
 class UvcOpen : public VideoEngineTest {
   protected:
-    UvcOpen() { m_Engine = std::make_unique<VideoEngine>(); }
-
-    int Init() {
-        Forget();
-        return m_Engine->Init(kVendor, kProduct);
-    }
+    UvcOpen() { Make(); }
 };
-
-const Logged kStreamingOk{4, "libusb_claim_interface (VideoStreaming) ok!\n"};
-const Logged kControlOk{4, "libusb_claim_interface (VideoControl) ok!\n"};
 
 TEST_F(UvcOpen, ConstructionInitialisesAContextOfItsOwn) {
     EXPECT_EQ(CountCalls("libusb_init"), 1u);
@@ -40,36 +27,6 @@ TEST_F(UvcOpen, ClaimsStreamingThenControlAndSelectsTheIdleSetting) {
     EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}}));
     EXPECT_EQ(Log(), (Lines{kStreamingOk, kControlOk}));
     EXPECT_NE(m_Engine->m_pDev, nullptr);
-}
-
-TEST_F(UvcOpen, NoCameraIsLoggedAfterBothIdentitiesWereTried) {
-    virtcam::bus::unplug();
-    EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(usb().opens(),
-              (std::vector<std::pair<int, int>>{{kVendor, kProduct}, {0x114D, 0x8C00}}));
-    EXPECT_EQ(Log(), (Lines{{4, "AIT Camera Device not found\n"}}));
-    EXPECT_EQ(m_Engine->m_pDevH, nullptr);
-}
-
-TEST_F(UvcOpen, FallbackIdentityIsOpenedAndLogged) {
-    Forget();
-    usb().set_product(0x8C00);
-    EXPECT_EQ(m_Engine->Init(0x1234, 0x5678), 0);
-    EXPECT_EQ(usb().opens(),
-              (std::vector<std::pair<int, int>>{{0x1234, 0x5678}, {0x114D, 0x8C00}}));
-    EXPECT_EQ(
-        Log(),
-        (Lines{{4, "Found an AIT device VID=0x114D, PID=0x8C00\r\n"}, kStreamingOk, kControlOk}));
-}
-
-TEST_F(UvcOpen, UnreadableConfigurationClosesTheDevice) {
-    virtcam::bus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_IO));
-    EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Log(), (Lines{{4, "libusb_get_configuration Error!\n"}}));
-    EXPECT_EQ(m_Engine->m_pDevH, nullptr);
-    EXPECT_EQ(Calls().back(), "libusb_close");
-    EXPECT_EQ(CountCalls("libusb_claim_interface"), 0u);
-    EXPECT_EQ(Init(), 0);
 }
 
 TEST_F(UvcOpen, RefusedStreamingInterfaceClosesTheDevice) {
@@ -116,45 +73,6 @@ TEST_F(UvcOpen, ActiveKernelDriversAreDetached) {
     EXPECT_EQ(calls[3], "libusb_detach_kernel_driver 1");
     EXPECT_EQ(calls[4], "libusb_kernel_driver_active 0");
     EXPECT_EQ(calls[5], "libusb_detach_kernel_driver 0");
-}
-
-TEST_F(UvcOpen, ALostCameraIsForgottenWhenItIsOpenedAgain) {
-    virtcam::bus::add_fault(FailCall("libusb_get_configuration", LIBUSB_ERROR_NO_DEVICE));
-    EXPECT_EQ(Init(), -1);
-    EXPECT_EQ(Init(), 0);
-    EXPECT_EQ(usb().alternate_settings(), (std::vector<std::pair<int, int>>{{1, 0}}));
-}
-
-TEST_F(UvcOpen, FailedQuestionForADriverCountsAsNone) {
-    virtcam::bus::add_fault(
-        {{"on", {{"call", "libusb_kernel_driver_active"}}}, {"do", {{"return", -99}}}});
-    EXPECT_EQ(Init(), 0);
-    EXPECT_EQ(CountCalls("libusb_detach_kernel_driver"), 0u);
-}
-
-TEST_F(UvcOpen, WaitsForTheDeviceLock) {
-    Forget();
-    std::future<int> init;
-    {
-        pMutexLock lock(m_libusb_ctrl_lock);
-        init = std::async(std::launch::async, [&] { return m_Engine->Init(kVendor, kProduct); });
-        EXPECT_FALSE(
-            virtcam::bus::wait_until([] { return !virtcam::bus::call_log().empty(); }, 20ms));
-    }
-    EXPECT_EQ(init.get(), 0);
-}
-
-TEST_F(UvcOpen, HoldsTheDeviceLockToItsEnd) {
-    EXPECT_TRUE(HoldsTheDeviceLockToItsEnd([&] { return m_Engine->Init(kVendor, kProduct); }));
-}
-
-TEST_F(UvcOpen, FreesTheDeviceLockOnEveryWayOut) {
-    virtcam::bus::unplug();
-    Init();
-    EXPECT_TRUE(IsFree(m_libusb_ctrl_lock));
-    virtcam::bus::plug();
-    Init();
-    EXPECT_TRUE(IsFree(m_libusb_ctrl_lock));
 }
 
 TEST_F(UvcOpen, DestructionReleasesBothInterfacesClosesAndExits) {

@@ -22,6 +22,8 @@ class UvcReassembly : public VideoEngineTest {
             m_Fid ^= kFid;
         }
     }
+    size_t FillBuffer();
+
     uint8_t m_Fid = 0;
 };
 
@@ -233,14 +235,19 @@ constexpr size_t kCapacity = 0x200000;
 constexpr size_t kTransferSize = 8192;
 constexpr size_t kDataSize = kTransferSize - 12;
 
-TEST_F(UvcReassembly, FrameFillsTheWholeBufferAndNoByteMore) {
+/// Fills the buffer with whole payloads and returns how many bytes are left in it.
+size_t UvcReassembly::FillBuffer() {
     const Bytes full = Pattern(kDataSize);
     size_t gathered = 0;
     while (gathered + kDataSize <= kCapacity) {
         Deliver(Payload(0, full));
         gathered += kDataSize;
     }
-    const size_t rest = kCapacity - gathered;
+    return kCapacity - gathered;
+}
+
+TEST_F(UvcReassembly, FrameFillsTheWholeBufferAndNoByteMore) {
+    const size_t rest = FillBuffer();
     ASSERT_GT(rest, 1u);
     Deliver(Payload(0, Pattern(rest + 1)));
     EXPECT_EQ(Log(), (Lines{{4, "Fram size exceed MaxFrameSize!! 2097153\n"}}));
@@ -260,17 +267,11 @@ TEST_F(UvcReassembly, FrameFillsTheWholeBufferAndNoByteMore) {
 }
 
 TEST_F(UvcReassembly, CopyOfALongHeaderStopsAtTheBuffersEnd) {
-    const Bytes full = Pattern(kDataSize);
-    size_t gathered = 0;
-    while (gathered + kDataSize <= kCapacity) {
-        Deliver(Payload(0, full));
-        gathered += kDataSize;
-    }
-    const size_t rest = kCapacity - gathered;
+    const size_t rest = FillBuffer();
     ASSERT_LT(rest, kDataSize);
     unsigned char* buffer = m_Engine->Queue()->GetWritePtr(0)->buf;
     Deliver(Payload(kEof, Bytes(kDataSize, 0xEE), 255));
-    EXPECT_EQ(buffer[gathered], 0xEE);
+    EXPECT_EQ(buffer[kCapacity - rest], 0xEE);
     EXPECT_EQ(buffer[kCapacity - 1], 0xEE);
     for (size_t i = 0; i < CFrameBuf::kSpareBytes; ++i) {
         ASSERT_EQ(buffer[kCapacity + i], 0) << i;

@@ -15,16 +15,6 @@ class UvcStream : public VideoEngineTest {
   protected:
     UvcStream() { Open(); }
 
-    int Start(int format = 4, int frame = 4, int fps = 30) {
-        return m_Engine->UVC_EnableVideoStream(format, frame, fps);
-    }
-    /// Nothing of a stream is left.
-    void ExpectIdle() {
-        EXPECT_FALSE(m_Engine->IsStreaming);
-        EXPECT_EQ(m_Engine->Queue(), nullptr);
-        EXPECT_EQ(InFlight(), 0u);
-        EXPECT_EQ(CountCalls("libusb_alloc_transfer"), CountCalls("libusb_free_transfer"));
-    }
     /// The n-th of the six requests of a start, from 1, is answered like this.
     static void FailRequest(int nth, const nlohmann::json& action) {
         virtcam::bus::add_fault(
@@ -299,26 +289,6 @@ TEST_F(UvcStream, TransferThatLibusbDoesNotGiveCountsAsRefused) {
     }
 }
 
-TEST_F(UvcStream, ShortMemoryReleasesEverythingAndFailsTheStart) {
-    int failures = 0;
-    for (int nth = 1;; ++nth) {
-        Forget();
-        fail_allocation(nth);
-        const int result = Start();
-        if (allocation_failure_pending()) {
-            EXPECT_EQ(result, 0);
-            break;
-        }
-        ++failures;
-        EXPECT_LT(result, 0) << nth;
-        EXPECT_TRUE(usb().submits().empty()) << nth;
-        ExpectIdle();
-        fail_allocation(0);
-    }
-    // 5 buffers (object and storage), queue, holder, 3 parameter objects (object and storage).
-    EXPECT_EQ(failures, 5 * 2 + 1 + 1 + 3 * 2);
-}
-
 TEST_F(UvcStream, StartWhileStreamingStopsFirst) {
     ASSERT_EQ(Start(4, 4), 0);
     Deliver(Payload(0, Pattern(5)));
@@ -406,18 +376,6 @@ TEST_F(UvcStream, StopSleeps200MillisecondsBetweenCancellingAndSelecting) {
     EXPECT_EQ(selected, 0u);
 }
 
-TEST_F(UvcStream, TransferLockIsFreeDuringTheSleepOfTheStop) {
-    ASSERT_EQ(Start(), 0);
-    bool free = false;
-    clock().on_sleep([&](const SleepCall& call) {
-        if (call.duration == 200ms) {
-            free = IsFree(m_Engine->m_TransferMtx);
-        }
-    });
-    m_Engine->UVC_DisableVideoStream();
-    EXPECT_TRUE(free);
-}
-
 TEST_F(UvcStream, StopWithoutAStreamIsHarmlessAndSaysItsFrame) {
     EXPECT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
     EXPECT_EQ(Log(), (Lines{{4, "Video lock +\r\n"},
@@ -444,17 +402,6 @@ TEST_F(UvcStream, RefusedIdleSettingIsLoggedAndTheStopGoesOn) {
     expected.insert(expected.begin() + 5, {4, "UAC_DisableVideoStream: IF = 1, Alt = 0 Error!!"});
     EXPECT_EQ(Log(), expected);
     EXPECT_EQ(CountCalls("libusb_free_transfer"), 3u);
-}
-
-TEST_F(UvcStream, StopWakesABlockedConsumerAndWaitsUntilItHasLeft) {
-    ASSERT_EQ(Start(), 0);
-    ExpectStopWakesTheConsumer([&] { m_Engine->UVC_DisableVideoStream(); });
-}
-
-TEST_F(UvcStream, StopWaitsForACompletionOfAnotherThread) {
-    ASSERT_EQ(Start(), 0);
-    Forget();
-    ExpectStopWaitsForACompletion([&] { m_Engine->UVC_DisableVideoStream(); });
 }
 
 TEST_F(UvcStream, CompletionsDuringTheStopAreNotResubmitted) {
@@ -526,31 +473,6 @@ TEST_F(UvcStream, CancellationThatFailsIsNotCounted) {
     EXPECT_EQ(Log(), kStopLog);
 }
 
-TEST_F(UvcStream, StartAndStopManyTimes) {
-    for (int i = 0; i < 50; ++i) {
-        ASSERT_EQ(Start(), 0);
-        Deliver(Payload(0, Pattern(3)));
-        DeliverEnd(0);
-        EXPECT_EQ(Take(), Pattern(3));
-        ASSERT_EQ(m_Engine->UVC_DisableVideoStream(), 0);
-        ExpectIdle();
-    }
-    EXPECT_TRUE(log().texts(1).empty());
-}
-
-TEST_F(UvcStream, StopWaitsForTheTransferLock) {
-    ASSERT_EQ(Start(), 0);
-    std::future<int> stop;
-    {
-        pMutexLock lock(m_Engine->m_TransferMtx);
-        stop = std::async(std::launch::async, [&] { return m_Engine->UVC_DisableVideoStream(); });
-        EXPECT_EQ(stop.wait_for(20ms), std::future_status::timeout);
-        EXPECT_NE(m_Engine->Queue(), nullptr);
-    }
-    EXPECT_EQ(stop.get(), 0);
-    EXPECT_EQ(m_Engine->Queue(), nullptr);
-}
-
 TEST_F(UvcStream, AConsumerThatNeverLeavesKeepsTheBuffers) {
     {
         const MayLeak buffers;
@@ -581,47 +503,6 @@ TEST_F(UvcStream, FrameIdRemembersAcrossStreams) {
     Deliver(Payload(kFid, Pattern(3)));
     Deliver(Payload(0, {}));  // the change of frame ID ends it
     EXPECT_EQ(Take(), Pattern(3));
-}
-
-// --- event rounds --------------------------------------------------------------------------------
-
-TEST_F(UvcStream, EventRoundsLast33MillisecondsAndPauseOnlyWhenIdle) {
-    Forget();
-    m_Engine->handle_libusb_event();
-    EXPECT_EQ(usb().event_timeouts(), (std::vector<long>{33000}));
-    EXPECT_EQ(Sleeps(500us), 1u);
-    ASSERT_EQ(Start(), 0);
-    Forget();
-    Deliver(Payload(0, Pattern(3)));
-    EXPECT_EQ(usb().event_timeouts(), (std::vector<long>{33000}));
-    EXPECT_TRUE(clock().sleeps().empty());
-}
-
-TEST_F(UvcStream, EventRoundHoldsTheTransferLock) {
-    pMutexLock lock(m_Engine->m_TransferMtx);
-    Forget();
-    auto round = std::async(std::launch::async, [&] { m_Engine->handle_libusb_event(); });
-    EXPECT_EQ(round.wait_for(20ms), std::future_status::timeout);
-    EXPECT_TRUE(usb().event_timeouts().empty());
-    m_Engine->m_TransferMtx.Release();
-    round.get();
-    m_Engine->m_TransferMtx.Acquire();
-    EXPECT_EQ(usb().event_timeouts().size(), 1u);
-}
-
-TEST_F(UvcStream, CompletionHoldsTheProducerLock) {
-    ASSERT_EQ(Start(), 0);
-    virtcam::bus::push_bulk(TransferStatus::kCompleted, Payload(0, Pattern(3)));
-    Forget();
-    std::future<void> round;
-    {
-        pMutexLock lock(m_Engine->m_ProducerMtx);
-        round = std::async(std::launch::async, [&] { m_Engine->handle_libusb_event(); });
-        EXPECT_EQ(round.wait_for(20ms), std::future_status::timeout);
-        EXPECT_TRUE(usb().submits().empty());
-    }
-    round.get();
-    EXPECT_EQ(usb().submits().size(), 1u);
 }
 
 // --- device gone ---------------------------------------------------------------------------------
