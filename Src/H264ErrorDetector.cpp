@@ -16,13 +16,13 @@ bool IsPFrame(const unsigned char* frame, unsigned int size) {
 
 H264_STATUS CH264_ErrorDetector::CheckFrame(unsigned char* frame, unsigned int size,
                                             unsigned int frame_seq) {
+    is_Iframe = !IsPFrame(frame, size);
     if (frame_seq == 0) {
         Reset();
         return status;
     }
     const bool inSequence = frame_seq == cur_frame_id + 1;
     cur_frame_id = frame_seq;
-    is_Iframe = !IsPFrame(frame, size);
     if (is_Iframe) {
         status = H264_STATUS_OK;
         count = 0;

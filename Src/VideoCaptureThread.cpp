@@ -64,6 +64,7 @@ void CVideoCaptureThread::Run() {
         DeliverFrame(loop, frame, static_cast<uint32_t>(fsize));
         if (!Shutdown) {
             video_capture->RetFrameBuf();
+            RequestKeyFrame(loop);
         }
     }
     AIT_LOG(4, "Exit VideoCapture thread.\r\n");
@@ -106,7 +107,7 @@ void CVideoCaptureThread::HandleMainH264(LoopState& loop, const AitH264_MediaSam
         AIT_LOG(4, "Main H264, FRAME LOST. %d\r\n", static_cast<int>(sample.h264_frame_seq));
         loop.H264_det_1.ChangeStatus(H264_STATUS_FORCE_I);
         loop.H264_det_2.ChangeStatus(H264_STATUS_FORCE_I);
-        video_capture->RequestKeyFrame();
+        loop.key_frame_wanted = true;
     }
     const uint32_t cts = loop.clock.Cts();
     if (status != H264_STATUS_OK) {
@@ -131,13 +132,22 @@ void CVideoCaptureThread::HandleSubH264(LoopState& loop, const AitH264_MediaSamp
     if (status == H264_STATUS_FORCE_I) {
         AIT_LOG(4, "Sub H264, FRAME LOST. %d\r\n", static_cast<int>(sample.h264_2_frame_seq));
         loop.H264_det_2.ChangeStatus(H264_STATUS_FORCE_I);
-        video_capture->RequestKeyFrame();
+        loop.key_frame_wanted = true;
     }
     if (status != H264_STATUS_OK) {
         AIT_LOG(4, "Drop H264[2] frame.\r\n");
         return;
     }
     Deliver(loop, CAM_STREAM_H264_SUB, sample.h264_2, sample.h264_2_size, loop.clock.Cts());
+}
+
+/// Sends the request for which a frame was the reason, once the frame's buffer is back in the queue:
+/// a request is answered by way of the event thread, which may be waiting for that very buffer.
+void CVideoCaptureThread::RequestKeyFrame(LoopState& loop) {
+    if (loop.key_frame_wanted) {
+        loop.key_frame_wanted = false;
+        video_capture->RequestKeyFrame();
+    }
 }
 
 void CVideoCaptureThread::DeliverKeyFrameInParts(unsigned char* frame, uint32_t size,

@@ -33,6 +33,7 @@ class CVideoCaptureThread : public pThread {
         uint32_t prev_cts = 0;
         uint32_t fcount = 0;  // main H.264 frames
         int zero_frame_count = 0;
+        bool key_frame_wanted = false;
         CH264_ErrorDetector H264_det_1;  // main
         CH264_ErrorDetector H264_det_2;  // sub
         CCameraExtData data;             // the record of every delivery
@@ -43,6 +44,7 @@ class CVideoCaptureThread : public pThread {
     void DeliverFrame(LoopState& loop, uint8_t* frame, uint32_t size);
     void HandleMainH264(LoopState& loop, const AitH264_MediaSample& sample);
     void HandleSubH264(LoopState& loop, const AitH264_MediaSample& sample);
+    void RequestKeyFrame(LoopState& loop);
     void DeliverKeyFrameInParts(unsigned char* frame, uint32_t size, uint32_t cts);
     void NoteCts(LoopState& loop, uint32_t cts);
     void DeliverImages(LoopState& loop, const AitH264_MediaSample& sample);

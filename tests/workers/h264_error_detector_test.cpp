@@ -108,7 +108,7 @@ TEST_F(ErrorDetector, SequenceZeroResets) {
     detector_.ChangeStatus(kDrop);
     EXPECT_EQ(P(0), kOk);
     EXPECT_LOG_COUNT(4, "CH264_ErrorDetector RESET.\r\n", 1);
-    EXPECT_TRUE(detector_.IsIframe());  // not touched
+    EXPECT_FALSE(detector_.IsIframe());  // the kind of frame is noted all the same
     EXPECT_EQ(P(1), kOk);
     EXPECT_EQ(Key(0), kOk);
     EXPECT_EQ(P(2), kForce);

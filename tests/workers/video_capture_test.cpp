@@ -362,6 +362,30 @@ TEST_F(VideoCapture, SequenceZeroIsDelivered) {
     EXPECT_EQ(deliveries_.size(), 3u);
 }
 
+TEST_F(VideoCapture, AKeyFrameIsAskedForWhenTheBufferHasGoneBack) {
+    std::vector<int> returnedBefore;
+    ON_CALL(capture_, RequestKeyFrame).WillByDefault([&] {
+        returnedBefore.push_back(returned_);
+        return true;
+    });
+    Next().Add(kMain, H264(0x67), 1).Add(kSub, H264(0x67), 1);
+    Next().Add(kMain, H264(0x41), 3).Add(kSub, H264(0x41), 2);
+    Next().Add(kMain, H264(0x67), 4).Add(kSub, H264(0x67), 4);
+    Next().Add(kMain, H264(0x41), 5).Add(kSub, H264(0x41), 6);
+    Run();
+    EXPECT_EQ(returnedBefore, (std::vector<int>{2, 4}));
+}
+
+TEST_F(VideoCapture, CallModeKnowsTheKindOfAFrameWithSequenceZero) {
+    call_mode_ = true;
+    Next().Add(kMain, KeyFrame(), 0);
+    Next().Add(kMain, H264(0x41), 0);
+    Run();
+    const auto main = Delivered(CAM_STREAM_H264_MAIN);
+    ASSERT_EQ(main.size(), 4u);
+    EXPECT_EQ(main[3].data, H264(0x41));
+}
+
 TEST_F(VideoCapture, CallModeDeliversAKeyFrameInThreeParts) {
     call_mode_ = true;
     Next().Add(kMain, KeyFrame(), 1).Add(kSub, KeyFrame(), 1);
@@ -499,7 +523,7 @@ TEST_F(VideoCapture, AFrameThatCameWithTheStopIsNotDelivered) {
     EXPECT_EQ(returned_, 0);
 }
 
-TEST_F(VideoCapture, ALossIsLoggedThenAskedForThenDropped) {
+TEST_F(VideoCapture, ALossIsLoggedThenDroppedThenAskedFor) {
     Next().Add(kMain, H264(0x67), 1).Add(kSub, H264(0x67), 1);
     Next().Add(kMain, H264(0x41), 3).Add(kSub, H264(0x67), 2);
     Next().Add(kMain, H264(0x67), 4).Add(kSub, H264(0x41), 4);
@@ -509,8 +533,8 @@ TEST_F(VideoCapture, ALossIsLoggedThenAskedForThenDropped) {
         return true;
     });
     Run();
-    EXPECT_EQ(logged_before_request, (std::vector<std::string>{"Main H264, FRAME LOST. 3\r\n",
-                                                               "Sub H264, FRAME LOST. 4\r\n"}));
+    EXPECT_EQ(logged_before_request,
+              (std::vector<std::string>{"Drop H264[1] frame.\r\n", "Drop H264[2] frame.\r\n"}));
     const Lines lines = Log([](const LogLine& line) {
         return line.text.find("LOST") != std::string::npos ||
                line.text.find("Drop") != std::string::npos;
