@@ -43,7 +43,7 @@ class Image {
 
     /// False after a log line when the file cannot be used.
     bool Load(const char* path, const Rules& rules, LogAs AitLogName) {
-        const FilePtr file(fopen(path, "rb"));
+        const FilePtr file = OpenFile(path);
         if (file == nullptr) {
             AIT_LOG(rules.refusal_level, "file %s not exist. \r\n", path);
             return false;
@@ -65,6 +65,8 @@ class Image {
         const size_t count = fread(m_Data.get(), 1, static_cast<size_t>(size), file.get());
         if (count < static_cast<size_t>(size)) {
             AIT_LOG(3, "file %s: %d of %d bytes read.\r\n", path, static_cast<int>(count), m_nSize);
+            AIT_LOG(rules.refusal_level, "file %s not exist. \r\n", path);
+            return false;
         }
         return true;
     }
@@ -106,12 +108,22 @@ int WritePiece(AitDevHandle* device, Image& image, int offset, int largest,
                                 std::min(largest, image.Size() - offset), &moved, timeoutMs);
 }
 
-/// Writes the image in pieces; a failed piece is passed over, the burn request tells.
-void WriteUnchecked(AitDevHandle* device, Image& image, int largest, unsigned int timeoutMs) {
+bool IsSet(const std::atomic<bool>* stop) {
+    return stop != nullptr && *stop;
+}
+
+/// Writes the image in pieces; a failed piece is passed over, the burn request tells. False when
+/// asked to stop.
+bool WriteUnchecked(AitDevHandle* device, Image& image, int largest, unsigned int timeoutMs,
+                    const std::atomic<bool>* stop = nullptr) {
     for (int offset = 0; offset < image.Size();
          offset += std::min(largest, image.Size() - offset)) {
+        if (IsSet(stop)) {
+            return false;
+        }
         WritePiece(device, image, offset, largest, timeoutMs);
     }
+    return !IsSet(stop);
 }
 
 /// Writes the image in pieces; a piece that times out is passed over, any other failure ends it.
@@ -165,7 +177,8 @@ bool CheckSumMatches(AitDevHandle* device, long long checkSum, int size) {
 
 }  // namespace
 
-int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int) {
+int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int,
+                          const std::atomic<bool>* stop) {
     Image image;
     if (!image.Load(file_path_name, {1, 0, xu::kFirmwarePiece, true}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;
@@ -178,10 +191,16 @@ int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsign
     const int pieces =
         image.Size() / xu::kFirmwarePiece + (image.Size() % xu::kFirmwarePiece != 0 ? 1 : 0);
     for (int i = 0; i < pieces; ++i) {
+        if (IsSet(stop)) {
+            return AIT_ERR_DEVICE;
+        }
         if (AitXU_XuCmd(ait_handle, image.At(i * xu::kFirmwarePiece), xu::kFirmwareData,
                         xu::kFirmwarePiece, kToCamera) < 0) {
             return AIT_ERR_DEVICE;
         }
+    }
+    if (IsSet(stop)) {
+        return AIT_ERR_DEVICE;
     }
     image.Free();
     AIT_LOG(4, "Start burning.\r\n");
@@ -190,7 +209,11 @@ int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsign
         true, LogAs(__func__));  // whatever the burn command said: the camera may be gone already
 }
 
-int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int) {
+int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int,
+                             const std::atomic<bool>* stop) {
+    if (ait_handle == nullptr) {
+        return Finish(false, LogAs(__func__));
+    }
     Image image;
     if (!image.Load(file_path_name, {4, 1, kPcsyncPiece, true}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;
@@ -198,7 +221,9 @@ int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, uns
     // This path does not take the control transfers' lock: nothing else uses the camera yet.
     SendSize(ait_handle, libusb_control_transfer, vendor::kAnnounceImage, image.Size(),
              kShortTimeoutMs);
-    WriteUnchecked(ait_handle, image, kPcsyncPiece, kPcsyncTimeoutMs);
+    if (!WriteUnchecked(ait_handle, image, kPcsyncPiece, kPcsyncTimeoutMs, stop)) {
+        return AIT_ERR_DEVICE;
+    }
     image.Free();
     AIT_LOG(4, "Start burning.\r\n");
     const int result = SendSize(ait_handle, libusb_control_transfer, vendor::kBurnChip4,
@@ -210,6 +235,9 @@ int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, uns
 // --- not called by the plug-in
 
 int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip) {
+    if (ait_handle == nullptr) {
+        return Finish(false, LogAs(__func__));
+    }
     Image image;
     if (!image.Load(file_path_name, {4, 0, 0, false}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;
@@ -228,6 +256,9 @@ int UpdateFirmware(AitDevHandle* ait_handle, char* file_path_name, unsigned int 
 
 int UpdateAitFirmwareWithCheckSum(AitDevHandle* ait_handle, char* file_path_name,
                                   long long CheckSum) {
+    if (ait_handle == nullptr) {
+        return Finish(false, LogAs(__func__));
+    }
     Image image;
     if (!image.Load(file_path_name, {4, 0, 0, false}, LogAs(__func__))) {
         return AIT_ERR_DEVICE;

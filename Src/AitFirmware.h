@@ -6,14 +6,19 @@
 // or AIT_ERR_DEVICE after one log line. No step retries. `chip` is a number of the camera maker's.
 #pragma once
 
+#include <atomic>
+
 #include "AitDevice.h"
 
-/// Extension-unit path. An empty image is accepted. `chip` is not used.
-int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip);
+/// Extension-unit path. An empty image is accepted. `chip` is not used. Fails before the next piece,
+/// without the burn request, once `stop` is set.
+int UpdateFirmwareUvcPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip,
+                          const std::atomic<bool>* stop = nullptr);
 
 /// Bulk path of the boot code, in pieces of 512 bytes; an empty image is refused. `chip` is not
-/// used.
-int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip);
+/// used. `stop` as above.
+int UpdateFirmwarePcsyncPath(AitDevHandle* ait_handle, char* file_path_name, unsigned int chip,
+                             const std::atomic<bool>* stop = nullptr);
 
 // --- not called by the plug-in
 

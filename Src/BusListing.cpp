@@ -8,8 +8,10 @@
 #include <sys/time.h>
 
 #include "CameraIdentity.h"
+#include "FileContent.h"
 #include "aitdbg.h"
 #include "aitshell.h"
+#include "ptasking.h"
 
 bool m_bAITCAM = false;
 
@@ -17,7 +19,7 @@ namespace {
 
 constexpr char kListing[] = "/proc/bus/usb/devices";
 constexpr char kListingCopy[] = "/dtv/ait_usb_devices";
-constexpr size_t kLineSize = 256;
+constexpr size_t kLineSize = 256 + 2;  // with the line end and the terminator
 constexpr int kFirstProductId = 0x205C;
 constexpr int kLastProductId = 0x206F;
 constexpr int kColourRed = 31;
@@ -25,8 +27,11 @@ constexpr int kColourRed = 31;
 enum { BITMASK_PID = 1, BITMASK_VID = 2, BITMASK_PORT = 4 };
 constexpr unsigned int kBitmaskComplete = BITMASK_PID | BITMASK_VID | BITMASK_PORT;
 
+pMutex g_ListingLock;  // guards what follows, and the search: its copy has one name
 long m_AccessTime = 0;
 long m_LogSize = 0;
+unsigned int g_ListingsSeen = 0;
+int g_ProductSeen = 0;  // in the last of them
 
 /// What is known of the device block that is being read.
 struct DeviceBlock {
@@ -64,14 +69,14 @@ struct DeviceBlock {
     }
 };
 
-FILE* OpenListing() {
+FilePtr OpenListing() {
     AIT_LOG_AS("t_SearchAITUsbCamera");
-    FILE* file = fopen(kListingCopy, "r");
+    FilePtr file = OpenFile(kListingCopy);
     if (file != nullptr) {
         return file;
     }
     AIT_LOG(1, "cannot open %s file\n", kListingCopy);
-    file = fopen(kListing, "r");
+    file = OpenFile(kListing);
     if (file == nullptr) {
         AIT_LOG(1, "cannot open %s file\n", kListing);
     }
@@ -114,6 +119,34 @@ int FindCamera(FILE* listing) {
     return 0;
 }
 
+/// Whether there is something at `path`, a link itself included, that is no regular file.
+bool IsNoRegularFile(const char* path) {
+    struct stat status;
+    return lstat(path, &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+/// Copies the listing and searches the copy. Neither name may be a FIFO: cp would wait for good.
+int ReadListing() {
+    char command[256];
+    if (IsNoRegularFile(kListingCopy)) {
+        snprintf(command, sizeof command, "rm -rf %s", kListingCopy);
+        AITCAM_ExecuteShell(command);
+    }
+    if (OpenFile(kListing) != nullptr) {
+        snprintf(command, sizeof command, "cp -f %s %s; sync", kListing, kListingCopy);
+        AITCAM_ExecuteShell(command);
+    }
+    FilePtr listing = OpenListing();
+    if (listing == nullptr) {
+        return 0;
+    }
+    const int product = FindCamera(listing.get());
+    listing.reset();
+    snprintf(command, sizeof command, "rm -f %s; sync", kListingCopy);
+    AITCAM_ExecuteShell(command);
+    return product;
+}
+
 }  // namespace
 
 bool IsAITCamera(int vid, int pid) {
@@ -125,6 +158,7 @@ bool IsAITCamera(int vid, int pid) {
 }
 
 bool IsProcDeviceChanged() {
+    pMutexLock lock(g_ListingLock);
     struct stat status;
     if (stat(kListing, &status) == 0) {
         const long time = status.st_ctime;  // of status change, whatever the log calls it
@@ -158,19 +192,23 @@ bool GetCamString(char* dest, char* source, const char* pattern, int size) {
 }
 
 int t_SearchAITUsbCamera() {
-    if (!IsProcDeviceChanged()) {
+    unsigned int seen = ListingsSeen();
+    return t_SearchAITUsbCamera(&seen);
+}
+
+unsigned int ListingsSeen() {
+    pMutexLock lock(g_ListingLock);
+    return g_ListingsSeen;
+}
+
+int t_SearchAITUsbCamera(unsigned int* seen) {
+    pMutexLock lock(g_ListingLock);
+    if (IsProcDeviceChanged()) {
+        g_ProductSeen = ReadListing();
+        ++g_ListingsSeen;
+    } else if (*seen == g_ListingsSeen) {
         return 0;
     }
-    char command[256];
-    snprintf(command, sizeof command, "cp -f %s %s; sync", kListing, kListingCopy);
-    AITCAM_ExecuteShell(command);
-    FILE* listing = OpenListing();
-    if (listing == nullptr) {
-        return 0;
-    }
-    const int product = FindCamera(listing);
-    fclose(listing);
-    snprintf(command, sizeof command, "rm -f %s; sync", kListingCopy);
-    AITCAM_ExecuteShell(command);
-    return product;
+    *seen = g_ListingsSeen;
+    return g_ProductSeen;
 }

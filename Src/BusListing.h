@@ -1,5 +1,5 @@
-// The cheap way of looking for the camera: the kernel's text listing of USB devices. Loader thread
-// only.
+// The cheap way of looking for the camera: the kernel's text listing of USB devices. Loader threads:
+// what was last seen of the listing is shared by all of the process, and guarded.
 #pragma once
 
 /// Set by IsAITCamera for the product IDs 0x205D and 0x2062, cleared for the other accepted ones.
@@ -20,3 +20,9 @@ bool GetCamString(char* dest, char* source, const char* pattern, int size);
 
 /// Product ID of the first camera in the listing; 0 when there is none or nothing has changed.
 int t_SearchAITUsbCamera();
+
+/// Number of changed listings that the process has read so far.
+unsigned int ListingsSeen();
+/// The same search for one of several loaders: a listing that another one has read since `*seen`
+/// counts as changed. `*seen` follows.
+int t_SearchAITUsbCamera(unsigned int* seen);

@@ -86,6 +86,7 @@ void CCameraFwLoader::SetInitDoneCallback(AitCamInitDoneCallback callback, void*
 
 void CCameraFwLoader::Run() {
     AIT_LOG(4, "CCameraFwLoader::Run()\r\n");
+    m_nListingSeen = ListingsSeen();
     bool bulkPath = true;
     Step step = FindBootCode(&bulkPath);
     if (step == Step::kContinue && ait_handle != nullptr) {
@@ -99,7 +100,7 @@ void CCameraFwLoader::Run() {
         return;
     }
     RecordVersion();
-    if (!IsCamDestroy()) {
+    if (MayReport()) {
         AIT_LOG(4, "Camera firmware ready. change status to CAMERA_STATUS_OK.\r\n");
         fpInitDoneCb(CAMERA_STATUS_OK, pCamInitDoneCbData);
     }
@@ -160,10 +161,10 @@ CCameraFwLoader::Step CCameraFwLoader::LoadFirmware(bool bulkPath) {
     int result;
     if (bulkPath) {
         AIT_LOG(4, "Enter UpdateFirmwarePcsyncPath. \r\n");
-        result = UpdateFirmwarePcsyncPath(ait_handle, path, kFirmwareChip);
+        result = UpdateFirmwarePcsyncPath(ait_handle, path, kFirmwareChip, &Shutdown);
     } else {
         AIT_LOG(4, "Enter UpdateFirmwareUvcPath. \r\n");
-        result = UpdateFirmwareUvcPath(ait_handle, path, kFirmwareChip);
+        result = UpdateFirmwareUvcPath(ait_handle, path, kFirmwareChip, &Shutdown);
     }
     if (result != 0) {
         Report(CAMERA_LOAD_FW_FAILED);
@@ -182,7 +183,7 @@ CCameraFwLoader::Step CCameraFwLoader::AwaitRunTimeCamera() {
     if (!Pause()) {
         return Step::kEnd;
     }
-    for (int scan = 1; t_SearchAITUsbCamera() == 0; ++scan) {
+    for (int scan = 1; t_SearchAITUsbCamera(&m_nListingSeen) == 0; ++scan) {
         if (scan == kScans) {
             Report(CAMERA_LOAD_FW_FAILED);
             AIT_LOG(1, "Camera reboot failed. \r\n");
@@ -252,9 +253,15 @@ void CCameraFwLoader::HandleDisconnection(int error) {
     Report(CAMERA_CANT_FOUND_DEVICE);
 }
 
-/// Calls the host's side back, unless the camera object is being destroyed. Always the last step.
+/// A loader that was asked to stop says nothing more: its answer could reach the host's next
+/// callback.
+bool CCameraFwLoader::MayReport() const {
+    return !Shutdown && !IsCamDestroy();
+}
+
+/// Calls the host's side back where it may. Always the last step.
 CCameraFwLoader::Step CCameraFwLoader::Report(unsigned int status) {
-    if (!IsCamDestroy()) {
+    if (MayReport()) {
         fpInitDoneCb(status, pCamInitDoneCbData);
     }
     return Step::kEnd;
@@ -297,8 +304,8 @@ bool CCameraFwLoader::GetCamVersion() {
 }
 
 bool CCameraFwLoader::UseDefaultVersion() {
-    const FilePtr downloaded(fopen(kDownloadedVersionFile, "r"));
-    const FilePtr shipped(fopen(kDefaultVersionFile, "r"));
+    const FilePtr downloaded = OpenFile(kDownloadedVersionFile);
+    const FilePtr shipped = OpenFile(kDefaultVersionFile);
     if (shipped == nullptr) {
         AIT_LOG(1, "use /mtd_down/lumo/bin\n");
         return false;
@@ -342,7 +349,7 @@ bool CCameraFwLoader::UseDefaultVersion() {
 // --- not called by the plug-in
 
 int CCameraFwLoader::UpdateBootCode(AitDevHandle*, char* path, unsigned long deviceVersion) {
-    const FilePtr file(fopen(path, "rb"));
+    const FilePtr file = OpenFile(path);
     if (file == nullptr) {
         AIT_LOG(4, "New firmware file does not found. skip firmware update procdure.\r\n");
         return 0;

@@ -64,6 +64,7 @@ class CCameraFwLoader : public pThread {
     void RecordVersion();
     void Monitor();
 
+    bool MayReport() const;
     Step Report(unsigned int status);
     void HandleDisconnection(int error);
     bool Pause();
@@ -78,5 +79,6 @@ class CCameraFwLoader : public pThread {
     AitCamInitDoneCallback fpInitDoneCb = nullptr;
     AitDevHandle* ait_handle = nullptr;  ///< owned; written by the loader thread under m_HandleLock
     unsigned int m_nCameraVer = 0;
-    pMutex m_HandleLock;  ///< keeps the camera open during a query of another thread
+    unsigned int m_nListingSeen = 0;  ///< see t_SearchAITUsbCamera
+    pMutex m_HandleLock;              ///< keeps the camera open during a query of another thread
 };

@@ -27,7 +27,7 @@ void CDummyStillCapture::Run() {
 
 void CDummyStillCapture::SendPlaceholder() {
     AIT_LOG_AS("Run");
-    FilePtr file(fopen(dummy_jpg_path_name, "rb"));
+    FilePtr file = OpenFile(dummy_jpg_path_name);
     if (file == nullptr) {
         AIT_LOG(4, "CDummyStillCapture::Run() No dummy image file.\r\n");
         return;

@@ -1,7 +1,27 @@
 #include "FileContent.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 constexpr size_t kLargestText = size_t{1024} * 1024;
+}
+
+FilePtr OpenFile(const char* path) {
+    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat status;
+    if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+        return nullptr;
+    }
+    FilePtr file(fdopen(descriptor, "rb"));
+    if (file == nullptr) {
+        close(descriptor);
+    }
+    return file;
 }
 
 long FileSize(FILE* file) {

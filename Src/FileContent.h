@@ -11,6 +11,10 @@ struct FileCloser {
 };
 typedef std::unique_ptr<FILE, FileCloser> FilePtr;
 
+/// Opens a regular file for reading; null for anything else, as if it were not there: opening a FIFO
+/// would wait for somebody who writes.
+FilePtr OpenFile(const char* path);
+
 /// Size in bytes by seeking to the end, negative when it cannot be told; the position is the start
 /// again.
 long FileSize(FILE* file);

@@ -70,7 +70,7 @@ PLATFORM FindPlatform(const char* info) {
 const PlatformInfo& DetectPlatform() {
     AIT_LOG_AS("CAitOrixCamera");
     char info[kInfoSize] = {};
-    const FilePtr file(fopen(info_file_path_name, "r"));
+    const FilePtr file = OpenFile(info_file_path_name);
     if (file == nullptr) {
         AIT_LOG(1, "fail to open info file\n");
     } else if (fread(info, 1, sizeof info, file.get()) < sizeof info) {
@@ -84,7 +84,7 @@ const PlatformInfo& DetectPlatform() {
 int ReadPowerFrequency() {
     AIT_LOG_AS("CAitOrixCamera");
     AIT_LOG(4, "Anti Flicker path %s ...\r\n", kFrequencyFile);
-    const FilePtr file(fopen(kFrequencyFile, "r"));
+    const FilePtr file = OpenFile(kFrequencyFile);
     if (file == nullptr) {
         AIT_LOG(1, "Can't open file. /dtv/cm_frequency!!!\r\n");
         return 0;

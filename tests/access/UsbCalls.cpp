@@ -14,6 +14,7 @@ std::atomic<bool> g_Watching{false};
 std::atomic<bool> g_FailInit{false};
 std::mutex g_CallsMutex;
 std::vector<UsbCall> g_Calls;
+std::function<void()> g_BeforeTransfer;
 
 void Record(const char* name, int length = 0, unsigned int timeoutMs = 0) {
     if (!g_Watching) {
@@ -25,7 +26,23 @@ void Record(const char* name, int length = 0, unsigned int timeoutMs = 0) {
     g_Calls.push_back(call);
 }
 
+void BeforeTransfer() {
+    std::function<void()> action;
+    {
+        std::lock_guard lock(g_CallsMutex);
+        action = g_BeforeTransfer;
+    }
+    if (action) {
+        action();
+    }
+}
+
 }  // namespace
+
+void before_each_transfer(std::function<void()> action) {
+    std::lock_guard lock(g_CallsMutex);
+    g_BeforeTransfer = std::move(action);
+}
 
 void watch_usb_calls() {
     std::lock_guard lock(g_CallsMutex);
@@ -88,6 +105,7 @@ int __wrap_libusb_control_transfer(libusb_device_handle* handle, uint8_t type, u
                                    uint16_t value, uint16_t index, unsigned char* data,
                                    uint16_t length, unsigned int timeout) {
     test::Record("control_transfer", length, timeout);
+    test::BeforeTransfer();
     return __real_libusb_control_transfer(handle, type, request, value, index, data, length,
                                           timeout);
 }
@@ -96,6 +114,7 @@ int __wrap_libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endp
                                 unsigned char* data, int length, int* transferred,
                                 unsigned int timeout) {
     test::Record("bulk_transfer", length, timeout);
+    test::BeforeTransfer();
     return __real_libusb_bulk_transfer(handle, endpoint, data, length, transferred, timeout);
 }
 }

@@ -3,6 +3,7 @@
 // failure that the bus does not play. The calls are link-wrapped, see CMakeLists.txt.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ struct UsbCall {
 void watch_usb_calls();
 /// Ends the recording: the calls in order.
 std::vector<UsbCall> take_usb_calls();
+
+/// Calls `action` before every control and bulk transfer, on its thread; null ends it.
+void before_each_transfer(std::function<void()> action);
 
 /// While on, libusb_init makes a context and fails all the same.
 void fail_init_with_context(bool on);

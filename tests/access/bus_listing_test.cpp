@@ -1,17 +1,23 @@
 // Looking for the camera in the kernel's text listing.
 #include "BusListing.h"
 
+#include <fcntl.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <future>
 
 #include "tests/support/PluginTest.h"
 #include "tests/support/TvFiles.h"
 
 namespace test {
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr char kListing[] = "/proc/bus/usb/devices";
 constexpr char kCopy[] = "/dtv/ait_usb_devices";
@@ -63,6 +69,36 @@ TEST_F(BusListing, MarksTwoProducts) {
     m_bAITCAM = true;
     EXPECT_FALSE(IsAITCamera(0x114D, 0x2070));
     EXPECT_TRUE(m_bAITCAM);
+}
+
+TEST_F(BusListing, ALineOf256BytesDoesNotEndItsBlock) {
+    for (const size_t length : {254, 255, 256}) {
+        std::string topology = "T:  Bus=01 Lev=01 Prnt=01 Port=03 Cnt=01";
+        topology.resize(length, ' ');
+        EXPECT_EQ(Search(topology + "\nP:  Vendor=114d ProdID=2066 Rev= 1.00\n"), 0x2066) << length;
+    }
+}
+
+/// Whether `search` ends while a FIFO that nobody writes to stands at `path`.
+bool EndsDespiteAFifo(const char* path, const std::function<void()>& search) {
+    std::filesystem::remove(path);
+    EXPECT_EQ(mkfifo(path, 0600), 0);
+    std::future<void> done = std::async(std::launch::async, search);
+    const bool ended = done.wait_for(5s) == std::future_status::ready;
+    while (done.wait_for(10ms) != std::future_status::ready) {
+        close(open(path, O_RDWR | O_NONBLOCK));  // a writer that leaves: the reader sees the end
+    }
+    std::filesystem::remove(path);
+    return ended;
+}
+
+TEST_F(BusListing, AFifoInPlaceOfTheListingIsNoListing) {
+    EXPECT_TRUE(EndsDespiteAFifo(kListing, [] { EXPECT_EQ(t_SearchAITUsbCamera(), 0); }));
+}
+
+TEST_F(BusListing, AFifoInPlaceOfTheCopyIsRemoved) {
+    List(Block("03", "114d", "2066") + "\n");
+    EXPECT_TRUE(EndsDespiteAFifo(kCopy, [] { EXPECT_EQ(t_SearchAITUsbCamera(), 0x2066); }));
 }
 
 TEST_F(BusListing, FindsTheCameraBehindAnotherDevice) {
@@ -224,18 +260,6 @@ TEST_F(BusListing, WhatCannotBeSeenLeavesAMarkInPlaceOfNoSize) {
     EXPECT_EQ(previousSize(), size);  // a size that is known stays
 }
 
-TEST_F(BusListing, LinesAreReadInPiecesOf255Characters) {
-    const auto withTopologyLineOf = [](size_t length) {
-        std::string line = "T:  Bus=01 Port=01 ";
-        line.resize(length, '.');
-        return line + "\nP:  Vendor=114d ProdID=2066 Rev= 1.00\n";
-    };
-    EXPECT_EQ(Search(withTopologyLineOf(254)), 0x2066);
-    // Its line end comes alone, as a blank line between blocks would.
-    EXPECT_EQ(Search(withTopologyLineOf(255)), 0);
-    EXPECT_EQ(Search(withTopologyLineOf(256)), 0x2066);
-}
-
 TEST_F(BusListing, AMissingListingIsNoChangeAndForgetsTheSize) {
     List("a");
     EXPECT_TRUE(IsProcDeviceChanged());
@@ -263,14 +287,25 @@ TEST_F(BusListing, AListingThatCannotBeSeenCountsAsChanged) {
 }
 
 TEST_F(BusListing, ReadsTheListingItselfWhenTheCopyCannotBeMade) {
-    // The name of the copy is taken by a folder that is not empty.
-    std::filesystem::create_directories(std::string(kCopy) + "/devices/full");
     List(Block("01", "114d", "2066"));
-    std::filesystem::remove_all(kCopy);
-    std::filesystem::create_symlink("/nowhere/at/all", kCopy);
+    const std::string path = getenv("PATH");
+    setenv("PATH", "/nowhere", 1);  // no cp
     EXPECT_EQ(t_SearchAITUsbCamera(), 0x2066);
+    setenv("PATH", path.c_str(), 1);
     EXPECT_LOG(1, "cannot open /dtv/ait_usb_devices file\n");
     EXPECT_NO_LOG(1, "cannot open /proc/bus/usb/devices file\n");
+}
+
+TEST_F(BusListing, WhatOneLoaderReadIsNewToAnother) {
+    unsigned int first = ListingsSeen();
+    unsigned int second = first;
+    List(Block("01", "114d", "2066"));
+    EXPECT_EQ(t_SearchAITUsbCamera(&first), 0x2066);
+    EXPECT_EQ(t_SearchAITUsbCamera(&second), 0x2066);
+    EXPECT_EQ(t_SearchAITUsbCamera(&second), 0);  // no change since, for either
+    EXPECT_EQ(t_SearchAITUsbCamera(&first), 0);
+    unsigned int late = ListingsSeen();
+    EXPECT_EQ(t_SearchAITUsbCamera(&late), 0);
 }
 
 TEST(CamString, CopiesWhatFollowsThePattern) {

@@ -11,6 +11,7 @@
 #include "CamDestroyFlag.h"
 #include "CameraIdentity.h"
 #include "LibusbWrap.h"
+#include "tests/access/UsbCalls.h"
 #include "tests/support/BusTest.h"
 #include "tests/support/ControlSequence.h"
 #include "tests/support/Fakes.h"
@@ -162,6 +163,62 @@ TEST_F(FirmwareLoader, LaterOpensTakeTheOlderInterface) {
     EXPECT_LOG_COUNT(4, "Current boot code is using UVC interface.\r\n", 1);
     EXPECT_LOG(4, "use_pcsync is 0\n");
     ExpectLeavingsOfFailedClaim();
+}
+
+/// Asks the loader to stop from its own thread, before transfer number `nth`; transfers made since.
+class StopBefore {
+  public:
+    StopBefore(pThread& loader, int nth) {
+        before_each_transfer([this, &loader, nth] {
+            if (++count_ == nth) {
+                loader.Stop();
+            }
+        });
+    }
+    ~StopBefore() { before_each_transfer(nullptr); }
+    int Count() const { return count_; }
+
+  private:
+    std::atomic<int> count_{0};
+};
+
+TEST_F(FirmwareLoader, AStopEndsABulkDownloadAfterThePieceInTransfer) {
+    StopBefore stop(*loader_, 6);
+    Start();
+    ASSERT_TRUE(virtcam::bus::wait_until([&] { return stop.Count() >= 6; }, kLimit));
+    loader_ = nullptr;
+    EXPECT_EQ(stop.Count(), 6);  // version, its answer, announcement, three pieces of four
+    EXPECT_TRUE(reports_.All().empty());
+    EXPECT_NO_LOG(4, "Start burning.\r\n");
+}
+
+TEST_F(FirmwareLoader, AStopEndsADownloadByTheExtensionUnitAfterThePieceInTransfer) {
+    virtcam::bus::add_fault({{"on", {{"call", "libusb_open"}}},
+                             {"count", 1},
+                             {"do", {{"return", "LIBUSB_ERROR_ACCESS"}}}});
+    StopBefore stop(*loader_, 10);
+    Start();
+    ASSERT_TRUE(virtcam::bus::wait_until([&] { return stop.Count() >= 10; }, kLimit));
+    ExpectLeavingsOfFailedClaim();
+    loader_ = nullptr;
+    EXPECT_EQ(stop.Count(), 10);
+    EXPECT_TRUE(reports_.All().empty());
+    EXPECT_NO_LOG(4, "Start burning.\r\n");
+}
+
+TEST_F(FirmwareLoader, ALoaderThatWasAskedToStopDoesNotReport) {
+    std::atomic<bool> asked{false};
+    before_each_transfer([&] {
+        if (log().has(4, "Exit UpdateFirmwareUvcPath. \r\n")) {
+            loader_->Stop();  // while it reads the run-time camera's version
+            asked = true;
+        }
+    });
+    Start();
+    ASSERT_TRUE(virtcam::bus::wait_until([&] { return asked.load(); }, kLimit));
+    before_each_transfer(nullptr);
+    loader_ = nullptr;
+    EXPECT_TRUE(reports_.All().empty());
 }
 
 TEST_F(FirmwareLoader, EveryLineOfAStartByTheExtensionUnitPath) {
@@ -674,7 +731,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class FirmwareChoiceOfOddFiles : public PluginTest {};
 
-TEST_F(FirmwareChoiceOfOddFiles, WithoutSizesTakesTheDownloadedOnes) {
+TEST_F(FirmwareChoiceOfOddFiles, WhatIsNoRegularFileIsMissing) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const std::string unsized = "/proc/self/fd/" + std::to_string(ends[0]);
@@ -689,9 +746,9 @@ TEST_F(FirmwareChoiceOfOddFiles, WithoutSizesTakesTheDownloadedOnes) {
         std::filesystem::remove(unsizedFile);
         std::filesystem::create_symlink(unsized, unsizedFile);
         CCameraFwLoader loader(0x2065, 0x114D, 2, nullptr);
-        EXPECT_FALSE(loader.UseDefaultVersion());
-        ASSERT_EQ(log().lines().size(), 1u) << log_listing();
-        EXPECT_LOG(1, "fail to parse opxCamera.xml, use /mtd_down/lumo/bin\n");
+        EXPECT_EQ(loader.UseDefaultVersion(), unsizedFile != files[0]);
+        EXPECT_LOG(1,
+                   unsizedFile == files[0] ? "use /mtd_down/lumo/bin\n" : "use /mtd_exe/lumo/\n");
     }
     close(ends[0]);
     close(ends[1]);

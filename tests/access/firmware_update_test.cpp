@@ -352,7 +352,7 @@ std::vector<std::pair<std::string, std::function<int(AitDevHandle*, char*)>>> Pa
              [](auto* d, char* path) { return UpdateAitFirmwareWithCheckSum(d, path, 0); }}};
 }
 
-TEST_F(FirmwareUpdate, AFileWithoutASizeIsRefused) {
+TEST_F(FirmwareUpdate, WhatIsNoRegularFileIsMissing) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     char path[64];
@@ -362,8 +362,7 @@ TEST_F(FirmwareUpdate, AFileWithoutASizeIsRefused) {
         log().reset();
         EXPECT_EQ(update(device_, path), AIT_ERR_DEVICE);
         const unsigned level = name == "uvc" ? 1 : 4;
-        EXPECT_EQ(Log(),
-                  (Lines{{level, "file " + std::string(path) + " size is incorrect. \r\n"}}));
+        EXPECT_EQ(Log(), (Lines{{level, "file " + std::string(path) + " not exist. \r\n"}}));
     }
     EXPECT_TRUE(Requests().empty());
     close(ends[0]);
@@ -383,17 +382,25 @@ TEST_F(FirmwareUpdate, AnImageBeyondTheSizeFieldIsRefused) {
     std::filesystem::remove(kPath);
 }
 
-TEST_F(FirmwareUpdate, AFileThatEndsBeforeItsSizeIsPaddedWithZeros) {
+TEST_F(FirmwareUpdate, AFileThatEndsBeforeItsSizeIsNotBurnt) {
     char path[] = "/sys/class/net/lo/mtu";  // says 4096 bytes and holds a number
     ASSERT_EQ(std::filesystem::file_size(path), 4096u);
-    std::string image = ReadFile(path);
-    ASSERT_LT(image.size(), 4096u);
-    EXPECT_EQ(UpdateFirmware(device_, path, 0), 0);
-    EXPECT_EQ(log().texts(3), (std::vector<std::string>{"file " + std::string(path) + ": " +
-                                                        std::to_string(image.size()) +
-                                                        " of 4096 bytes read.\r\n"}));
-    image.resize(4096);
-    EXPECT_EQ(Flash(), image);
+    ASSERT_LT(ReadFile(path).size(), 4096u);
+    EXPECT_EQ(UpdateFirmware(device_, path, 0), AIT_ERR_DEVICE);
+    EXPECT_EQ(UpdateFirmwarePcsyncPath(device_, path, 0), AIT_ERR_DEVICE);
+    EXPECT_EQ(UpdateFirmwareUvcPath(device_, path, 0), AIT_ERR_DEVICE);
+    EXPECT_EQ(UpdateAitFirmwareWithCheckSum(device_, path, 0), AIT_ERR_DEVICE);
+    EXPECT_TRUE(Requests().empty());
+    EXPECT_EQ(BulkCalls(), 0u);
+}
+
+TEST_F(FirmwareUpdate, WithoutADeviceNothingIsWritten) {
+    Image(1000);
+    EXPECT_EQ(UpdateFirmware(nullptr, Path(), 0), AIT_ERR_DEVICE);
+    EXPECT_EQ(UpdateFirmwarePcsyncPath(nullptr, Path(), 0), AIT_ERR_DEVICE);
+    EXPECT_EQ(UpdateAitFirmwareWithCheckSum(nullptr, Path(), 0), AIT_ERR_DEVICE);
+    EXPECT_EQ(UpdateFirmwareUvcPath(nullptr, Path(), 0), AIT_ERR_DEVICE);
+    EXPECT_LOG_COUNT(1, kFailed, 3);
 }
 
 TEST_F(FirmwareUpdate, PiecesAndTimeoutsOfEachPath) {

@@ -82,7 +82,7 @@ TEST_F(PlaceholderStill, RefusesWhatDoesNotFitIntoMemory) {
     EXPECT_LOG(4, "file /mtd_rwcommon/lumo/bin/dummy.jpg size is incorrect. \r\n");
 }
 
-TEST_F(PlaceholderStill, RefusesAFileWithoutASize) {
+TEST_F(PlaceholderStill, WhatIsNoRegularFileIsMissing) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     std::filesystem::create_directories("/mtd_rwcommon/lumo/bin");
@@ -90,8 +90,7 @@ TEST_F(PlaceholderStill, RefusesAFileWithoutASize) {
     Run();
     EXPECT_TRUE(pictures_.empty());
     EXPECT_EQ(log().texts(4),
-              (std::vector<std::string>{
-                  "file /mtd_rwcommon/lumo/bin/dummy.jpg size is incorrect. \r\n"}));
+              (std::vector<std::string>{"CDummyStillCapture::Run() No dummy image file.\r\n"}));
     close(ends[0]);
     close(ends[1]);
 }
