@@ -168,7 +168,7 @@ TEST_F(BusListing, TheFirstOfTwoCamerasWins) {
 }
 
 TEST_F(BusListing, CopyAndRemovalAreSyncedToDisc) {
-    // A shell looks a program up with a call that proot does not translate: it is at a real path.
+    // At a real path: a shell looks programs up by itself.
     const std::string folder = testing::TempDir() + "sync." + std::to_string(getpid());
     std::filesystem::create_directories(folder);
     WriteFile(folder + "/sync", "#!/bin/sh\necho synced >> /dtv/synced\n");

@@ -33,6 +33,9 @@ class VirtualCamera : public testing::Test {
         const std::string state = folder_.path() / "state";
         std::vector<std::string> environment{"LD_PRELOAD=" + preload_, "TERM=dumb",
                                              "XDG_STATE_HOME=" + state};
+        if (const char* sandbox = getenv("LD_PRELOAD"); sandbox != nullptr) {
+            environment[0] += std::string(":") + sandbox;
+        }
         if (broken_encoder_) {
             environment[0] += std::string(":") + getenv("BROKEN");
             environment.push_back("BROKEN_ENCODER=yes");

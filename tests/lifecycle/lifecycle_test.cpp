@@ -50,7 +50,9 @@ class Lifecycle : public ::testing::Test {
             << R"({"camera": {"identity": "boot-code", "departure_ms": 20, "reenumerate_ms": 40}})";
         std::string preload;
         if (shortened) {
-            preload = "LD_PRELOAD=" + SanitizerFirst() + Environment("SHORT_TIME") + " ";
+            // Behind them what a sandbox may have put there.
+            preload = "LD_PRELOAD=" + SanitizerFirst() + Environment("SHORT_TIME") + ":" +
+                      Environment("LD_PRELOAD") + " ";
         }
         const std::string command =
             "exec env VIRTBUS_CONFIG=" + folder + "/bus.json VIRTBUS_STATUS=" + status +
