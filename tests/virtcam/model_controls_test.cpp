@@ -202,10 +202,11 @@ TEST(ExtensionUnit, RepliesOfEachGroupStayUntilTheNextReplyOfThatGroup) {
     EXPECT_EQ(host.result(15, 16)[0], 0);
 }
 
-TEST(ExtensionUnit, EveryCommandOfTheVocabularyIsTakenAndShowsInTheStatus) {
+// Every command of a group is taken and shows in the status.
+
+TEST(ExtensionUnit, IspCommandsShowInTheStatus) {
     CameraConfig config = running_camera();
     config.lux = 0x0205;
-    config.self_test_result = 3;
     Host host(config);
     EXPECT_TRUE(host.isp({0x0D, 0x01}));
     EXPECT_TRUE(host.isp({0x02, 24, 0}));
@@ -216,8 +217,30 @@ TEST(ExtensionUnit, EveryCommandOfTheVocabularyIsTakenAndShowsInTheStatus) {
     EXPECT_TRUE(host.isp({0xFF, 0x0D, 2}));
     EXPECT_TRUE(host.isp({0x12}));
     EXPECT_EQ(load_u16(host.result(2, 8), 2), 0x0205);
+
+    const auto settings = host.camera.status()["settings"];
+    EXPECT_EQ(settings["second_rate"], (nlohmann::json{{"kbps", 800}, {"fps", 24}}));
+    EXPECT_EQ(settings["main_rate"], (nlohmann::json{{"kbps", 2000}, {"fps", 30}}));
+    EXPECT_EQ(settings["wide_dynamic_range"], 7);
+    EXPECT_EQ(settings["image_effect"], 1);
+    EXPECT_EQ(settings["three_a"], 0x1234);
+    EXPECT_EQ(settings["colour_effect"], 2);
+}
+
+TEST(ExtensionUnit, AuxCommandsShowInTheStatus) {
+    Host host(running_camera());
     EXPECT_TRUE(host.aux({0x0E, 0, 1}));
     EXPECT_TRUE(host.aux({0x28, 11}));
+
+    const auto status = host.camera.status();
+    EXPECT_EQ(status["light"], true);
+    EXPECT_EQ(status["settings"]["local_size"], 11);
+}
+
+TEST(ExtensionUnit, MmpCommandsShowInTheStatus) {
+    CameraConfig config = running_camera();
+    config.self_test_result = 3;
+    Host host(config);
     EXPECT_TRUE(host.mmp({0x01, 7, 0}));
     EXPECT_TRUE(host.mmp({0x01, 3, 5}));
     EXPECT_TRUE(host.mmp({0x01, 3, 9, 100, 0, 50, 0}));
@@ -229,19 +252,8 @@ TEST(ExtensionUnit, EveryCommandOfTheVocabularyIsTakenAndShowsInTheStatus) {
     EXPECT_EQ(host.result(15, 16)[0], 3);
     EXPECT_TRUE(host.mmp({0x20, 9}));
     EXPECT_TRUE(host.mmp({0x2D, 1}));
-    EXPECT_TRUE(host.set_control(3, 5, 1, 2));
 
-    const auto status = host.camera.status();
-    const auto& settings = status["settings"];
-    EXPECT_EQ(settings["second_rate"], (nlohmann::json{{"kbps", 800}, {"fps", 24}}));
-    EXPECT_EQ(settings["main_rate"], (nlohmann::json{{"kbps", 2000}, {"fps", 30}}));
-    EXPECT_EQ(settings["wide_dynamic_range"], 7);
-    EXPECT_EQ(settings["image_effect"], 1);
-    EXPECT_EQ(settings["three_a"], 0x1234);
-    EXPECT_EQ(settings["colour_effect"], 2);
-    EXPECT_EQ(status["light"], true);
-    EXPECT_EQ(status["anti_flicker"], 2);
-    EXPECT_EQ(settings["local_size"], 11);
+    const auto settings = host.camera.status()["settings"];
     EXPECT_EQ(settings["combination"], 7) << "modes 5 and 9 leave it alone";
     EXPECT_EQ(settings["face_tracking"], true);
     EXPECT_EQ(settings["crop"], (nlohmann::json{{"x", 100}, {"y", 50}}));
@@ -251,9 +263,19 @@ TEST(ExtensionUnit, EveryCommandOfTheVocabularyIsTakenAndShowsInTheStatus) {
     EXPECT_EQ(settings["preview_mode"], 9);
     EXPECT_EQ(settings["flash_unlocked"], true);
     EXPECT_EQ(settings["self_tests"], 1);
+}
 
+TEST(ExtensionUnit, PowerLossClearsWhatCommandsSet) {
+    Host host(running_camera());
+    EXPECT_TRUE(host.mmp({0x01, 7, 0}));
+    EXPECT_TRUE(host.isp({0x0E, 7}));
+    EXPECT_TRUE(host.set_control(3, 5, 1, 2));
+    EXPECT_EQ(host.camera.status()["anti_flicker"], 2);
     host.camera.power_cycle();
-    EXPECT_EQ(host.camera.status()["settings"]["combination"], 8) << "power loss clears all";
+    const auto fresh = Host(running_camera()).camera.status();
+    EXPECT_EQ(host.camera.status()["settings"], fresh["settings"]);
+    EXPECT_EQ(host.camera.status()["settings"]["combination"], 8);
+    EXPECT_EQ(host.camera.status()["anti_flicker"], fresh["anti_flicker"]);
 }
 
 TEST(ExtensionUnit, UnknownCommandsAndValuesStallAndChangeNothing) {
