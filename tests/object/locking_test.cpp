@@ -1,11 +1,10 @@
 // Which lock is held where: hosts and workers depend on it for not waiting for each other.
 #include <atomic>
-#include <latch>
 #include <memory>
-#include <string_view>
 #include <thread>
 
 #include "tests/object/CameraTest.h"
+#include "tests/object/ParkedLoader.h"
 #include "tests/support/LockProbe.h"
 
 namespace test {
@@ -41,32 +40,6 @@ constexpr LockState kControl = {false, true, false, false};
 constexpr LockState kStartStopAndControl = {true, true, false, false};
 constexpr LockState kObservers = {false, false, true, false};
 constexpr LockState kAudioObservers = {false, false, false, true};
-
-/// Keeps the loader thread in one of its pauses for as long as this lives, so that no request of
-/// its own is under way. Takes the clock's hook.
-class ParkedLoader {
-  public:
-    ParkedLoader() {
-        TestClock::instance().on_sleep([gate = gate_](const SleepCall&) {
-            char name[16] = {};
-            pthread_getname_np(pthread_self(), name, sizeof(name));
-            if (std::string_view(name) == "ait-loader") {
-                gate->parked.count_down();
-                gate->opened.wait();
-            }
-        });
-        gate_->parked.wait();
-        TestClock::instance().on_sleep(nullptr);
-    }
-    ~ParkedLoader() { gate_->opened.count_down(); }
-
-  private:
-    struct Gate {
-        std::latch parked{1};
-        std::latch opened{1};
-    };
-    std::shared_ptr<Gate> gate_ = std::make_shared<Gate>();
-};
 
 class Locking : public CameraTest {
   protected:
