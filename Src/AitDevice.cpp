@@ -1,5 +1,7 @@
 #include "AitDevice.h"
 
+#include <new>
+
 #include "LibusbWrap.h"
 #include "aitdbg.h"
 
@@ -32,6 +34,14 @@ bool ListFailed(libusb_context* context, libusb_device** list, ssize_t count, Lo
     }
     libusb_exit(context);
     return true;
+}
+
+void Close(const AitDevHandle& device) {
+    if (device.interface_num != kNoInterface) {
+        libusb_release_interface(device.handle, device.interface_num);
+    }
+    libusb_close(device.handle);
+    libusb_exit(device.cntx);
 }
 
 }  // namespace
@@ -88,20 +98,21 @@ AitDevHandle* OpenAitDevice(unsigned short vid, unsigned short pid, int interfac
         // Handle, list and context are left as they are, as they always were on this path.
         return nullptr;
     }
-    auto* opened = new AitDevHandle{handle, context, interface};
     libusb_free_device_list(list, kUnreferenceDevices);
-    return opened;
+    const AitDevHandle opened = {handle, context, interface};
+    auto* kept = new (std::nothrow) AitDevHandle(opened);
+    if (kept == nullptr) {
+        AIT_LOG(1, "No memory for the device.\r\n");
+        Close(opened);
+    }
+    return kept;
 }
 
 void CloseAitDevice(AitDevHandle* device) {
     if (device == nullptr) {
         return;
     }
-    if (device->interface_num != kNoInterface) {
-        libusb_release_interface(device->handle, device->interface_num);
-    }
-    libusb_close(device->handle);
-    libusb_exit(device->cntx);
+    Close(*device);
     delete device;
 }
 

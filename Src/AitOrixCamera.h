@@ -82,6 +82,7 @@ class CAitOrixCamera : public ICameraSubject {
 
     // Initialisation.
     void HandOver(unsigned int status);
+    void CreateAdapters();
     bool AdaptersReady() const;
 
     // Dispatch.
@@ -100,8 +101,10 @@ class CAitOrixCamera : public ICameraSubject {
     bool OpenVideoStream();
     void SetStreamRates();
     void ApplyAntiFlickerOnce();
-    void StartVideoThread();
+    bool StartVideoThread();
     bool StartAudio();
+    bool StartAudioThread();
+    bool GiveUpStart();
     void StopVideoThread();
     void StopAudioThread();
 

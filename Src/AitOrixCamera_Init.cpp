@@ -1,6 +1,7 @@
 // Initialisation: the firmware loader, and the hand-over of the camera when it has finished.
 #include <unistd.h>
 
+#include <new>
 #include <utility>
 
 #include "AitOrixCamera.h"
@@ -27,9 +28,17 @@ void CAitOrixCamera::Init(InitDoneCallback callback, int arg) {
     }
     fpInitDoneCb = callback;
     delete std::exchange(fw_loader, nullptr);  // stops and joins one that is still at work
-    fw_loader = new CCameraFwLoader(kBootCodeProductId, kCameraVendorId, kBootCodeInterface, this);
-    fw_loader->SetInitDoneCallback(CamInitDoneCallback, this);
-    fw_loader->Start("ait-loader");
+    fw_loader = new (std::nothrow)
+        CCameraFwLoader(kBootCodeProductId, kCameraVendorId, kBootCodeInterface, this);
+    if (fw_loader != nullptr) {
+        fw_loader->SetInitDoneCallback(CamInitDoneCallback, this);
+        if (fw_loader->Start("ait-loader")) {
+            return;
+        }
+    }
+    AIT_LOG(1, "No memory or thread for the firmware loader.\r\n");
+    delete std::exchange(fw_loader, nullptr);
+    CamInitDoneCallback(CAMERA_CANT_FOUND_DEVICE, this);
 }
 
 void CAitOrixCamera::CamInitDoneCallback(unsigned int status, void* data) {
@@ -48,13 +57,7 @@ void CAitOrixCamera::HandOver(unsigned int status) {
     }
     AIT_LOG(4, "Create Video, Audio capture class.\r\n");
     sleep(1);  // the re-enumerated device settles
-    // An adapter that exists is kept, ready or not: it is not opened again in this object's life.
-    if (video_capturer == nullptr) {
-        video_capturer = new AitUvcCapture(kCameraVendorId, kRunTimeProductId);
-    }
-    if (audio_capturer == nullptr) {
-        audio_capturer = new CAudioCapture(kCameraVendorId, kRunTimeProductId);
-    }
+    CreateAdapters();
     AIT_LOG(1, "Skipped audio_capturer ConfigureDev furnc in initialization.\r\n");
     const bool ready = AdaptersReady();
     m_State = ready ? CAM_STATE_READY : CAM_STATE_DISCONNECTED;
@@ -63,6 +66,22 @@ void CAitOrixCamera::HandOver(unsigned int status) {
     }
 }
 
+/// An adapter that exists is kept, ready or not: it is not opened again in this object's life. One
+/// that memory is too short for stays away.
+void CAitOrixCamera::CreateAdapters() {
+    try {
+        if (video_capturer == nullptr) {
+            video_capturer = new AitUvcCapture(kCameraVendorId, kRunTimeProductId);
+        }
+        if (audio_capturer == nullptr) {
+            audio_capturer = new CAudioCapture(kCameraVendorId, kRunTimeProductId);
+        }
+    } catch (const std::bad_alloc&) {
+        AIT_LOG(1, "No memory for the adapters.\r\n");
+    }
+}
+
 bool CAitOrixCamera::AdaptersReady() const {
-    return video_capturer.load()->IsReady() && audio_capturer.load()->IsReady();
+    return video_capturer != nullptr && audio_capturer != nullptr &&
+           video_capturer.load()->IsReady() && audio_capturer.load()->IsReady();
 }

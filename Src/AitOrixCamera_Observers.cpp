@@ -1,5 +1,6 @@
 // Observer registry and dispatch of records.
 #include <algorithm>
+#include <new>
 
 #include "AitOrixCamera.h"
 #include "aitdbg.h"
@@ -50,7 +51,12 @@ bool Append(ObserverList& list, ICameraObserver* observer) {
     if (std::find(list.begin(), list.end(), observer) != list.end()) {
         return false;
     }
-    list.push_back(observer);
+    try {
+        list.push_back(observer);
+    } catch (const std::bad_alloc&) {
+        AIT_LOG(1, "No memory for an observer.\r\n");
+        return false;
+    }
     return true;
 }
 

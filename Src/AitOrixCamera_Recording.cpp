@@ -1,6 +1,8 @@
 // Recording control: start and stop of the whole pipeline, in the order that the camera needs.
 #include <unistd.h>
 
+#include <new>
+
 #include "AitOrixCamera.h"
 #include "CameraIdentity.h"
 #include "aitdbg.h"
@@ -55,7 +57,9 @@ bool CAitOrixCamera::StartRecording() {
     }
     SetStreamRates();
     ApplyAntiFlickerOnce();
-    StartVideoThread();
+    if (!StartVideoThread()) {
+        return GiveUpStart();
+    }
     if (!StartAudio()) {
         return false;  // the video thread runs on until the next stop; hosts expect that
     }
@@ -180,11 +184,33 @@ int CAitOrixCamera::SetFlicker(unsigned char frequency) {
     return SetProperty(CAM_PROPERTY_AUTO_HZ, &value) ? 0 : -1;
 }
 
-void CAitOrixCamera::StartVideoThread() {
-    capture_thread = new CVideoCaptureThread(video_capturer, this);
+bool CAitOrixCamera::StartVideoThread() {
+    capture_thread = new (std::nothrow) CVideoCaptureThread(video_capturer, this);
+    if (capture_thread == nullptr) {
+        return false;
+    }
     capture_thread->SetSignalType(m_SignalType);
     capture_thread->SetSkypeCallMode(m_bSkypeCallMode);
-    capture_thread->Start("ait-video");
+    return capture_thread->Start("ait-video");
+}
+
+bool CAitOrixCamera::StartAudioThread() {
+    audio_capture_thread = new (std::nothrow) CAudioCaptureThread(audio_capturer, this);
+    return audio_capture_thread != nullptr && audio_capture_thread->Start("ait-audio");
+}
+
+/// Ends a start that got no memory or thread for its capture threads, without a trace of it: unlike
+/// an audio step that failed, it leaves no video thread behind.
+bool CAitOrixCamera::GiveUpStart() {
+    AIT_LOG_AS("StartRecording");
+    AIT_LOG(1, "No memory or thread for the capture threads.\r\n");
+    StopAudioThread();
+    if (audio_capturer != nullptr) {
+        audio_capturer.load()->UnConfigureDev();
+    }
+    StopVideoThread();
+    video_capturer.load()->UnConfigureDev();
+    return false;
 }
 
 bool CAitOrixCamera::StartAudio() {
@@ -201,8 +227,9 @@ bool CAitOrixCamera::StartAudio() {
             AIT_LOG(4, "Failed to open audio streaming.\r\n");
             return false;
         }
-        audio_capture_thread = new CAudioCaptureThread(audio_capturer, this);
-        audio_capture_thread->Start("ait-audio");
+        if (!StartAudioThread()) {
+            return GiveUpStart();
+        }
         AIT_LOG(4, "*********** Audio Capture Thread Init finish.\r\n*************\r\n");
     }
     if (audio_capturer != nullptr) {

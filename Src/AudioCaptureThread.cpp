@@ -2,8 +2,6 @@
 
 #include <string.h>
 
-#include <memory>
-
 #include "CaptureClock.h"
 #include "aitdbg.h"
 
@@ -25,20 +23,20 @@ class BlockBuffer {
     }
 
     void Append(const unsigned char* data, int count) {
-        memcpy(m_Buffer.get() + m_nFill, data, static_cast<size_t>(count));
+        memcpy(m_Buffer + m_nFill, data, static_cast<size_t>(count));
         m_nFill += count;
     }
 
     bool HasBlock() const { return m_nFill >= kBlockSize; }
-    unsigned char* Block() { return m_Buffer.get(); }
+    unsigned char* Block() { return m_Buffer; }
 
     void RemoveBlock() {
         m_nFill -= kBlockSize;
-        memmove(m_Buffer.get(), m_Buffer.get() + kBlockSize, static_cast<size_t>(m_nFill));
+        memmove(m_Buffer, m_Buffer + kBlockSize, static_cast<size_t>(m_nFill));
     }
 
   private:
-    std::unique_ptr<unsigned char[]> m_Buffer{new unsigned char[kBufferSize]};
+    unsigned char m_Buffer[kBufferSize];
     int m_nFill = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <new>
 #include <string>
 
 #include "AitFirmware.h"
@@ -62,6 +63,51 @@ bool FindVersion(const std::string& xml, std::string* version) {
         *version = end >= start ? xml.substr(start, end - start) : xml.substr(start);
     }
     return true;
+}
+
+/// Throws std::bad_alloc.
+bool ShippedIsNewer() {
+    AIT_LOG_AS("UseDefaultVersion");
+    const FilePtr downloaded = OpenFile(kDownloadedVersionFile);
+    const FilePtr shipped = OpenFile(kDefaultVersionFile);
+    if (shipped == nullptr) {
+        AIT_LOG(1, "use /mtd_down/lumo/bin\n");
+        return false;
+    }
+    if (downloaded == nullptr) {
+        AIT_LOG(1, "no version file in %s, start update\n", kDownloadedVersionFile);
+        AIT_LOG(1, "use /mtd_exe/lumo/\n");
+        return true;
+    }
+    if (FileSize(downloaded.get()) < 0 || FileSize(shipped.get()) < 0) {
+        AIT_LOG(1, "fail to parse opxCamera.xml, use /mtd_down/lumo/bin\n");
+        return false;
+    }
+    const std::string shippedText = ReadText(shipped.get());
+    const std::string downloadedText = ReadText(downloaded.get());
+    if (shippedText.empty()) {
+        return false;
+    }
+    AIT_LOG(4, "opxVersion Version XML String length=%d \n",
+            static_cast<int>(downloadedText.size()));
+    std::string shippedVersion;
+    if (!FindVersion(shippedText, &shippedVersion)) {
+        AIT_LOG(1, "%s: default camera dir has invalid version info.\n", "UseDefaultVersion");
+        return false;
+    }
+    std::string downloadedVersion;
+    if (!FindVersion(downloadedText, &downloadedVersion)) {
+        AIT_LOG(1, "opx version in /mtd_down/lumo/bin has invalid version \n");
+        return true;
+    }
+    AIT_LOG(4, "defaultVersion version : %s \n", shippedVersion.c_str());
+    AIT_LOG(4, "opxVersion version : %s \n", downloadedVersion.c_str());
+    if (strtod(shippedVersion.c_str(), nullptr) > strtod(downloadedVersion.c_str(), nullptr)) {
+        AIT_LOG(1, "default driver version is newer than opx version \n");
+        return true;
+    }
+    AIT_LOG(4, "opx driver version is newer than default driver version \n");
+    return false;
 }
 
 }  // namespace
@@ -304,46 +350,12 @@ bool CCameraFwLoader::GetCamVersion() {
 }
 
 bool CCameraFwLoader::UseDefaultVersion() {
-    const FilePtr downloaded = OpenFile(kDownloadedVersionFile);
-    const FilePtr shipped = OpenFile(kDefaultVersionFile);
-    if (shipped == nullptr) {
-        AIT_LOG(1, "use /mtd_down/lumo/bin\n");
+    try {
+        return ShippedIsNewer();
+    } catch (const std::bad_alloc&) {
+        AIT_LOG(1, "No memory for the version files.\r\n");
         return false;
     }
-    if (downloaded == nullptr) {
-        AIT_LOG(1, "no version file in %s, start update\n", kDownloadedVersionFile);
-        AIT_LOG(1, "use /mtd_exe/lumo/\n");
-        return true;
-    }
-    if (FileSize(downloaded.get()) < 0 || FileSize(shipped.get()) < 0) {
-        AIT_LOG(1, "fail to parse opxCamera.xml, use /mtd_down/lumo/bin\n");
-        return false;
-    }
-    const std::string shippedText = ReadText(shipped.get());
-    const std::string downloadedText = ReadText(downloaded.get());
-    if (shippedText.empty()) {
-        return false;
-    }
-    AIT_LOG(4, "opxVersion Version XML String length=%d \n",
-            static_cast<int>(downloadedText.size()));
-    std::string shippedVersion;
-    if (!FindVersion(shippedText, &shippedVersion)) {
-        AIT_LOG(1, "%s: default camera dir has invalid version info.\n", "UseDefaultVersion");
-        return false;
-    }
-    std::string downloadedVersion;
-    if (!FindVersion(downloadedText, &downloadedVersion)) {
-        AIT_LOG(1, "opx version in /mtd_down/lumo/bin has invalid version \n");
-        return true;
-    }
-    AIT_LOG(4, "defaultVersion version : %s \n", shippedVersion.c_str());
-    AIT_LOG(4, "opxVersion version : %s \n", downloadedVersion.c_str());
-    if (strtod(shippedVersion.c_str(), nullptr) > strtod(downloadedVersion.c_str(), nullptr)) {
-        AIT_LOG(1, "default driver version is newer than opx version \n");
-        return true;
-    }
-    AIT_LOG(4, "opx driver version is newer than default driver version \n");
-    return false;
 }
 
 // --- not called by the plug-in

@@ -45,7 +45,8 @@ class CCameraFwLoader : public pThread {
     /// thread: a camera that is being closed is waited for.
     bool GetCamVersion();
 
-    /// True when the files that came with the television are to be used, false for downloaded ones.
+    /// True when the files that came with the television are to be used, false for downloaded ones
+    /// (also when memory is too short to compare the two).
     bool UseDefaultVersion();
 
     // --- not called by the plug-in

@@ -254,7 +254,8 @@ enum CAM_VIDEO_MODE : int32_t {
 };
 
 /// The host's completion callback of Init; true: the camera is usable. Called on a thread of the
-/// plug-in. It must not call Init and must not destroy the camera.
+/// plug-in, or, where no such thread can be had, inside Init itself. It must not call Init and must
+/// not destroy the camera.
 typedef void (*InitDoneCallback)(bool usable);
 
 /// Value of a property: one number, or two signed 16-bit halves (such as width and height).

@@ -19,5 +19,5 @@ FilePtr OpenFile(const char* path);
 /// again.
 long FileSize(FILE* file);
 
-/// Content of a text file, at most 1 MiB of it.
+/// Content of a text file, at most 1 MiB of it. Throws std::bad_alloc.
 std::string ReadText(FILE* file);

@@ -81,6 +81,17 @@ TEST_F(Initialisation, AMissingCameraAnswersFalse) {
     EXPECT_EQ(Calls("libusb_open_device_with_vid_pid"), 0u);
 }
 
+TEST_F(Initialisation, WithoutAThreadAnswersFalse) {
+    Create();
+    system_calls().pthread_create = EAGAIN;
+    EXPECT_FALSE(Init());
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_DISCONNECTED);
+    system_calls().pthread_create = 0;
+    EXPECT_TRUE(Init());
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
+    ExpectUnusualRelease();
+}
+
 TEST_F(Initialisation, ACameraThatNeverComesBackAnswersFalse) {
     nlohmann::json configuration = BootCodeCamera();
     configuration["camera"]["returns"] = false;
