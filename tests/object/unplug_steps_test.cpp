@@ -1,5 +1,5 @@
 // The cable is pulled at every numbered step of a start and of a stop.
-#include <algorithm>
+#include <string>
 
 #include "tests/object/CameraTest.h"
 
@@ -8,34 +8,17 @@ namespace {
 
 class UnplugSteps : public CameraTest {
   protected:
-    static size_t Made(const std::string& call) {
-        const auto log = virtcam::bus::call_log();
-        return static_cast<size_t>(std::count_if(
-            log.begin(), log.end(), [&](const auto& record) { return record.name == call; }));
-    }
-
-    /// Pulls the cable at the n-th call of that name, for every n that `act` reaches; `enter` makes
-    /// the camera that it needs. Returns how many there were.
+    /// Pulls the cable at each of the first `steps` calls of that name, while `act` is done to the
+    /// camera that `enter` makes. The event threads and the monitor make such calls, too: a step
+    /// that is theirs strikes a little later.
     template <typename Enter, typename Act>
-    size_t PullAtEach(const std::string& call, Enter enter, Act act) {
-        for (size_t nth = 1;; ++nth) {
-            SCOPED_TRACE(call + " " + std::to_string(nth));
+    void PullAtEach(const char* call, size_t steps, Enter enter, Act act) {
+        for (size_t nth = 1; nth <= steps && !HasFatalFailure(); ++nth) {
+            SCOPED_TRACE(std::string(call) + " " + std::to_string(nth));
             enter();
             virtcam::bus::add_fault({{"on", {{"call", call}}}, {"nth", nth}, {"do", "unplug"}});
             act();
-            const bool pulled = Made(call) >= nth;
-            virtcam::bus::clear_faults();
-            if (!pulled) {
-                ExpectUnusualRelease();
-                Destroy();
-                InitAnswers::instance().Clear();
-                virtcam::bus::power_cycle();
-                return nth - 1;
-            }
             ExpectTheLossToBeTold();
-            if (::testing::Test::HasFatalFailure()) {
-                return 0;
-            }
         }
     }
 
@@ -56,21 +39,20 @@ class UnplugSteps : public CameraTest {
             ExpectComplaint("libusb_exit: 1 device handle still open");
             ExpectComplaint("a handle of 114d:2066 was never closed");
         }
+        virtcam::bus::clear_faults();
         virtcam::bus::plug();
     }
 };
 
 TEST_F(UnplugSteps, OfAStart) {
-    const std::pair<const char*, size_t> steps[] = {{"libusb_control_transfer", 20},
+    const std::pair<const char*, size_t> steps[] = {{"libusb_control_transfer", 25},
                                                     {"libusb_set_interface_alt_setting", 2},
                                                     {"libusb_alloc_transfer", 5},
                                                     {"libusb_submit_transfer", 5},
                                                     {"libusb_get_max_iso_packet_size", 1}};
-    for (const auto& [call, at_least] : steps) {
-        EXPECT_GE(PullAtEach(
-                      call, [this] { Ready(false); }, [this] { camera_->StartRecording(); }),
-                  at_least)
-            << call;
+    for (const auto& [call, count] : steps) {
+        PullAtEach(
+            call, count, [this] { Ready(false); }, [this] { camera_->StartRecording(); });
     }
 }
 
@@ -79,11 +61,9 @@ TEST_F(UnplugSteps, OfAStop) {
                                                     {"libusb_cancel_transfer", 5},
                                                     {"libusb_set_interface_alt_setting", 2},
                                                     {"libusb_free_transfer", 5}};
-    for (const auto& [call, at_least] : steps) {
-        EXPECT_GE(PullAtEach(
-                      call, [this] { Playing(false); }, [this] { camera_->StopRecording(); }),
-                  at_least)
-            << call;
+    for (const auto& [call, count] : steps) {
+        PullAtEach(
+            call, count, [this] { Playing(false); }, [this] { camera_->StopRecording(); });
     }
 }
 
