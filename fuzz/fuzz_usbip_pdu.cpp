@@ -4,16 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tests/line/lone_camera.h"
 #include "virtcam/usbip/pdu_reader.h"
 #include "virtcam/usbip/urb_stream.h"
 
 namespace {
-
-virtcam::model::CameraConfig running_camera() {
-    virtcam::model::CameraConfig config;
-    config.identity = virtcam::model::CameraConfig::Identity::kRunTime;
-    return config;
-}
 
 /// A reply begins with a header of this side's commands, and has at least that.
 void check_replies(virtcam::usbip::ByteView wire) {
@@ -32,9 +27,9 @@ void check_replies(virtcam::usbip::ByteView wire) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static virtcam::model::Camera camera(running_camera());
-    static virtcam::faults::RuleSet rules;
-    virtcam::usbip::UrbStream stream({camera, rules, [](virtcam::faults::DeviceAction) {}, false});
+    static line_test::LoneCamera camera(line_test::LoneCamera::run_time());
+    camera.set_paced(false);
+    virtcam::usbip::UrbStream stream(camera);
     virtcam::usbip::PduReader reader;
     // The first byte says how the rest is cut.
     const size_t step = size > 0 ? 1 + data[0] : 1;

@@ -78,8 +78,8 @@ class Client {
 
 class ServerTest : public ::testing::Test {
   protected:
-    static virtcam::bus::Config config() {
-        virtcam::bus::Config config;
+    static virtcam::line::Config config() {
+        virtcam::line::Config config;
         config.camera.identity = virtcam::model::CameraConfig::Identity::kRunTime;
         config.camera.max_payload = 4096;
         return config;

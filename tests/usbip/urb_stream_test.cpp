@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <nlohmann/json.hpp>
 
+#include "tests/line/lone_camera.h"
 #include "tests/usbip/wire.h"
 #include "virtcam/usbip/pdu_reader.h"
 
@@ -23,12 +24,6 @@ using virtcam::usbip::UrbStream;
 
 class UrbStreamTest : public ::testing::Test {
   protected:
-    static virtcam::model::CameraConfig config() {
-        virtcam::model::CameraConfig config;
-        config.identity = virtcam::model::CameraConfig::Identity::kRunTime;
-        return config;
-    }
-
     static Submit parse(const Bytes& wire) {
         PduReader reader;
         reader.feed(wire);
@@ -45,12 +40,10 @@ class UrbStreamTest : public ::testing::Test {
         EXPECT_EQ(take_reply(wire_, setup.device_to_host()).status, 0);
     }
 
-    virtcam::model::Camera camera_{config()};
-    virtcam::faults::RuleSet rules_;
+    line_test::LoneCamera device_{line_test::LoneCamera::run_time()};
     Bytes wire_;
     TimePoint start_ = Clock::now();
-    UrbStream stream_{
-        {camera_, rules_, [this](virtcam::faults::DeviceAction) { camera_.unplug(); }}};
+    UrbStream stream_{device_};
 };
 
 TEST_F(UrbStreamTest, AnswersControlRequestsAtOnce) {
@@ -59,7 +52,7 @@ TEST_F(UrbStreamTest, AnswersControlRequestsAtOnce) {
     const Reply reply = take_reply(wire_);
     EXPECT_EQ(reply.seqnum, 5u);
     EXPECT_EQ(reply.status, 0);
-    EXPECT_EQ(reply.data, camera_.device_descriptor());
+    EXPECT_EQ(reply.data, device_.camera().device_descriptor());
     EXPECT_EQ(stream_.waiting(), 0u);
 }
 
@@ -198,7 +191,8 @@ TEST_F(UrbStreamTest, IsoOutIsRefused) {
 }
 
 TEST_F(UrbStreamTest, HeldRequestWaitsUntilItIsGivenUp) {
-    rules_.add(nlohmann::json::parse(R"({"on": {"control": {"request": 6}}, "do": "timeout"})"));
+    device_.rules().add(
+        nlohmann::json::parse(R"({"on": {"control": {"request": 6}}, "do": "timeout"})"));
     submit(control_submit(1, kGetDeviceDescriptor));
     serve();
     serve(milliseconds(60'000));
@@ -208,21 +202,42 @@ TEST_F(UrbStreamTest, HeldRequestWaitsUntilItIsGivenUp) {
 }
 
 TEST_F(UrbStreamTest, LateAnswerComesWhenItIsDue) {
-    rules_.add(
+    device_.rules().add(
         nlohmann::json::parse(R"({"on": {"control": {"request": 6}}, "do": {"late_ms": 30}})"));
     submit(control_submit(1, kGetDeviceDescriptor));
     EXPECT_EQ(serve(), start_ + milliseconds(30));
     EXPECT_TRUE(wire_.empty());
     serve(milliseconds(30));
-    EXPECT_EQ(take_reply(wire_).data, camera_.device_descriptor());
+    EXPECT_EQ(take_reply(wire_).data, device_.camera().device_descriptor());
 }
 
 TEST_F(UrbStreamTest, NoAnswerAfterTheCableWasPulled) {
-    rules_.add(nlohmann::json::parse(R"({"on": {"control": {"request": 6}}, "do": "unplug"})"));
+    device_.rules().add(
+        nlohmann::json::parse(R"({"on": {"control": {"request": 6}}, "do": "unplug"})"));
     submit(control_submit(1, kGetDeviceDescriptor));
     serve();
-    EXPECT_FALSE(camera_.attached());
+    EXPECT_FALSE(device_.camera().attached());
     EXPECT_TRUE(wire_.empty());
+}
+
+TEST_F(UrbStreamTest, CameraThatIsBackIsAnotherOne) {
+    device_.rules().add(
+        nlohmann::json::parse(R"({"on": {"control": {"request": 6}}, "do": "power_cycle"})"));
+    submit(control_submit(1, kGetDeviceDescriptor));
+    submit(bulk_in_submit(2, 1, 512));
+    serve();
+    EXPECT_TRUE(device_.camera().attached());
+    serve(milliseconds(10));
+    EXPECT_TRUE(wire_.empty()) << "the connection belonged to the first";
+}
+
+TEST_F(UrbStreamTest, WaitingAnswersDoNotKeepTheLoopAwakeWhenTheHostDoesNotRead) {
+    device_.rules().add(
+        nlohmann::json::parse(R"({"on": {"control": {"request": 6}}, "do": {"late_ms": 30}})"));
+    submit(control_submit(1, kGetDeviceDescriptor));
+    serve();
+    wire_.resize(UrbStream::kMostUnsent);
+    EXPECT_EQ(serve(milliseconds(40)), TimePoint::max());
 }
 
 }  // namespace

@@ -46,27 +46,27 @@ Bus::Bus()
     broken_ = start_configuration();
     if (!broken_.empty()) {
         std::fprintf(stderr, "virtbus: configuration: %s\n", broken_.c_str());
-        Config absent;
+        line::Config absent;
         absent.present = false;
         absent.listing.clear();
         power_on(prepare(std::move(absent)));
     }
-    camera_ticker_ = std::make_unique<Ticker>([this] { return drive_camera(); });
-    clock_ticker_ = std::make_unique<Ticker>([this] { return keep_clocks(); });
+    camera_ticker_ = std::make_unique<line::Ticker>([this] { return drive_camera(); });
+    clock_ticker_ = std::make_unique<line::Ticker>([this] { return keep_clocks(); });
     camera_ticker_->start();
     clock_ticker_->start();
 }
 
 std::string Bus::start_configuration() {
     try {
-        power_on(prepare(Config::from_file(environment("VIRTBUS_CONFIG"))));
+        power_on(prepare(line::Config::from_file(environment("VIRTBUS_CONFIG"))));
     } catch (const std::exception& error) {
         return error.what();
     }
     return "";
 }
 
-Bus::Start Bus::prepare(Config config) {
+Bus::Start Bus::prepare(line::Config config) {
     Start start;
     start.rules.add(config.rules);
     start.camera = std::make_shared<model::Camera>(config.camera);
@@ -100,7 +100,7 @@ void Bus::power_on(Start start) {
 }
 
 void Bus::reset(const nlohmann::json& configuration) {
-    Start start = prepare(Config::from_json(configuration));
+    Start start = prepare(line::Config::from_json(configuration));
     std::shared_ptr<model::Camera> old;  // destroyed without the lock: it may wait for a picture
     {
         const std::lock_guard lock(mutex_);
@@ -115,13 +115,13 @@ void Bus::reset(const nlohmann::json& configuration) {
         power_on(std::move(start));
         broken_.clear();
         scripted_ = false;
-        for (auto& [endpoint, queue] : queues_) {
-            queue.hold = false;
-            for (Urb* urb : std::exchange(queue.held, {})) {
+        for (auto& [address, channel] : channels_) {
+            channel.hold = false;
+            for (Urb* urb : std::exchange(channel.held, {})) {
                 publish(*urb);
             }
         }
-        queues_.clear();
+        channels_.clear();
         complaints_.take();
         control_log_first_ += control_log_.size();
         control_log_.clear();
@@ -166,16 +166,18 @@ TimePoint Bus::drive_camera() {
 
 TimePoint Bus::keep_clocks() {
     const std::lock_guard lock(mutex_);
+    clocks_wake_ = TimePoint::min();  // this thread need not be woken while it is at it
     run_actions(rules_.take_due(elapsed()));
     sync_presence();
     serve_all();
     TimePoint next = TimePoint::max();
-    for (const auto& [endpoint, queue] : queues_) {
-        next = std::min(next, next_due(queue).value_or(TimePoint::max()));
+    for (const auto& [address, channel] : channels_) {
+        next = std::min(next, channel.endpoint.due().value_or(next));
     }
     if (const auto due = rules_.next_due()) {
         next = std::min(next, started_ + *due);
     }
+    clocks_wake_ = next;
     return next;
 }
 
@@ -251,13 +253,8 @@ void Bus::sync_presence() {
 
 void Bus::depart() {
     attachment_ = 0;
-    for (auto& [address, queue] : queues_) {
-        while (!queue.urbs.empty()) {
-            Outcome gone;
-            gone.status = LIBUSB_TRANSFER_NO_DEVICE;
-            finish(*queue.urbs.front(), std::move(gone));
-        }
-        queue.started = false;
+    for (auto& [address, channel] : channels_) {
+        finish_all(channel, faults::Status::kNoDevice);
     }
     interfaces_ = InterfaceTable();
     camera_config_.reset();

@@ -30,15 +30,16 @@
 #include <vector>
 
 #include "virtcam/bus/complaint_log.h"
-#include "virtcam/bus/config.h"
 #include "virtcam/bus/fixed_devices.h"
 #include "virtcam/bus/interface_table.h"
 #include "virtcam/bus/listing.h"
 #include "virtcam/bus/objects.h"
 #include "virtcam/bus/records.h"
-#include "virtcam/bus/ticker.h"
 #include "virtcam/bus/trace.h"
 #include "virtcam/faults/rule_set.h"
+#include "virtcam/line/config.h"
+#include "virtcam/line/endpoint.h"
+#include "virtcam/line/ticker.h"
 #include "virtcam/model/camera.h"
 
 namespace virtcam::bus {
@@ -151,24 +152,37 @@ class Bus {
     std::optional<unsigned> last_timeout(uint8_t endpoint);
     bool wait_until(const std::function<bool()>& predicate, std::chrono::milliseconds limit);
     void script_stream(bool on);
-    void push(uint8_t endpoint, Outcome outcome);
+    void push(uint8_t endpoint, line::Ending ending);
     void hold(uint8_t endpoint);
     void release_held(uint8_t endpoint);
 
   private:
-    struct EndpointQueue {
-        std::deque<Urb*> urbs;         ///< in order of submission
-        std::deque<Urb*> held;         ///< ended, kept back by hold()
-        std::deque<Outcome> scripted;  ///< pushed, not yet taken
+    /// The camera as endpoints meet it; while a test scripts the streams, its script instead.
+    class FarEnd : public line::Device {
+      public:
+        explicit FarEnd(Bus& bus) : bus_(bus) {}
+        model::Camera& camera() override { return *bus_.camera_; }
+        faults::RuleSet& rules() override { return bus_.rules_; }
+        void run(faults::DeviceAction action) override { bus_.run_actions({action}); }
+        bool iso_paced() const override;
+        std::optional<line::Ending> answer(const line::Request& request) override;
+
+      private:
+        Bus& bus_;
+    };
+    /// An endpoint, and what tests do to it.
+    struct Channel {
+        explicit Channel(line::Device& device) : endpoint(device) {}
+
+        line::Endpoint endpoint;
+        std::deque<Urb*> held;              ///< ended, kept back by hold()
+        std::deque<line::Ending> scripted;  ///< pushed, not yet taken
         bool hold = false;
-        bool started = false;  ///< iso: the clock below is valid
-        TimePoint iso_due;     ///< end of the last packet delivered
-        TimePoint idle_since;  ///< when the queue became empty
         std::optional<unsigned> last_timeout;
     };
     /// Everything that a configuration brings; made before anything is replaced.
     struct Start {
-        Config config;
+        line::Config config;
         faults::RuleSet rules;
         std::shared_ptr<model::Camera> camera;
     };
@@ -186,7 +200,7 @@ class Bus {
 
     // bus.cpp
     /// Makes what a configuration asks for. Throws when that is not possible.
-    Start prepare(Config config);
+    Start prepare(line::Config config);
     void power_on(Start start);
     std::string start_configuration();
     TimePoint drive_camera();
@@ -228,34 +242,31 @@ class Bus {
     int check_recipient(libusb_device_handle* handle, const model::Setup& setup);
     int check_stream(const libusb_transfer& transfer, const Urb& urb);
     void enqueue(Urb& urb);
-    void finish(Urb& urb, Outcome outcome);
+    /// Ends a pending transfer.
+    void finish(Urb& urb, line::Ending ending);
+    void finish_all(Channel& channel, faults::Status status);
     void publish(Urb& urb);
     // sync.cpp
     /// @return 0 or the libusb error that stands for the ending.
     int run_synchronously(libusb_transfer* transfer);
 
     // endpoints.cpp
-    void serve(uint8_t endpoint);
+    Channel& channel(uint8_t address);
+    /// Ends what is due.
+    void serve(Channel& channel);
     void serve_all();
-    bool advance_urb(EndpointQueue& queue, Urb& urb);
-    std::optional<Outcome> ask(EndpointQueue& queue, Urb& urb);
-    std::optional<Outcome> ask_control(Urb& urb);
-    std::optional<Outcome> ask_bulk_in(EndpointQueue& queue, const Urb& urb);
-    std::optional<Outcome> ask_iso_in(EndpointQueue& queue, const Urb& urb);
-    Outcome ask_out(const Urb& urb);
-    std::vector<faults::DeviceAction> apply_transfer_faults(Urb& urb, Outcome& outcome);
-    /// When the head of the queue is due by the clock.
-    std::optional<TimePoint> next_due(const EndpointQueue& queue) const;
 
     // event_loop.cpp
     static bool in_callback_of(const libusb_context* context);
     void refuse_in_callback();
+    /// Transfers in flight that can time out, by the time at which they do.
+    std::vector<Urb*> expiring(const libusb_context* context) const;
     void expire(libusb_context* context, TimePoint now);
     void deliver(Urb& urb, Lock& lock);
     int run_events(libusb_context* context, TimePoint deadline);
 
     // report.cpp
-    void log_control(Urb& urb, const model::Setup& setup, std::span<const uint8_t> out);
+    void log_control(Urb& urb);
     void log_result(const Urb& urb);
     std::string leaked_handle_text(const libusb_device_handle& handle) const;
     nlohmann::json bus_status();
@@ -263,7 +274,7 @@ class Bus {
     std::mutex mutex_;
     std::condition_variable change_;
 
-    Config config_;
+    line::Config config_;
     std::string status_path_;
     std::string broken_;  ///< why the configuration was refused; libusb_init fails then
     ComplaintLog complaints_;
@@ -292,7 +303,8 @@ class Bus {
     std::map<libusb_device**, DeviceList> lists_;
     std::map<libusb_config_descriptor*, ConfigCopy> configs_;
     std::unordered_map<libusb_transfer*, std::unique_ptr<Urb>> urbs_;
-    std::map<uint8_t, EndpointQueue> queues_;
+    FarEnd far_end_{*this};
+    std::map<uint8_t, Channel> channels_;  ///< by address; control under 0
     bool scripted_ = false;
 
     std::deque<ControlRecord> control_log_;
@@ -301,8 +313,9 @@ class Bus {
     std::map<std::string, uint64_t, std::less<>> call_counts_;
     std::map<std::pair<int, int>, uint64_t> transfer_counts_;  ///< by type and status
 
-    std::unique_ptr<Ticker> camera_ticker_;
-    std::unique_ptr<Ticker> clock_ticker_;
+    std::unique_ptr<line::Ticker> camera_ticker_;
+    std::unique_ptr<line::Ticker> clock_ticker_;
+    TimePoint clocks_wake_ = TimePoint::max();  ///< when the latter goes on by itself
 };
 
 }  // namespace virtcam::bus

@@ -14,8 +14,8 @@ Bus& bus() {
     return Bus::instance();
 }
 
-libusb_transfer_status to_libusb(TransferStatus status) {
-    return static_cast<libusb_transfer_status>(status);
+faults::Status to_status(TransferStatus status) {
+    return static_cast<faults::Status>(status);
 }
 
 }  // namespace
@@ -98,22 +98,20 @@ void script_stream(bool on) {
 
 void push_bulk(TransferStatus status, std::vector<uint8_t> bytes,
                std::optional<int> actual_length) {
-    Outcome outcome;
-    outcome.status = to_libusb(status);
-    outcome.actual_length = actual_length.value_or(static_cast<int>(bytes.size()));
-    outcome.data = std::move(bytes);
-    bus().push(kVideoEndpoint, std::move(outcome));
+    line::Ending ending = line::ended(to_status(status));
+    ending.count = static_cast<size_t>(actual_length.value_or(static_cast<int>(bytes.size())));
+    ending.data = std::move(bytes);
+    bus().push(kVideoEndpoint, std::move(ending));
 }
 
 void push_iso(std::vector<IsoPacket> packets, TransferStatus status) {
-    Outcome outcome;
-    outcome.status = to_libusb(status);
+    line::Ending ending = line::ended(to_status(status));
     for (IsoPacket& packet : packets) {
-        const unsigned length =
+        const size_t count =
             packet.actual_length.value_or(static_cast<unsigned>(packet.bytes.size()));
-        outcome.packets.push_back({to_libusb(packet.status), length, std::move(packet.bytes)});
+        ending.packets.push_back({to_status(packet.status), std::move(packet.bytes), count});
     }
-    bus().push(kAudioEndpoint, std::move(outcome));
+    bus().push(kAudioEndpoint, std::move(ending));
 }
 
 void hold_completions(uint8_t endpoint) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "virtcam/bus/bus.h"
+#include "virtcam/bus/status_codes.h"
 
 namespace virtcam::bus {
 namespace {
@@ -33,31 +34,30 @@ void copy_bounded(uint8_t* target, size_t room, const std::vector<uint8_t>& data
     }
 }
 
-void hand_over_packets(libusb_transfer& transfer, const Outcome& outcome) {
+void hand_over_packets(libusb_transfer& transfer, const line::Ending& ending) {
     size_t offset = 0;
     for (int i = 0; i < transfer.num_iso_packets; ++i) {
         auto& packet = transfer.iso_packet_desc[i];
         packet.actual_length = 0;
         packet.status = LIBUSB_TRANSFER_COMPLETED;
-        if (static_cast<size_t>(i) < outcome.packets.size()) {
-            const PacketOutcome& result = outcome.packets[static_cast<size_t>(i)];
+        if (static_cast<size_t>(i) < ending.packets.size()) {
+            const line::PacketEnding& result = ending.packets[static_cast<size_t>(i)];
             copy_bounded(transfer.buffer + offset, packet.length, result.data);
-            packet.actual_length = result.actual_length;
-            packet.status = result.status;
+            packet.actual_length = static_cast<unsigned>(result.count);
+            packet.status = to_libusb(result.status);
         }
         offset += packet.length;
     }
     transfer.actual_length = 0;  // libusb counts nothing for isochronous transfers
 }
 
-void hand_over_data(libusb_transfer& transfer, const Outcome& outcome) {
+void hand_over_data(libusb_transfer& transfer, const line::Ending& ending) {
     const size_t header =
         transfer.type == LIBUSB_TRANSFER_TYPE_CONTROL ? LIBUSB_CONTROL_SETUP_SIZE : 0;
     copy_bounded(transfer.buffer + header, static_cast<size_t>(transfer.length) - header,
-                 outcome.data);
-    transfer.actual_length = outcome.actual_length;
-    const bool is_short =
-        static_cast<size_t>(outcome.actual_length) + header < static_cast<size_t>(transfer.length);
+                 ending.data);
+    transfer.actual_length = static_cast<int>(ending.count);
+    const bool is_short = ending.count + header < static_cast<size_t>(transfer.length);
     if ((transfer.flags & LIBUSB_TRANSFER_SHORT_NOT_OK) != 0 && is_short &&
         transfer.status == LIBUSB_TRANSFER_COMPLETED) {
         transfer.status = LIBUSB_TRANSFER_ERROR;
@@ -165,38 +165,36 @@ int Bus::handle_events_locked(libusb_context* context, TimePoint deadline) {
     return run_events(context, deadline);
 }
 
-std::optional<TimePoint> Bus::next_expiry(libusb_context* context) {
-    const std::lock_guard lock(mutex_);
-    std::optional<TimePoint> next;
-    for (const auto& [endpoint, queue] : queues_) {
-        for (const Urb* urb : queue.urbs) {
-            if (urb->handle->context == context && urb->expires &&
-                (!next || *urb->expires < *next)) {
-                next = urb->expires;
+std::vector<Urb*> Bus::expiring(const libusb_context* context) const {
+    std::vector<Urb*> urbs;
+    for (const auto& [address, channel] : channels_) {
+        for (line::Request* const request : channel.endpoint.waiting()) {
+            auto* const urb = static_cast<Urb*>(request);
+            if (urb->handle->context == context && urb->expires) {
+                urbs.push_back(urb);
             }
         }
     }
-    return next;
+    std::stable_sort(urbs.begin(), urbs.end(),
+                     [](const Urb* a, const Urb* b) { return *a->expires < *b->expires; });
+    return urbs;
+}
+
+std::optional<TimePoint> Bus::next_expiry(libusb_context* context) {
+    const std::lock_guard lock(mutex_);
+    const auto urbs = expiring(context);
+    return urbs.empty() ? std::nullopt : urbs.front()->expires;
 }
 
 /// Ends what has timed out, in the order of the due times.
 void Bus::expire(libusb_context* context, TimePoint now) {
-    std::vector<Urb*> late;
-    for (const auto& [endpoint, queue] : queues_) {
-        std::copy_if(
-            queue.urbs.begin(), queue.urbs.end(), std::back_inserter(late), [&](const Urb* urb) {
-                return urb->handle->context == context && urb->expires && *urb->expires <= now;
-            });
-    }
-    std::sort(late.begin(), late.end(),
-              [](const Urb* a, const Urb* b) { return *a->expires < *b->expires; });
+    std::vector<Urb*> late = expiring(context);
+    std::erase_if(late, [&](const Urb* urb) { return *urb->expires > now; });
     for (Urb* urb : late) {
-        Outcome over;
-        over.status = LIBUSB_TRANSFER_TIMED_OUT;
-        finish(*urb, std::move(over));
+        finish(*urb, line::ended(faults::Status::kTimedOut));
     }
     for (Urb* urb : late) {
-        serve(urb->endpoint);  // what was queued behind it
+        serve(channel(urb->endpoint));  // what was queued behind it
     }
 }
 
@@ -212,15 +210,9 @@ int Bus::run_events(libusb_context* context, TimePoint deadline) {
                 now >= deadline) {
                 break;
             }
-            TimePoint limit = deadline;
-            for (const auto& [endpoint, queue] : queues_) {
-                for (const Urb* urb : queue.urbs) {
-                    if (urb->handle->context == context) {
-                        limit = std::min(limit, urb->expires.value_or(limit));
-                    }
-                }
-            }
-            context->wake.wait_until(lock, limit);
+            const auto urbs = expiring(context);
+            const auto first = urbs.empty() ? std::nullopt : urbs.front()->expires;
+            context->wake.wait_until(lock, std::min(deadline, first.value_or(deadline)));
         }
         context->interrupted = false;
         // Only what is ready now: a callback that submits again must not keep the loop here.
@@ -238,11 +230,11 @@ int Bus::run_events(libusb_context* context, TimePoint deadline) {
 
 void Bus::deliver(Urb& urb, Lock& lock) {
     libusb_transfer& transfer = *urb.transfer;
-    transfer.status = urb.outcome.status;
+    transfer.status = to_libusb(urb.ending.status);
     if (transfer.type == LIBUSB_TRANSFER_TYPE_ISOCHRONOUS) {
-        hand_over_packets(transfer, urb.outcome);
+        hand_over_packets(transfer, urb.ending);
     } else {
-        hand_over_data(transfer, urb.outcome);
+        hand_over_data(transfer, urb.ending);
     }
     urb.state = Urb::State::kIdle;  // from here on it may be submitted or freed
     const bool free_after = (transfer.flags & LIBUSB_TRANSFER_FREE_TRANSFER) != 0;

@@ -67,9 +67,9 @@ std::shared_ptr<const DeviceInfo> root_hub() {
 }  // namespace
 
 std::vector<std::shared_ptr<const DeviceInfo>> make_fixed_devices(
-    const std::vector<OtherDevice>& others) {
+    const std::vector<line::OtherDevice>& others) {
     std::vector<std::shared_ptr<const DeviceInfo>> devices{root_hub()};
-    for (const OtherDevice& other : others) {
+    for (const line::OtherDevice& other : others) {
         auto device = std::make_shared<DeviceInfo>();
         device->kind = DeviceInfo::Kind::kOther;
         device->port = static_cast<uint8_t>(devices.size());

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "virtcam/bus/bus.h"
+#include "virtcam/line/fault_effect.h"
 
 namespace virtcam::bus {
 namespace {
@@ -104,8 +105,8 @@ void Bus::abandon_transfers(libusb_device_handle* handle) {
         }
         if (urb->state != Urb::State::kIdle) {
             ++abandoned;
-            auto& queue = queues_[urb->endpoint];
-            std::erase(queue.urbs, urb.get());
+            Channel& queue = channel(urb->endpoint);
+            queue.endpoint.withdraw(*urb, model::Clock::now());
             std::erase(queue.held, urb.get());
             std::erase(handle->context->completed, urb.get());
             urb->state = Urb::State::kIdle;
@@ -333,11 +334,12 @@ bool Bus::kernel_request(const model::Setup& setup) {
         action = rules_.on_control(setup, {});
         run_actions(action.device);
     }
-    const bool refused =
-        action.stall || action.time_out != faults::TimeOut::kNone ||
-        action.result.value_or(0) < 0 ||
-        action.status.value_or(faults::Status::kCompleted) != faults::Status::kCompleted;
-    const bool done = attachment_ != 0 && !refused && !camera_->control(setup, {}).stall;
+    bool done = attachment_ != 0;
+    if (const auto refused = line::refusal(action)) {
+        done = done && !refused->never && refused->status == faults::Status::kCompleted;
+    } else {
+        done = done && !camera_->control(setup, {}).stall;
+    }
     trace_.control(elapsed(), "kernel", setup, {}, kKernelTimeOutMs, done ? 0 : LIBUSB_ERROR_PIPE);
     sync_presence();
     return done;
@@ -345,15 +347,8 @@ bool Bus::kernel_request(const model::Setup& setup) {
 
 void Bus::flush_interface(int interface) {
     for (const uint8_t endpoint : interfaces_.endpoints_of(interface)) {
-        auto& queue = queues_[endpoint];
-        while (!queue.urbs.empty()) {
-            // libusb reports what usbfs unlinks by itself as complete and empty.
-            Urb& urb = *queue.urbs.front();
-            Outcome unlinked;
-            unlinked.packets.resize(static_cast<size_t>(urb.transfer->num_iso_packets));
-            finish(urb, std::move(unlinked));
-        }
-        queue.started = false;
+        // libusb reports what usbfs unlinks by itself as complete and empty.
+        finish_all(channel(endpoint), faults::Status::kCompleted);
     }
 }
 

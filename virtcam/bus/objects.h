@@ -15,7 +15,8 @@
 #include <vector>
 
 #include "virtcam/bus/descriptors.h"
-#include "virtcam/faults/action.h"
+#include "virtcam/line/ending.h"
+#include "virtcam/line/request.h"
 #include "virtcam/model/clock.h"
 
 namespace virtcam::bus {
@@ -38,24 +39,8 @@ struct DeviceInfo {
 
 constexpr uint8_t kBusNumber = 1;
 
-/// How a packet of a finished isochronous transfer ended.
-struct PacketOutcome {
-    libusb_transfer_status status = LIBUSB_TRANSFER_COMPLETED;
-    unsigned actual_length = 0;
-    std::vector<uint8_t> data;
-};
-
-/// How a transfer ended, kept until event handling hands it to the program.
-struct Outcome {
-    libusb_transfer_status status = LIBUSB_TRANSFER_COMPLETED;
-    int actual_length = 0;
-    std::vector<uint8_t> data;           ///< IN data of everything but isochronous transfers
-    std::vector<PacketOutcome> packets;  ///< isochronous only
-    std::optional<int> result;           ///< code that the synchronous call reports instead
-};
-
-/// The bus's side of a libusb_transfer.
-struct Urb {
+/// The bus's side of a libusb_transfer; what it asks of the camera is set at each submission.
+struct Urb : line::Request {
     enum class State {
         kIdle,     ///< the program's
         kPending,  ///< waits on its endpoint
@@ -68,15 +53,9 @@ struct Urb {
     unsigned generation = 0;
     State state = State::kIdle;
     libusb_device_handle* handle = nullptr;  ///< of the last submission; null once closed
-    uint8_t endpoint = 0;
     std::optional<TimePoint> expires;
-    /// Answer that is known but not yet due; nothing: the device was not asked yet.
-    std::optional<Outcome> prepared;
-    TimePoint prepared_due;
-    std::vector<virtcam::faults::DeviceAction> afterwards;  ///< happens when it has been answered
-    bool stuck = false;                      ///< never answered: waits for time-out or cancellation
     std::optional<uint64_t> control_record;  ///< number of its entry in the control log
-    Outcome outcome;
+    line::Ending ending;                     ///< kept until event handling hands it over
 
     ~Urb();
     Urb() = default;

@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "virtcam/bus/bus.h"
-#include "virtcam/bus/setup_packet.h"
+#include "virtcam/bus/status_codes.h"
 
 namespace virtcam::bus {
 namespace {
@@ -40,24 +40,12 @@ std::string device_text(const DeviceInfo& device) {
 }
 
 /// What the program saw of a control transfer: bytes, or the error of the synchronous call.
-int result_of(const Outcome& outcome) {
-    if (outcome.result) {
-        return *outcome.result;
+int result_of(const line::Ending& ending) {
+    if (ending.code) {
+        return *ending.code;
     }
-    switch (outcome.status) {
-        case LIBUSB_TRANSFER_COMPLETED:
-            return outcome.actual_length;
-        case LIBUSB_TRANSFER_TIMED_OUT:
-            return LIBUSB_ERROR_TIMEOUT;
-        case LIBUSB_TRANSFER_STALL:
-            return LIBUSB_ERROR_PIPE;
-        case LIBUSB_TRANSFER_OVERFLOW:
-            return LIBUSB_ERROR_OVERFLOW;
-        case LIBUSB_TRANSFER_NO_DEVICE:
-            return LIBUSB_ERROR_NO_DEVICE;
-        default:
-            return LIBUSB_ERROR_IO;
-    }
+    return ending.status == faults::Status::kCompleted ? static_cast<int>(ending.count)
+                                                       : error_for(to_libusb(ending.status));
 }
 
 nlohmann::json to_json(const std::vector<Complaint>& list) {
@@ -70,15 +58,15 @@ nlohmann::json to_json(const std::vector<Complaint>& list) {
 
 }  // namespace
 
-void Bus::log_control(Urb& urb, const model::Setup& setup, std::span<const uint8_t> out) {
+void Bus::log_control(Urb& urb) {
     if (control_log_.size() == kControlLogLimit) {
         control_log_.pop_front();
         ++control_log_first_;
     }
     urb.control_record = control_log_first_ + control_log_.size();
     control_log_.push_back({std::chrono::steady_clock::now(),
-                            setup,
-                            {out.begin(), out.end()},
+                            urb.setup,
+                            {urb.out.begin(), urb.out.end()},
                             urb.transfer->timeout,
                             std::nullopt,
                             std::this_thread::get_id()});
@@ -88,11 +76,9 @@ void Bus::log_result(const Urb& urb) {
     if (!urb.control_record) {
         return;
     }
-    const model::Setup setup = read_setup(urb.transfer->buffer);
-    const auto data = setup.device_to_host() ? std::span<const uint8_t>(urb.outcome.data)
-                                             : out_data(*urb.transfer, setup);
-    const int result = result_of(urb.outcome);
-    trace_.control(elapsed(), "", setup, data, urb.transfer->timeout, result);
+    const model::ByteView data = urb.setup.device_to_host() ? urb.ending.data : urb.out;
+    const int result = result_of(urb.ending);
+    trace_.control(elapsed(), "", urb.setup, data, urb.transfer->timeout, result);
     if (*urb.control_record >= control_log_first_ &&
         *urb.control_record - control_log_first_ < control_log_.size()) {
         auto& record = control_log_[*urb.control_record - control_log_first_];

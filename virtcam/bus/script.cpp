@@ -7,14 +7,14 @@ namespace virtcam::bus {
 
 size_t Bus::pending(uint8_t endpoint) {
     const std::lock_guard lock(mutex_);
-    const auto found = queues_.find(endpoint);
-    return found == queues_.end() ? 0 : found->second.urbs.size();
+    const auto found = channels_.find(endpoint);
+    return found == channels_.end() ? 0 : found->second.endpoint.waiting().size();
 }
 
 std::optional<unsigned> Bus::last_timeout(uint8_t endpoint) {
     const std::lock_guard lock(mutex_);
-    const auto found = queues_.find(endpoint);
-    return found == queues_.end() ? std::nullopt : found->second.last_timeout;
+    const auto found = channels_.find(endpoint);
+    return found == channels_.end() ? std::nullopt : found->second.last_timeout;
 }
 
 bool Bus::wait_until(const std::function<bool()>& predicate, std::chrono::milliseconds limit) {
@@ -34,28 +34,29 @@ bool Bus::wait_until(const std::function<bool()>& predicate, std::chrono::millis
 void Bus::script_stream(bool on) {
     const std::lock_guard lock(mutex_);
     scripted_ = on;
-    for (auto& [endpoint, queue] : queues_) {
-        queue.scripted.clear();
-        queue.started = false;
+    for (auto& [address, channel] : channels_) {
+        channel.scripted.clear();
+        channel.endpoint.stop_clock();
     }
     serve_all();
     clock_ticker_->poke();
 }
 
-void Bus::push(uint8_t endpoint, Outcome outcome) {
+void Bus::push(uint8_t endpoint, line::Ending ending) {
     const std::lock_guard lock(mutex_);
-    queues_[endpoint].scripted.push_back(std::move(outcome));
-    serve(endpoint);
+    Channel& target = channel(endpoint);
+    target.scripted.push_back(std::move(ending));
+    serve(target);
 }
 
 void Bus::hold(uint8_t endpoint) {
     const std::lock_guard lock(mutex_);
-    queues_[endpoint].hold = true;
+    channel(endpoint).hold = true;
 }
 
 void Bus::release_held(uint8_t endpoint) {
     const std::lock_guard lock(mutex_);
-    auto& queue = queues_[endpoint];
+    Channel& queue = channel(endpoint);
     queue.hold = false;
     for (Urb* urb : std::exchange(queue.held, {})) {
         publish(*urb);

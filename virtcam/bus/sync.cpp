@@ -4,29 +4,10 @@
 #include <vector>
 
 #include "virtcam/bus/bus.h"
-#include "virtcam/bus/setup_packet.h"
+#include "virtcam/bus/status_codes.h"
 
 namespace virtcam::bus {
 namespace {
-
-int error_for(libusb_transfer_status status) {
-    switch (status) {
-        case LIBUSB_TRANSFER_COMPLETED:
-            return LIBUSB_SUCCESS;
-        case LIBUSB_TRANSFER_TIMED_OUT:
-            return LIBUSB_ERROR_TIMEOUT;
-        case LIBUSB_TRANSFER_STALL:
-            return LIBUSB_ERROR_PIPE;
-        case LIBUSB_TRANSFER_OVERFLOW:
-            return LIBUSB_ERROR_OVERFLOW;
-        case LIBUSB_TRANSFER_NO_DEVICE:
-            return LIBUSB_ERROR_NO_DEVICE;
-        case LIBUSB_TRANSFER_ERROR:
-        case LIBUSB_TRANSFER_CANCELLED:
-            return LIBUSB_ERROR_IO;
-    }
-    return LIBUSB_ERROR_OTHER;
-}
 
 /// A transfer of the bus's own, freed at the end of the call.
 class OwnTransfer {
@@ -71,7 +52,7 @@ int Bus::run_synchronously(libusb_transfer* transfer) {
         handle_events(context, std::chrono::steady_clock::now() + kRound, finished);
     }
     const std::lock_guard lock(mutex_);
-    const auto& forced = find(transfer)->outcome.result;
+    const auto& forced = find(transfer)->ending.code;
     return forced ? *forced : error_for(transfer->status);
 }
 

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "virtcam/bus/bus.h"
-#include "virtcam/bus/setup_packet.h"
+#include "virtcam/model/usb.h"
 
 namespace virtcam::bus {
 namespace {
@@ -21,6 +21,48 @@ std::string endpoint_text(uint8_t endpoint) {
 
 int type_of(const libusb_endpoint_descriptor& endpoint) {
     return endpoint.bmAttributes & LIBUSB_TRANSFER_TYPE_MASK;
+}
+
+/// Of a control transfer whose buffer is long enough.
+model::Setup setup_of(const libusb_transfer& transfer) {
+    return line::read_setup({transfer.buffer, LIBUSB_CONTROL_SETUP_SIZE});
+}
+
+std::optional<faults::TransferKind> kind_of(const libusb_transfer& transfer) {
+    switch (transfer.type) {
+        case LIBUSB_TRANSFER_TYPE_CONTROL:
+            return std::nullopt;
+        case LIBUSB_TRANSFER_TYPE_ISOCHRONOUS:
+            return faults::TransferKind::kIsochronous;
+        case LIBUSB_TRANSFER_TYPE_INTERRUPT:
+            return faults::TransferKind::kInterrupt;
+        default:
+            return faults::TransferKind::kBulk;
+    }
+}
+
+/// What a checked transfer asks of the camera.
+line::Request request_of(const libusb_transfer& transfer) {
+    line::Request request;
+    request.kind = kind_of(transfer);
+    if (request.is_control()) {
+        request.setup = setup_of(transfer);
+        if (!request.setup.device_to_host()) {
+            request.out = {transfer.buffer + LIBUSB_CONTROL_SETUP_SIZE, request.setup.length};
+        }
+        return request;
+    }
+    request.endpoint = transfer.endpoint;
+    const auto length = static_cast<size_t>(transfer.length);
+    if (request.to_host()) {
+        request.room = length;
+    } else {
+        request.out = {transfer.buffer, length};
+    }
+    for (int i = 0; request.is_iso() && i < transfer.num_iso_packets; ++i) {
+        request.packets.push_back(transfer.iso_packet_desc[i].length);
+    }
+    return request;
 }
 
 }  // namespace
@@ -127,7 +169,7 @@ int Bus::check_control(const libusb_transfer& transfer) {
                                             std::to_string(transfer.length) + " bytes");
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    const model::Setup setup = read_setup(transfer.buffer);
+    const model::Setup setup = setup_of(transfer);
     if (setup.length > transfer.length - static_cast<int>(LIBUSB_CONTROL_SETUP_SIZE)) {
         complaints_.raise("bad_length",
                           "libusb_submit_transfer: wLength goes beyond the control transfer");
@@ -137,13 +179,11 @@ int Bus::check_control(const libusb_transfer& transfer) {
 }
 
 int Bus::check_recipient(libusb_device_handle* handle, const model::Setup& setup) {
-    constexpr uint8_t kRecipientMask = 0x1F;
-    constexpr uint8_t kTypeMask = 0x60;
-    if ((setup.request_type & kTypeMask) == LIBUSB_REQUEST_TYPE_VENDOR) {
+    if ((setup.request_type & model::usb::kTypeMask) == LIBUSB_REQUEST_TYPE_VENDOR) {
         return LIBUSB_SUCCESS;  // usbfs asks for no claim then
     }
     int interface = -1;
-    switch (setup.request_type & kRecipientMask) {
+    switch (setup.request_type & model::usb::kRecipientMask) {
         case LIBUSB_RECIPIENT_INTERFACE:
             interface = setup.index & 0xFF;
             break;
@@ -204,35 +244,21 @@ int Bus::check_stream(const libusb_transfer& transfer, const Urb& urb) {
 
 void Bus::enqueue(Urb& urb) {
     const libusb_transfer& transfer = *urb.transfer;
-    const TimePoint now = std::chrono::steady_clock::now();
-    const bool control = transfer.type == LIBUSB_TRANSFER_TYPE_CONTROL;
+    static_cast<line::Request&>(urb) = request_of(transfer);
     urb.state = Urb::State::kPending;
     urb.handle = transfer.dev_handle;
-    urb.endpoint = control ? 0 : transfer.endpoint;
     urb.expires.reset();
     if (transfer.timeout != 0) {
-        urb.expires = now + std::chrono::milliseconds(transfer.timeout);
+        urb.expires = model::Clock::now() + std::chrono::milliseconds(transfer.timeout);
     }
-    urb.prepared.reset();
-    urb.stuck = false;
     urb.control_record.reset();
-    if (control) {
-        const model::Setup setup = read_setup(transfer.buffer);
-        log_control(urb, setup, out_data(transfer, setup));
+    if (urb.is_control()) {
+        log_control(urb);
     }
-    auto& queue = queues_[urb.endpoint];
+    Channel& queue = channel(urb.endpoint);
     queue.last_timeout = transfer.timeout;
-    constexpr auto kRebaseAfter = std::chrono::milliseconds(200);
-    if (queue.urbs.empty() && (!queue.started || now - queue.idle_since >= kRebaseAfter)) {
-        // A late host loses no packets; one that paused begins at the present interval.
-        queue.started = true;
-        queue.iso_due = now;
-    }
-    queue.urbs.push_back(&urb);
-    serve(urb.endpoint);
-    if (!queue.urbs.empty() && next_due(queue)) {
-        clock_ticker_->poke();
-    }
+    queue.endpoint.submit(urb);
+    serve(queue);
     urb.handle->context->wake.notify_all();  // its time-out may be the next one
     changed();
 }
@@ -247,23 +273,17 @@ int Bus::cancel(libusb_transfer* transfer) {
     if (urb->state != Urb::State::kPending) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
-    const uint8_t endpoint = urb->endpoint;
-    Outcome cancelled;
-    cancelled.status = LIBUSB_TRANSFER_CANCELLED;
-    finish(*urb, std::move(cancelled));
-    serve(endpoint);
+    finish(*urb, line::ended(faults::Status::kCancelled));
+    serve(channel(urb->endpoint));
     return LIBUSB_SUCCESS;
 }
 
-void Bus::finish(Urb& urb, Outcome outcome) {
-    auto& queue = queues_[urb.endpoint];
-    std::erase(queue.urbs, &urb);
-    if (queue.urbs.empty()) {
-        queue.idle_since = std::chrono::steady_clock::now();
-    }
+void Bus::finish(Urb& urb, line::Ending ending) {
+    Channel& queue = channel(urb.endpoint);
+    queue.endpoint.withdraw(urb, model::Clock::now());
     urb.state = Urb::State::kDone;
-    urb.outcome = std::move(outcome);
-    ++transfer_counts_[{urb.transfer->type, urb.outcome.status}];
+    urb.ending = std::move(ending);
+    ++transfer_counts_[{urb.transfer->type, static_cast<int>(urb.ending.status)}];
     log_result(urb);
     if (queue.hold) {
         queue.held.push_back(&urb);
@@ -271,6 +291,13 @@ void Bus::finish(Urb& urb, Outcome outcome) {
         publish(urb);
     }
     changed();
+}
+
+void Bus::finish_all(Channel& channel, faults::Status status) {
+    while (!channel.endpoint.waiting().empty()) {
+        finish(static_cast<Urb&>(*channel.endpoint.waiting().front()), line::ended(status));
+    }
+    channel.endpoint.stop_clock();
 }
 
 void Bus::publish(Urb& urb) {

@@ -58,8 +58,8 @@ nlohmann::json read_json(const std::string& path) {
     return content;
 }
 
-virtcam::bus::Config configuration(const Options& options) {
-    virtcam::bus::Config config = virtcam::bus::Config::from_file(options.config);
+virtcam::line::Config configuration(const Options& options) {
+    virtcam::line::Config config = virtcam::line::Config::from_file(options.config);
     if (options.runtime) {
         config.camera.identity = virtcam::model::CameraConfig::Identity::kRunTime;
     }

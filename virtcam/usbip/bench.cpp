@@ -11,7 +11,7 @@ using model::Camera;
 using model::Clock;
 using model::TimePoint;
 
-Bench::Bench(const bus::Config& config) : picture_ticker_([this] { return make_pictures(); }) {
+Bench::Bench(const line::Config& config) : picture_ticker_([this] { return make_pictures(); }) {
     reset(config);
     picture_ticker_.start();
 }
@@ -20,7 +20,7 @@ Bench::~Bench() {
     picture_ticker_.stop();
 }
 
-void Bench::reset(const bus::Config& config) {
+void Bench::reset(const line::Config& config) {
     faults::RuleSet rules;
     rules.add(config.rules);
     auto camera = std::make_shared<Camera>(config.camera);

@@ -6,35 +6,34 @@
 #include <mutex>
 #include <nlohmann/json_fwd.hpp>
 
-#include "virtcam/bus/config.h"
-#include "virtcam/bus/ticker.h"
-#include "virtcam/faults/rule_set.h"
-#include "virtcam/model/camera.h"
+#include "virtcam/line/config.h"
+#include "virtcam/line/device.h"
+#include "virtcam/line/ticker.h"
 #include "virtcam/usbip/descriptor_io.h"
 
 namespace virtcam::usbip {
 
 /// All functions on the thread of the poll loop. The picture thread touches the camera only.
-class Bench {
+class Bench final : public line::Device {
   public:
     /// Throws std::invalid_argument when a rule is malformed.
-    explicit Bench(const bus::Config& config);
-    ~Bench();
+    explicit Bench(const line::Config& config);
+    ~Bench() override;
     Bench(const Bench&) = delete;
     Bench& operator=(const Bench&) = delete;
 
     /// Replaces the camera by a new one and the rules by `config`'s.
     /// Throws like the constructor, and then nothing has changed.
-    void reset(const bus::Config& config);
+    void reset(const line::Config& config);
 
-    model::Camera& camera() { return *camera_; }
-    faults::RuleSet& rules() { return rules_; }
-    bool iso_paced() const { return iso_paced_; }
+    model::Camera& camera() override { return *camera_; }
+    faults::RuleSet& rules() override { return rules_; }
+    bool iso_paced() const override { return iso_paced_; }
 
     /// Names one attachment of one camera; 0 while none is on the bus.
     uint64_t presence() const;
 
-    void run(faults::DeviceAction action);
+    void run(faults::DeviceAction action) override;
     /// Does what timed rules ask for. Returns when the next one is due.
     model::TimePoint run_due(model::TimePoint now);
 
@@ -54,7 +53,7 @@ class Bench {
     faults::RuleSet rules_;
     bool iso_paced_ = true;
     model::TimePoint started_;
-    bus::Ticker picture_ticker_;
+    line::Ticker picture_ticker_;
 };
 
 }  // namespace virtcam::usbip

@@ -34,7 +34,7 @@ std::string execute(std::string_view name, std::string_view rest, Bench& bench, 
     } else if (name == "power-cycle") {
         bench.run(faults::DeviceAction::kPowerCycle);
     } else if (name == "reset") {
-        bench.reset(bus::Config::from_json(rest.empty() ? json() : json::parse(rest)));
+        bench.reset(line::Config::from_json(rest.empty() ? json() : json::parse(rest)));
     } else if (name == "fault") {
         bench.rules().add(json::parse(rest));
     } else if (name == "no-faults") {

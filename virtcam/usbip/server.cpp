@@ -56,10 +56,7 @@ void Server::run(int stop_fd) {
 
 void Server::adopt(UniqueFd socket) {
     send_at_once(socket.get());
-    UrbStream urbs({bench_.camera(), bench_.rules(),
-                    [this](faults::DeviceAction action) { bench_.run(action); },
-                    bench_.iso_paced()});
-    link_.emplace(Link{std::move(socket), bench_.presence(), {}, {}, std::move(urbs), {}});
+    link_.emplace(Link{std::move(socket), bench_.presence(), {}, {}, UrbStream(bench_), {}});
 }
 
 void Server::mute() {

@@ -1,12 +1,11 @@
 #include "virtcam/usbip/urb_stream.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <string>
 #include <utility>
 
 #include "virtcam/usbip/pdu_reader.h"
-#include "virtcam/usbip/urb_faults.h"
+#include "virtcam/usbip/urb_result.h"
 
 namespace virtcam::usbip {
 namespace {
@@ -15,28 +14,11 @@ using faults::TransferKind;
 using model::Setup;
 using model::TimePoint;
 
-uint8_t queue_of(const Submit& submit) {
-    return submit.is_control() ? 0 : submit.endpoint;
-}
-
-Setup read_setup(const Submit& submit) {
-    const ByteView bytes(submit.setup);
-    return {bytes[0], bytes[1], model::load_u16(bytes, 2), model::load_u16(bytes, 4),
-            model::load_u16(bytes, 6)};
-}
-
-TransferKind kind_of(const Submit& submit) {
-    return submit.is_iso() ? TransferKind::kIsochronous : TransferKind::kBulk;
-}
-
-Result ended(int status) {
-    Result result;
-    result.status = status;
-    return result;
-}
-
 /// True when header and setup packet tell the same story.
 bool is_consistent(const Submit& submit, const Setup& setup) {
+    if (submit.is_iso()) {
+        return false;
+    }
     if (setup.length == 0) {
         return submit.length == 0;  // without a data stage the direction means nothing
     }
@@ -46,49 +28,61 @@ bool is_consistent(const Submit& submit, const Setup& setup) {
 
 }  // namespace
 
-UrbStream::UrbStream(Device device) : device_(std::move(device)) {
-    device_.camera.bus_reset();
+UrbStream::Urb::Urb(Submit given) : submit(std::move(given)) {
+    out = submit.out;
+    if (submit.is_control()) {
+        setup = line::read_setup(submit.setup);
+        malformed = !is_consistent(submit, setup);
+        return;
+    }
+    // The wire does not tell bulk and interrupt apart.
+    kind = submit.is_iso() ? TransferKind::kIsochronous : TransferKind::kBulk;
+    endpoint = submit.endpoint;
+    room = submit.length;
+    for (const IsoPacket& packet : submit.packets) {
+        packets.push_back(packet.length);
+    }
+}
+
+UrbStream::UrbStream(line::Device& device)
+    : device_(device), attachment_(device.camera().attachment()) {
+    device_.camera().bus_reset();
+}
+
+line::Endpoint& UrbStream::endpoint_of(const Urb& urb) {
+    return endpoints_.try_emplace(urb.endpoint, device_).first->second;
+}
+
+bool UrbStream::on_the_bus() const {
+    return device_.camera().attached() && device_.camera().attachment() == attachment_;
 }
 
 void UrbStream::submit(Submit submit) {
-    if (waiting_ >= kMostRequests) {
+    if (urbs_.size() >= kMostRequests) {
         throw ProtocolError("more than " + std::to_string(kMostRequests) + " requests wait");
     }
-    for (const auto& [address, endpoint] : endpoints_) {
-        for (const Request& request : endpoint.requests) {
-            if (request.submit.seqnum == submit.seqnum) {
-                throw ProtocolError("request " + std::to_string(submit.seqnum) + " exists");
-            }
-        }
+    const uint32_t seqnum = submit.seqnum;
+    const auto [entry, is_new] = urbs_.try_emplace(seqnum, std::move(submit));
+    if (!is_new) {
+        throw ProtocolError("request " + std::to_string(seqnum) + " exists");
     }
-    ++waiting_;
-    Endpoint& endpoint = endpoints_[queue_of(submit)];
-    Request request;
-    request.submit = std::move(submit);
-    endpoint.requests.push_back(std::move(request));
+    endpoint_of(entry->second).submit(entry->second);
 }
 
 void UrbStream::unlink(const Unlink& unlink, Bytes& wire) {
-    for (auto& [address, endpoint] : endpoints_) {
-        auto& requests = endpoint.requests;
-        const auto victim = std::find_if(requests.begin(), requests.end(), [&](const auto& each) {
-            return each.submit.seqnum == unlink.victim;
-        });
-        if (victim != requests.end() && answers_before_unlink_) {
-            append_reply(victim->submit, Result{}, frame_number(model::Clock::now()), wire);
-            requests.erase(victim);
-            --waiting_;
-            break;
-        }
-        if (victim != requests.end()) {
-            // Must never be answered from here on: the kernel would drop the connection.
-            requests.erase(victim);
-            --waiting_;
-            append_reply(unlink, -ECONNRESET, wire);
-            return;
-        }
+    const auto victim = urbs_.find(unlink.victim);
+    if (victim == urbs_.end()) {
+        append_reply(unlink, 0, wire);
+        return;
     }
-    append_reply(unlink, 0, wire);
+    const TimePoint now = model::Clock::now();
+    if (answers_before_unlink_) {
+        append_reply(victim->second.submit, Result{}, frame_number(now), wire);
+    }
+    // Must never be answered from here on: the kernel would drop the connection.
+    endpoint_of(victim->second).withdraw(victim->second, now);
+    urbs_.erase(victim);
+    append_reply(unlink, answers_before_unlink_ ? 0 : -ECONNRESET, wire);
 }
 
 TimePoint UrbStream::serve(TimePoint now, Bytes& wire) {
@@ -97,157 +91,27 @@ TimePoint UrbStream::serve(TimePoint now, Bytes& wire) {
         return wake;
     }
     for (auto& [address, endpoint] : endpoints_) {
-        while (!endpoint.requests.empty() && wire.size() < kMostUnsent &&
-               device_.camera.attached() && advance(endpoint, now, wake, wire)) {
+        while (wire.size() < kMostUnsent && on_the_bus()) {
+            auto answer = endpoint.serve(now);
+            if (!answer) {
+                wake = std::min(wake, endpoint.due().value_or(wake));
+                break;
+            }
+            send(std::move(*answer), wire);
         }
     }
     return wake;
 }
 
-/// Takes the endpoint's first request as far as it goes. Returns true when it has been answered.
-bool UrbStream::advance(Endpoint& endpoint, TimePoint now, TimePoint& wake, Bytes& wire) {
-    Request& request = endpoint.requests.front();
-    if (!request.result && !prepare(endpoint, now, wake)) {
-        return false;
-    }
-    if (request.due > now) {
-        wake = std::min(wake, request.due);
-        return false;
-    }
-    answer(endpoint, wire);
-    return true;
-}
-
-bool UrbStream::prepare(Endpoint& endpoint, TimePoint now, TimePoint& wake) {
-    Request& request = endpoint.requests.front();
-    if (request.stuck) {
-        return false;
-    }
-    const size_t packets = request.submit.packets.size();
-    if (packets != 0 && device_.iso_paced) {
-        const TimePoint due = endpoint.clock.due(packets, now);
-        if (due > now) {
-            wake = std::min(wake, due);
-            return false;
-        }
-        endpoint.clock.answered(packets);
-    }
-    request.due = now;
-    request.result = ask(request);
-    if (!request.result) {
-        return false;
-    }
-    if (!request.submit.is_control()) {
-        apply_transfer_rules(request);
-    }
-    return !request.stuck;
-}
-
-void UrbStream::answer(Endpoint& endpoint, Bytes& wire) {
-    const Request request = std::move(endpoint.requests.front());
-    endpoint.requests.pop_front();
-    --waiting_;
-    append_reply(request.submit, *request.result, frame_number(request.due), wire);
-    run(request.afterwards);
-}
-
-void UrbStream::run(const std::vector<faults::DeviceAction>& actions) {
-    for (const faults::DeviceAction action : actions) {
+void UrbStream::send(line::Endpoint::Answer answer, Bytes& wire) {
+    const Submit& submit = static_cast<const Urb&>(answer.request).submit;
+    const uint32_t seqnum = submit.seqnum;
+    append_reply(submit, to_result(submit, std::move(answer.ending)), frame_number(answer.due),
+                 wire);
+    urbs_.erase(seqnum);
+    for (const faults::DeviceAction action : answer.afterwards) {
         device_.run(action);
     }
-}
-
-std::optional<Result> UrbStream::ask(Request& request) {
-    const Submit& submit = request.submit;
-    if (submit.is_control()) {
-        return ask_control(request);
-    }
-    if (submit.is_iso()) {
-        return ask_iso(submit);
-    }
-    return submit.device_to_host() ? ask_bulk_in(submit) : ask_bulk_out(submit);
-}
-
-std::optional<Result> UrbStream::ask_control(Request& request) {
-    const Submit& submit = request.submit;
-    const Setup setup = read_setup(submit);
-    if (submit.is_iso() || !is_consistent(submit, setup)) {
-        return ended(-EPIPE);
-    }
-    const faults::Action action = device_.rules.on_control(setup, submit.out);
-    run(action.device);
-    if (!device_.camera.attached()) {
-        return std::nullopt;  // the cable was pulled: the connection ends without an answer
-    }
-    if (action.late) {
-        request.due += *action.late;
-    }
-    if (action.time_out == faults::TimeOut::kWait) {
-        request.stuck = true;
-        return std::nullopt;
-    }
-    if (action.time_out == faults::TimeOut::kNow) {
-        return ended(-ETIMEDOUT);
-    }
-    Result result;
-    apply(action, submit, result);
-    if (result.status != 0) {
-        return ended(result.status);  // refused: the device does not see the request
-    }
-    model::ControlReply reply = device_.camera.control(setup, submit.out);
-    if (reply.stall) {
-        return ended(-EPIPE);
-    }
-    result.data = std::move(reply.data);
-    result.data.resize(std::min<size_t>(result.data.size(), setup.length));
-    result.accepted = static_cast<uint32_t>(submit.out.size());
-    apply(action, submit, result);
-    return result;
-}
-
-std::optional<Result> UrbStream::ask_bulk_in(const Submit& submit) {
-    auto payload = device_.camera.bulk_in(submit.endpoint, submit.length);
-    if (!payload) {
-        return std::nullopt;
-    }
-    Result result;
-    result.data = std::move(*payload);
-    return result;
-}
-
-Result UrbStream::ask_bulk_out(const Submit& submit) {
-    if (!device_.camera.bulk_out(submit.number(), submit.out)) {
-        return ended(-EPIPE);
-    }
-    Result result;
-    result.accepted = submit.length;
-    return result;
-}
-
-Result UrbStream::ask_iso(const Submit& submit) {
-    if (!submit.device_to_host()) {
-        return ended(-EPIPE);
-    }
-    Result result;
-    for (const IsoPacket& packet : submit.packets) {
-        result.packets.push_back({device_.camera.iso_in(submit.endpoint, packet.length), 0});
-    }
-    return result;
-}
-
-void UrbStream::apply_transfer_rules(Request& request) {
-    const Submit& submit = request.submit;
-    const Bytes& data = submit.device_to_host() ? request.result->data : submit.out;
-    faults::Action action = device_.rules.on_transfer(kind_of(submit), submit.endpoint, data);
-    apply(action, submit, *request.result);
-    if (action.late) {
-        request.due += *action.late;
-    }
-    request.stuck = action.time_out == faults::TimeOut::kWait;
-    if (request.stuck) {
-        request.result.reset();
-    }
-    request.afterwards = std::move(action.device);
 }
 
 uint32_t UrbStream::frame_number(TimePoint now) const {

@@ -8,7 +8,7 @@
 
 #include "virtcam/model/camera_config.h"
 
-namespace virtcam::bus {
+namespace virtcam::line {
 
 /// Another device that is listed beside the camera; it cannot be opened.
 struct OtherDevice {
@@ -34,4 +34,4 @@ struct Config {
     static Config from_file(const std::string& path);
 };
 
-}  // namespace virtcam::bus
+}  // namespace virtcam::line

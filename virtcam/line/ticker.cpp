@@ -1,8 +1,8 @@
-#include "virtcam/bus/ticker.h"
+#include "virtcam/line/ticker.h"
 
 #include <algorithm>
 
-namespace virtcam::bus {
+namespace virtcam::line {
 
 void Ticker::start() {
     const std::lock_guard lock(mutex_);
@@ -43,4 +43,4 @@ void Ticker::run() {
     }
 }
 
-}  // namespace virtcam::bus
+}  // namespace virtcam::line

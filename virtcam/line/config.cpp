@@ -1,4 +1,4 @@
-#include "virtcam/bus/config.h"
+#include "virtcam/line/config.h"
 
 #include <algorithm>
 #include <fstream>
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string_view>
 
-namespace virtcam::bus {
+namespace virtcam::line {
 namespace {
 
 using nlohmann::json;
@@ -109,4 +109,4 @@ Config Config::from_file(const std::string& path) {
     return from_json(root);
 }
 
-}  // namespace virtcam::bus
+}  // namespace virtcam::line

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <thread>
 
-namespace virtcam::bus {
+namespace virtcam::line {
 
 class Ticker {
   public:
@@ -37,4 +37,4 @@ class Ticker {
     std::thread thread_;
 };
 
-}  // namespace virtcam::bus
+}  // namespace virtcam::line

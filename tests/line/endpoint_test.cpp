@@ -1,0 +1,236 @@
+// The order of answers and their time.
+#include "virtcam/line/endpoint.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "tests/line/lone_camera.h"
+#include "virtcam/line/fault_effect.h"
+
+namespace line_test {
+namespace {
+
+using std::chrono::milliseconds;
+using virtcam::faults::Status;
+using virtcam::faults::TransferKind;
+using virtcam::line::Ending;
+using virtcam::line::Endpoint;
+using virtcam::line::Request;
+using virtcam::model::Bytes;
+using virtcam::model::TimePoint;
+
+/// Says what the test has put into its mouth.
+class Puppet : public LoneCamera {
+  public:
+    Puppet() : LoneCamera(run_time()) {}
+
+    std::optional<Ending> answer(const Request& request) override {
+        ++asked;
+        return request.is_control() ? LoneCamera::answer(request) : std::exchange(next, {});
+    }
+
+    void say(Bytes bytes) {
+        next = Ending{};
+        next->count = bytes.size();
+        next->room = 512;
+        next->data = std::move(bytes);
+    }
+
+    std::optional<Ending> next;
+    int asked = 0;
+};
+
+class EndpointTest : public testing::Test {
+  protected:
+    static Request get_descriptor() {
+        Request request;
+        request.setup = {0x80, 6, 0x0100, 0, 18};
+        return request;
+    }
+    static Request bulk_in() {
+        Request request;
+        request.kind = TransferKind::kBulk;
+        request.endpoint = 0x81;
+        request.room = 512;
+        return request;
+    }
+    static Request iso_in(size_t packets) {
+        Request request;
+        request.kind = TransferKind::kIsochronous;
+        request.endpoint = 0x82;
+        request.packets.assign(packets, 100);
+        return request;
+    }
+
+    void add_rule(const char* rule) { puppet_.rules().add(nlohmann::json::parse(rule)); }
+    TimePoint at(int ms) const { return start_ + milliseconds(ms); }
+
+    Puppet puppet_;
+    Endpoint endpoint_{puppet_};
+    TimePoint start_ = virtcam::model::Clock::now();
+};
+
+TEST_F(EndpointTest, AnswersInOrderWhenThereIsSomething) {
+    Request first = bulk_in();
+    Request second = bulk_in();
+    endpoint_.submit(first);
+    endpoint_.submit(second);
+    EXPECT_FALSE(endpoint_.serve(at(0)));
+    EXPECT_FALSE(endpoint_.due()) << "it is news of the device that counts";
+    puppet_.say({1});
+    const auto answer = endpoint_.serve(at(0));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(&answer->request, &first);
+    EXPECT_EQ(answer->ending.data, Bytes{1});
+    EXPECT_FALSE(endpoint_.serve(at(0)));
+    EXPECT_EQ(endpoint_.waiting().front(), &second);
+}
+
+TEST_F(EndpointTest, LateAnswerIsKnownButNotDue) {
+    add_rule(R"({"on": {"transfer": "bulk"}, "nth": 1, "do": {"late_ms": 30}})");
+    Request request = bulk_in();
+    endpoint_.submit(request);
+    puppet_.say({1});
+    EXPECT_FALSE(endpoint_.serve(at(0)));
+    EXPECT_EQ(endpoint_.due(), at(30));
+    EXPECT_FALSE(endpoint_.serve(at(29)));
+    EXPECT_EQ(puppet_.asked, 1);
+    const auto answer = endpoint_.serve(at(35));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->due, at(30));
+    EXPECT_FALSE(endpoint_.due());
+}
+
+TEST_F(EndpointTest, WithdrawnRequestTakesItsAnswerAlong) {
+    add_rule(R"({"on": {"transfer": "bulk"}, "nth": 1, "do": {"late_ms": 30, "unplug": true}})");
+    Request first = bulk_in();
+    Request second = bulk_in();
+    endpoint_.submit(first);
+    endpoint_.submit(second);
+    puppet_.say({1});
+    EXPECT_FALSE(endpoint_.serve(at(0)));
+    endpoint_.withdraw(first, at(0));
+    EXPECT_FALSE(endpoint_.serve(at(30)));
+    puppet_.say({2});
+    const auto answer = endpoint_.serve(at(30));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(&answer->request, &second);
+    EXPECT_EQ(answer->ending.data, Bytes{2});
+    EXPECT_TRUE(answer->afterwards.empty());
+    endpoint_.withdraw(first, at(30));  // passed over
+}
+
+TEST_F(EndpointTest, HeldRequestHoldsThoseBehindIt) {
+    add_rule(R"({"on": {"control": {}}, "nth": 1, "do": "timeout"})");
+    Request first = get_descriptor();
+    Request second = get_descriptor();
+    endpoint_.submit(first);
+    endpoint_.submit(second);
+    EXPECT_FALSE(endpoint_.serve(at(0)));
+    EXPECT_FALSE(endpoint_.serve(at(60'000)));
+    EXPECT_FALSE(endpoint_.due());
+    EXPECT_EQ(puppet_.asked, 0);
+    endpoint_.withdraw(first, at(60'000));
+    EXPECT_TRUE(endpoint_.serve(at(60'000)));
+}
+
+TEST_F(EndpointTest, MalformedRequestMeetsNeitherRuleNorDevice) {
+    add_rule(R"({"on": {"control": {}}, "do": {"status": "overflow"}})");
+    Request request = get_descriptor();
+    request.malformed = true;
+    endpoint_.submit(request);
+    const auto answer = endpoint_.serve(at(0));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->ending.status, Status::kStall);
+    EXPECT_EQ(puppet_.rules().strike_counts(), std::vector<uint64_t>{0});
+}
+
+TEST_F(EndpointTest, PresenceChangesBeforeAControlRequestAndAfterATransfer) {
+    add_rule(R"({"on": {"transfer": "bulk"}, "do": "power_cycle"})");
+    add_rule(R"({"on": {"control": {}}, "do": "power_cycle"})");
+    Request bulk = bulk_in();
+    endpoint_.submit(bulk);
+    puppet_.say({1});
+    const auto answer = endpoint_.serve(at(0));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->afterwards.size(), 1u);
+    EXPECT_EQ(puppet_.camera().attachment(), 1u);
+
+    Request control = get_descriptor();
+    endpoint_.submit(control);
+    EXPECT_FALSE(endpoint_.serve(at(0))) << "the device that it was for is gone";
+    EXPECT_EQ(puppet_.camera().attachment(), 2u);
+    EXPECT_EQ(endpoint_.waiting().size(), 1u) << "the front end ends it";
+}
+
+TEST_F(EndpointTest, IsochronousRequestsKeepToTheClock) {
+    Request first = iso_in(10);
+    Request second = iso_in(10);
+    endpoint_.submit(first);
+    endpoint_.submit(second);
+    EXPECT_FALSE(endpoint_.serve(at(0)));
+    EXPECT_EQ(endpoint_.due(), at(10));
+    puppet_.say({});
+    EXPECT_TRUE(endpoint_.serve(at(13)));
+    EXPECT_EQ(endpoint_.due(), at(20)) << "or the rate would sag";
+}
+
+TEST_F(EndpointTest, LateHostLosesNothingAndAPausedOneBeginsAnew) {
+    Request request = iso_in(1);
+    const auto submit_and_look = [&](int ms) {
+        endpoint_.submit(request);
+        EXPECT_FALSE(endpoint_.serve(at(ms)));
+        return endpoint_.due();
+    };
+    EXPECT_EQ(submit_and_look(0), at(1));
+    puppet_.say({});
+    EXPECT_TRUE(endpoint_.serve(at(1)));
+    puppet_.say({});
+    endpoint_.submit(request);
+    EXPECT_TRUE(endpoint_.serve(at(200))) << "overdue: the packet of 2 ms";
+    EXPECT_EQ(submit_and_look(400), at(401)) << "nothing has waited for 200 ms";
+    // Something that waits has not paused, however late it is served.
+    puppet_.say({});
+    EXPECT_TRUE(endpoint_.serve(at(900)));
+    puppet_.say({});
+    endpoint_.submit(request);
+    EXPECT_TRUE(endpoint_.serve(at(900))) << "the packet of 402 ms";
+    endpoint_.stop_clock();
+    EXPECT_EQ(submit_and_look(901), at(902));
+}
+
+TEST_F(EndpointTest, UnpacedRequestsComeAtOnce) {
+    puppet_.set_paced(false);
+    Request request = iso_in(10);
+    endpoint_.submit(request);
+    puppet_.say({});
+    EXPECT_TRUE(endpoint_.serve(at(0)));
+}
+
+TEST(FaultEffect, WhatTheDeviceRefusedStaysRefused) {
+    virtcam::faults::Action action;
+    action.status = Status::kCompleted;
+    action.reply = Bytes{1, 2};
+    action.late = milliseconds(5);
+    Ending ending = virtcam::line::ended(Status::kStall);
+    ending.room = 8;
+    virtcam::line::apply(action, ending);
+    EXPECT_EQ(ending.status, Status::kStall);
+    EXPECT_TRUE(ending.data.empty());
+    EXPECT_EQ(ending.late, milliseconds(5));
+}
+
+TEST(FaultEffect, NothingIsRepliedToTheSender) {
+    virtcam::faults::Action action;
+    action.reply = Bytes{1, 2};
+    Ending ending;
+    ending.count = 16;
+    virtcam::line::apply(action, ending);
+    EXPECT_EQ(ending.count, 16u);
+    EXPECT_TRUE(ending.data.empty());
+}
+
+}  // namespace
+}  // namespace line_test

@@ -1,0 +1,189 @@
+// Where each member of a rule may stand: the page, the table in the code, and what the parser takes.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "virtcam/faults/member.h"
+#include "virtcam/faults/rule.h"
+
+namespace line_test {
+namespace {
+
+using nlohmann::json;
+using virtcam::faults::Rule;
+
+/// Cells of the rows "| `member` | for | effect |" of the page on the virtual bus, "Faults".
+std::vector<std::pair<std::string, std::string>> documented_members() {
+    std::ifstream page(VIRTUAL_BUS_PAGE);
+    std::vector<std::pair<std::string, std::string>> rows;
+    bool in_table = false;
+    for (std::string line; std::getline(page, line);) {
+        if (line.rfind("| member | for |", 0) == 0) {
+            in_table = true;
+        } else if (in_table && line.rfind("| `", 0) == 0) {
+            const size_t first = line.find(" | ");
+            const size_t second = line.find(" | ", first + 3);
+            std::string names = line.substr(2, first - 2);
+            const std::string what_for = line.substr(first + 3, second - first - 3);
+            std::erase(names, '`');
+            for (size_t comma = names.find(", "); comma != std::string::npos;
+                 comma = names.find(", ")) {
+                rows.emplace_back(names.substr(0, comma), what_for);
+                names.erase(0, comma + 2);
+            }
+            rows.emplace_back(names, what_for);
+        } else if (in_table && line.rfind("|---", 0) != 0) {
+            break;
+        }
+    }
+    return rows;
+}
+
+TEST(RuleMembers, PageHasThemAsTheCodeHasThem) {
+    std::vector<std::pair<std::string, std::string>> expected;
+    for (const auto& member : virtcam::faults::members()) {
+        expected.emplace_back(member.name, member.what_for);
+    }
+    EXPECT_EQ(documented_members(), expected);
+}
+
+json example(const std::string& member) {
+    const std::map<std::string, json> examples{
+        {"return", -1},
+        {"status", "error"},
+        {"short", 1},
+        {"actual_length", 1},
+        {"reply", "00"},
+        {"late_ms", 1},
+        {"timeout", "wait"},
+        {"corrupt", json::object({{"offset", 1}})},
+        {"packets", json::array()},
+    };
+    const auto found = examples.find(member);
+    return found == examples.end() ? json(true) : found->second;
+}
+
+struct Point {
+    const char* name;
+    const char* on;
+    std::vector<std::string> members;  ///< presence aside
+};
+
+const std::vector<Point>& points() {
+    static const std::vector<std::string> kControlIn{"return",  "stall",         "status",
+                                                     "short",   "actual_length", "reply",
+                                                     "late_ms", "timeout",       "corrupt"};
+    static const std::vector<std::string> kControlOut{"return",        "stall",   "status", "short",
+                                                      "actual_length", "late_ms", "timeout"};
+    static const std::vector<std::string> kIn{"stall", "status",  "short",   "actual_length",
+                                              "reply", "late_ms", "timeout", "corrupt"};
+    static const std::vector<std::string> kOut{"stall",         "status",  "short",
+                                               "actual_length", "late_ms", "timeout"};
+    static const std::vector<std::string> kAny{"stall",         "status",  "short",
+                                               "actual_length", "reply",   "late_ms",
+                                               "timeout",       "corrupt", "packets"};
+    static const std::vector<Point> kPoints{
+        {"call", R"({"call": "libusb_claim_interface", "argument": 1})", {"return"}},
+        {"pointer", R"({"call": "libusb_alloc_transfer"})", {"null"}},
+        {"handle", R"({"call": "libusb_open_device_with_vid_pid"})", {"null"}},
+        {"list", R"({"call": "libusb_get_device_list"})", {"return", "null"}},
+        {"control", R"({"control": {"request": 6}})", kControlIn},
+        {"control_in", R"({"control": {"type": "0xA1"}})", kControlIn},
+        {"control_out", R"({"control": {"type": "0x21"}})", kControlOut},
+        {"bulk", R"({"transfer": "bulk"})", kIn},
+        {"bulk_in", R"({"transfer": "bulk", "endpoint": "0x81"})", kIn},
+        {"bulk_out", R"({"transfer": "bulk", "endpoint": 1})", kOut},
+        {"interrupt", R"({"transfer": "interrupt"})", kIn},
+        {"iso",
+         R"({"transfer": "iso"})",
+         {"stall", "status", "short", "late_ms", "timeout", "corrupt", "packets"}},
+        {"any", R"({"transfer": "any"})", kAny},
+        {"any_in", R"({"transfer": "any", "endpoint": "0x82"})", kAny},
+        {"any_out", R"({"transfer": "any", "endpoint": 1})", kOut},
+        {"frame", R"({"frame": true})", kIn},
+        {"time", R"({"time_ms": 5})", {}},
+    };
+    return kPoints;
+}
+
+/// What the parser says to it; empty: it takes it.
+std::string objection(const json& rule) {
+    try {
+        Rule::from_json(rule);
+        return "";
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+}
+
+TEST(RuleMembers, OnlyWhereTheyCanDoSomething) {
+    for (const Point& point : points()) {
+        for (const auto& member : virtcam::faults::members()) {
+            const std::string name(member.name);
+            const bool presence = member.what_for == "all";
+            const bool expected = presence || std::find(point.members.begin(), point.members.end(),
+                                                        name) != point.members.end();
+            const json rule{{"on", json::parse(point.on)}, {"do", {{name, example(name)}}}};
+            EXPECT_EQ(objection(rule).empty(), expected) << rule << ' ' << objection(rule);
+        }
+    }
+}
+
+TEST(RuleMembers, RefusalNamesMemberAndPoint) {
+    const std::vector<std::pair<const char*, std::string>> cases{
+        {R"({"on": {"call": "libusb_open"}, "do": {"corrupt": {}}})",
+         "fault rule: \"corrupt\" is not for \"call\" of libusb_open, but for control, transfer: "
+         "IN"},
+        {R"({"on": {"call": "libusb_open"}, "do": "null"})",
+         "fault rule: \"null\" is not for \"call\" of libusb_open, but for call (pointer)"},
+        {R"({"on": {"control": {"type": 33}}, "do": {"reply": "00"}})",
+         "fault rule: \"reply\" is not for \"control\", OUT, but for control, bulk, interrupt: IN"},
+        {R"({"on": {"control": {}}, "do": {"packets": []}})",
+         "fault rule: \"packets\" is not for \"control\", but for iso"},
+        {R"({"on": {"transfer": "bulk", "endpoint": 1}, "do": {"reply": "00"}})",
+         "fault rule: \"reply\" is not for \"transfer\" of kind bulk, OUT, but for control, bulk, "
+         "interrupt: IN"},
+        {R"({"on": {"transfer": "iso"}, "do": {"return": 0}})",
+         "fault rule: \"return\" is not for \"transfer\" of kind iso, but for call (code), "
+         "control"},
+        {R"({"on": {"frame": true}, "do": {"packets": []}})",
+         "fault rule: \"packets\" is not for \"frame\", but for iso"},
+        {R"({"on": {"time_ms": 1}, "do": "stall"})",
+         "fault rule: \"stall\" is not for \"time_ms\", but for control, transfer"},
+    };
+    for (const auto& [rule, text] : cases) {
+        EXPECT_EQ(objection(json::parse(rule)), text);
+    }
+}
+
+TEST(RuleMembers, OfASelectorAreItsOwn) {
+    for (const char* on :
+         {R"({"call": "libusb_open", "endpoint": 1})", R"({"control": {}, "argument": 1})",
+          R"({"control": {}, "endpoint": 1})", R"({"transfer": "bulk", "argument": 1})",
+          R"({"time_ms": 1, "endpoint": 1})"}) {
+        const json rule{{"on", json::parse(on)}, {"do", "unplug"}};
+        EXPECT_NE(objection(rule).find("unknown member"), std::string::npos) << rule;
+    }
+}
+
+TEST(RuleMembers, WordsStandForThemselves) {
+    const auto action = [](const char* word) {
+        return Rule::from_json({{"on", {{"control", json::object()}}}, {"do", word}}).action;
+    };
+    EXPECT_TRUE(action("stall").stall);
+    EXPECT_EQ(action("timeout").time_out, virtcam::faults::TimeOut::kWait);
+    EXPECT_EQ(action("power_cycle").device,
+              std::vector{virtcam::faults::DeviceAction::kPowerCycle});
+    EXPECT_EQ(objection({{"on", {{"control", json::object()}}}, {"do", "reply"}}),
+              "fault rule: unknown action \"reply\"");
+    EXPECT_EQ(objection({{"on", {{"control", json::object()}}}, {"do", 5}}),
+              "fault rule: \"do\" must be a word or an object");
+}
+
+}  // namespace
+}  // namespace line_test

@@ -1,0 +1,58 @@
+// One endpoint of the camera: the requests that wait there, and when each is answered with what.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <vector>
+
+#include "virtcam/line/device.h"
+#include "virtcam/line/iso_clock.h"
+
+namespace virtcam::line {
+
+/// Requests are answered in their order. The first one is put to the device, the rules change the
+/// answer, and it is handed out when it is due; a rule may also hold it for good, and with it those
+/// behind. Not thread-safe.
+class Endpoint {
+  public:
+    struct Answer {
+        Request& request;  ///< no longer the endpoint's
+        Ending ending;
+        model::TimePoint due;
+        std::vector<faults::DeviceAction> afterwards;  ///< to run when the answer is on its way
+    };
+
+    /// `device` is borrowed.
+    explicit Endpoint(Device& device) : device_(&device) {}
+
+    /// Queues a request, which stays the caller's.
+    void submit(Request& request) { queue_.push_back(&request); }
+    /// Takes a request out of the queue unanswered. One that is not there is passed over.
+    void withdraw(const Request& request, model::TimePoint now);
+    /// The next answer that is due, nothing when there is none (yet).
+    std::optional<Answer> serve(model::TimePoint now);
+    /// When serve() is to be called again though nothing has happened.
+    std::optional<model::TimePoint> due() const;
+
+    /// In order of submission.
+    const std::deque<Request*>& waiting() const { return queue_; }
+    /// The next isochronous request starts a clock of its own.
+    void stop_clock() { clock_.stop(); }
+
+  private:
+    bool prepare(model::TimePoint now);
+    std::optional<Ending> ask_control(const Request& request);
+    std::optional<Ending> ask_transfer(const Request& request);
+    bool paced(const Request& request) const { return request.is_iso() && device_->iso_paced(); }
+
+    Device* device_;
+    std::deque<Request*> queue_;
+    IsoClock clock_;
+    // Of the request at the front:
+    std::optional<Ending> prepared_;  ///< its answer; nothing: the device was not asked yet
+    model::TimePoint due_{};          ///< of that answer
+    std::vector<faults::DeviceAction> afterwards_;
+    bool stuck_ = false;  ///< it is never answered
+};
+
+}  // namespace virtcam::line

@@ -1,0 +1,24 @@
+// What each member of a rule's action does to an answer, and in which order: here and nowhere else.
+//
+// First the moment: `late_ms`, or never (`timeout`: "wait"). Then how the request ends; of `timeout`:
+// "now", `return`, `stall` and `status` the first that is given decides. Last what arrives: `reply`,
+// `corrupt`, `short`, `actual_length`, `packets`. Members that are left out change nothing. Presence
+// (`unplug` and the like) is the endpoint's business, `null` that of libusb's calls.
+#pragma once
+
+#include <optional>
+
+#include "virtcam/faults/action.h"
+#include "virtcam/line/ending.h"
+
+namespace virtcam::line {
+
+/// The ending of a control request that the action keeps from the device. Nothing: the device is
+/// asked.
+std::optional<Ending> refusal(const faults::Action& action);
+
+/// Changes the device's answer. What the device itself refused stays refused, at another time
+/// perhaps.
+void apply(const faults::Action& action, Ending& ending);
+
+}  // namespace virtcam::line
