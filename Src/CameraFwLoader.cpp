@@ -1,5 +1,6 @@
 #include "CameraFwLoader.h"
 
+#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -65,6 +66,17 @@ bool FindVersion(const std::string& xml, std::string* version) {
     return true;
 }
 
+/// The number that a text begins with, with a point whatever locale the host has set.
+double Number(const std::string& text) {
+    const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    if (plain == nullptr) {
+        throw std::bad_alloc();
+    }
+    const double number = strtod_l(text.c_str(), nullptr, plain);
+    freelocale(plain);
+    return number;
+}
+
 /// Throws std::bad_alloc.
 bool ShippedIsNewer() {
     AIT_LOG_AS("UseDefaultVersion");
@@ -102,7 +114,7 @@ bool ShippedIsNewer() {
     }
     AIT_LOG(4, "defaultVersion version : %s \n", shippedVersion.c_str());
     AIT_LOG(4, "opxVersion version : %s \n", downloadedVersion.c_str());
-    if (strtod(shippedVersion.c_str(), nullptr) > strtod(downloadedVersion.c_str(), nullptr)) {
+    if (Number(shippedVersion) > Number(downloadedVersion)) {
         AIT_LOG(1, "default driver version is newer than opx version \n");
         return true;
     }

@@ -1,11 +1,15 @@
 // The firmware loader: start-up by both boot codes, every way to end, and the monitor.
 #include "CameraFwLoader.h"
 
+#include <locale.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
+#include <filesystem>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "CamDestroyFlag.h"
@@ -728,6 +732,38 @@ INSTANTIATE_TEST_SUITE_P(
                Compared(21, "", "-1", true)},
         Choice{"no numbers", "<Version>abc</Version>", "<Version>def</Version>", false,
                Compared(22, "abc", "def", false)}));
+
+/// A host's locale with a decimal comma, made where there need not be one.
+class DecimalComma {
+  public:
+    DecimalComma() {
+        std::filesystem::create_directories(folder_);
+        // Warnings of the definition make its exit status 1.
+        (void)!system(("localedef -c -i de_DE -f ISO-8859-1 " + folder_ + "/comma 2>&1").c_str());
+        setenv("LOCPATH", folder_.c_str(), 1);
+        if (setlocale(LC_NUMERIC, "comma") == nullptr) {
+            throw std::runtime_error("no locale with a comma");
+        }
+    }
+    ~DecimalComma() {
+        setlocale(LC_NUMERIC, "C");
+        unsetenv("LOCPATH");
+        std::filesystem::remove_all(folder_);
+    }
+
+  private:
+    const std::string folder_ = "/tmp/locale." + std::to_string(getpid());
+};
+
+TEST(FirmwareChoiceOfAHost, WithADecimalCommaIsNoOther) {
+    RemoveTvFiles();
+    WriteFile("/mtd_exe/lumo/opxCamera.xml", VersionFile("1.9"));
+    WriteFile("/mtd_rwcommon/lumo/bin/opxCamera.xml", VersionFile("1.2"));
+    const DecimalComma comma;
+    EXPECT_EQ(localeconv()->decimal_point, std::string(","));
+    CCameraFwLoader loader(0x2065, 0x114D, 2, nullptr);
+    EXPECT_TRUE(loader.UseDefaultVersion());
+}
 
 class FirmwareChoiceOfOddFiles : public PluginTest {};
 
