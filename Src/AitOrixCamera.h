@@ -31,6 +31,12 @@ extern pMutex m_start_stop_preview_lock;
 extern pMutex m_video_ctrl_lock;
 extern pMutex m_audio_observer_lock;
 
+/// In pixels of the crop source. One word, so that no frame sees half of a change.
+struct alignas(4) CropOrigin {
+    uint16_t x;
+    uint16_t y;
+};
+
 class CAitOrixCamera : public ICameraSubject {
   public:
     CAitOrixCamera();
@@ -82,6 +88,7 @@ class CAitOrixCamera : public ICameraSubject {
 
     // Initialisation.
     void HandOver(unsigned int status);
+    bool SetStateUnlessGone(CAM_STATE state);
     void CreateAdapters();
     bool AdaptersReady() const;
 
@@ -150,10 +157,8 @@ class CAitOrixCamera : public ICameraSubject {
     int m_nPlatform = BREAM;
     unsigned int m_CropMode = 0;
     uint16_t m_PrevCropFlag = 0xFFFF;
-    uint16_t m_PrevCropPosX = 0;
-    uint16_t m_PrevCropPosY = 0;
-    std::atomic<uint16_t> m_CurCropPosX{0};
-    std::atomic<uint16_t> m_CurCropPosY{0};
+    CropOrigin m_PrevCropPos = {0, 0};
+    std::atomic<CropOrigin> m_CurCropPos{CropOrigin{0, 0}};
     uint8_t m_CurFaceTrackingStatus = 0;
     std::atomic<bool> m_bJpegTriggered{false};
     std::vector<ICameraObserver*> m_AudioObserver;

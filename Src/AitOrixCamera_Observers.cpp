@@ -171,10 +171,9 @@ void CAitOrixCamera::AttachCropArea(CCameraData* data) {
     // The flag is compared in 32 bits, so the initial 0xFFFF never equals a real flag of 0.
     const auto flag = static_cast<uint32_t>(data->m_cts);
     if (m_PrevCropFlag != flag) {
-        m_PrevCropPosX = m_CurCropPosX;
-        m_PrevCropPosY = m_CurCropPosY;
+        m_PrevCropPos = m_CurCropPos;
         m_PrevCropFlag = static_cast<uint16_t>(flag);
-        AIT_LOG(5, "Croped image, PosX=%d, PosY=%d, Flag=%d\r\n", m_PrevCropPosX, m_PrevCropPosY,
+        AIT_LOG(5, "Croped image, PosX=%d, PosY=%d, Flag=%d\r\n", m_PrevCropPos.x, m_PrevCropPos.y,
                 m_PrevCropFlag);
     }
     auto* record = static_cast<CCameraExtData*>(data);
@@ -182,8 +181,8 @@ void CAitOrixCamera::AttachCropArea(CCameraData* data) {
         record->m_nExtDataSize >= static_cast<int>(sizeof(CCamZoomParameters))) {
         auto* zoom = static_cast<CCamZoomParameters*>(record->m_pExtData);
         zoom->m_bUseCropping = m_PrevCropFlag != 0;
-        zoom->m_ZoomAreaTop = m_PrevCropPosY;
-        zoom->m_ZoomAreaLeft = m_PrevCropPosX;
+        zoom->m_ZoomAreaTop = m_PrevCropPos.y;
+        zoom->m_ZoomAreaLeft = m_PrevCropPos.x;
     }
     record->m_cts = 0;
 }

@@ -63,7 +63,9 @@ bool CAitOrixCamera::StartRecording() {
     if (!StartAudio()) {
         return false;  // the video thread runs on until the next stop; hosts expect that
     }
-    m_State = CAM_STATE_PLAYING;
+    if (!SetStateUnlessGone(CAM_STATE_PLAYING)) {
+        return false;
+    }
     TurnOnOffLED(1);
     return true;
 }
@@ -266,8 +268,19 @@ bool CAitOrixCamera::StopRecording() {
         AIT_LOG(1, "Abnormal StopRecording.\r\n");
         return false;
     }
-    m_State = CAM_STATE_READY;
+    SetStateUnlessGone(CAM_STATE_READY);
     return true;
+}
+
+/// A disconnection that comes meanwhile stays: false then.
+bool CAitOrixCamera::SetStateUnlessGone(CAM_STATE state) {
+    CAM_STATE current = m_State;
+    while (current != CAM_STATE_DISCONNECTED) {
+        if (m_State.compare_exchange_weak(current, state)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 /// Both results are ignored: the property that asks for it counts as applied.

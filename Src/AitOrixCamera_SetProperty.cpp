@@ -217,26 +217,25 @@ struct PropertySetters {
     }
 
     static Ending CropVga(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        TakeCropOrigin(camera, param);
+        const CropOrigin origin = TakeCropOrigin(camera, param);
         xu::Block block = PreviewParameters(camera);
         PutCropArea(block.Value() + 2, param);
         const Ending ending = Send(camera, block);
-        AIT_LOG(4, "CAM_PROPERTY_CROP_VGA, x=%d, y=%d, w=%d, h=%d\r\n", camera.m_CurCropPosX.load(),
-                camera.m_CurCropPosY.load(), kCropSourceWidth, kCropSourceHeight);
+        AIT_LOG(4, "CAM_PROPERTY_CROP_VGA, x=%d, y=%d, w=%d, h=%d\r\n", origin.x, origin.y,
+                kCropSourceWidth, kCropSourceHeight);
         return ending;
     }
 
     static Ending CropGray(CAitOrixCamera& camera, CAM_PROP_VALUE& param, const Row&) {
-        TakeCropOrigin(camera, param);
+        const CropOrigin origin = TakeCropOrigin(camera, param);
         xu::Block block(xu::kGrayCrop, LowByte(static_cast<int>(camera.m_CropMode)));
         PutCropArea(block.Value() + 1, param);
         if (!camera.CheckCapturer(AitLogName)) {
             return Ending::kFailure;
         }
         const int result = camera.SendBlock(block);
-        AIT_LOG(4, "CAM_PROPERTY_CROP_GRAY, x=%d, y=%d, w=%d, h=%d\r\n",
-                camera.m_CurCropPosX.load(), camera.m_CurCropPosY.load(), kCropSourceWidth,
-                kCropSourceHeight);
+        AIT_LOG(4, "CAM_PROPERTY_CROP_GRAY, x=%d, y=%d, w=%d, h=%d\r\n", origin.x, origin.y,
+                kCropSourceWidth, kCropSourceHeight);
         return FromTransfer(result);
     }
 
@@ -379,16 +378,18 @@ struct PropertySetters {
         return Ending::kSuccess;
     }
 
-    /// Remembers the crop origin. A reset sends the origin 1,1 and tells the caller so, while 0,0
+    /// Remembers the crop origin and answers it. A reset sends the origin 1,1 and tells the caller so, while 0,0
     /// is remembered; the camera and the hosts know the reset in this form.
-    static void TakeCropOrigin(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
+    static CropOrigin TakeCropOrigin(CAitOrixCamera& camera, CAM_PROP_VALUE& param) {
         camera.m_CropMode = param.value == 0 ? xu::kCropOriginReset : xu::kCropOriginGiven;
-        camera.m_CurCropPosX = static_cast<uint16_t>(param.res[0]);
-        camera.m_CurCropPosY = static_cast<uint16_t>(param.res[1]);
+        const CropOrigin origin = {static_cast<uint16_t>(param.res[0]),
+                                   static_cast<uint16_t>(param.res[1])};
+        camera.m_CurCropPos = origin;
         if (param.value == 0) {
             param.res[0] = 1;
             param.res[1] = 1;
         }
+        return origin;
     }
 
     static xu::Block PreviewParameters(const CAitOrixCamera& camera) {

@@ -18,15 +18,13 @@ struct VideoModeTag     { friend auto MemberOf(VideoModeTag); };
 struct TvModeTag        { friend auto MemberOf(TvModeTag); };
 struct StreamFormatTag  { friend auto MemberOf(StreamFormatTag); };
 struct AudioCapturerTag { friend auto MemberOf(AudioCapturerTag); };
-struct CropPosXTag      { friend auto MemberOf(CropPosXTag); };
-struct CropPosYTag      { friend auto MemberOf(CropPosYTag); };
+struct CropPosTag       { friend auto MemberOf(CropPosTag); };
 // clang-format on
 template struct Opener<SignalTypeTag, &CAitOrixCamera::m_SignalType>;
 template struct Opener<VideoModeTag, &CAitOrixCamera::m_videomode>;
 template struct Opener<TvModeTag, &CAitOrixCamera::mCurTvMode>;
 template struct Opener<StreamFormatTag, &CAitOrixCamera::m_StreamFormat>;
 template struct Opener<AudioCapturerTag, &CAitOrixCamera::audio_capturer>;
-template struct Opener<CropPosXTag, &CAitOrixCamera::m_CurCropPosX>;
-template struct Opener<CropPosYTag, &CAitOrixCamera::m_CurCropPosY>;
+template struct Opener<CropPosTag, &CAitOrixCamera::m_CurCropPos>;
 
 }  // namespace test

@@ -1,4 +1,7 @@
 // Single cases of properties and queries that hosts and cameras are known to depend on, one a test.
+#include <atomic>
+#include <thread>
+
 #include "tests/object/CameraTest.h"
 #include "tests/object/ObjectFields.h"
 
@@ -120,8 +123,42 @@ TEST_F(PropertyEdge, AResetOfTheCropSendsOneAndKeepsZero) {
     EXPECT_EQ(Sent(), (Sequence{Mmp({0x01, 6, 10, 1, 0, 1, 0, 0x00, 0x05, 0xC0, 0x03})}));
     EXPECT_EQ(origin.res[0], 1);
     EXPECT_EQ(origin.res[1], 1);
-    EXPECT_EQ((object_->*MemberOf(CropPosXTag())).load(), 0);
-    EXPECT_EQ((object_->*MemberOf(CropPosYTag())).load(), 0);
+    EXPECT_EQ((object_->*MemberOf(CropPosTag())).load().x, 0);
+    EXPECT_EQ((object_->*MemberOf(CropPosTag())).load().y, 0);
+}
+
+TEST_F(PropertyEdge, AFrameNeverSeesHalfOfANewCropOrigin) {
+    constexpr int kFrames = 200000;
+    Create();
+    RecordingObserver gray(CAM_STREAM_GRAY);
+    camera_->RegisterObserver(&gray);
+    std::atomic<bool> over{false};
+    std::thread host([&] {
+        for (int at = 0; !over; at = (at + 1) % 1000) {
+            CAM_PROP_VALUE origin;
+            origin.res[0] = origin.res[1] = static_cast<short>(at);
+            camera_->SetProperty(CAM_PROPERTY_CROP_GRAY, &origin);
+        }
+    });
+    g_embedded_cam_dbg_level = 0;
+    int halves = 0;
+    for (int frame = 0; frame < kFrames; ++frame) {
+        unsigned char pixel = 0;
+        CCamZoomParameters zoom = {};
+        CCameraExtData record = {};
+        record.m_type = CAM_STREAM_GRAY;
+        record.m_pData = &pixel;
+        record.m_size = 1;
+        record.m_cts = static_cast<unsigned long>(frame % 2);
+        record.m_pExtData = &zoom;
+        record.m_nExtDataSize = sizeof zoom;
+        camera_->OnFrameArrival(&record);
+        halves += zoom.m_ZoomAreaTop != zoom.m_ZoomAreaLeft ? 1 : 0;
+    }
+    over = true;
+    host.join();
+    EXPECT_EQ(halves, 0);
+    camera_->RemoveObserver(&gray);
 }
 
 TEST_F(PropertyEdge, AReadAudioRegisterIsFalseWithItsValue) {

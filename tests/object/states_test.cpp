@@ -1,7 +1,9 @@
 // Every operation that asks for the state, in every state.
 #include <cstdio>
+#include <memory>
 
 #include "tests/object/CameraTest.h"
+#include "tests/object/ObjectFields.h"
 
 namespace test {
 namespace {
@@ -56,6 +58,29 @@ TEST_F(States, StartRecording) {
         }
     }
     camera_->SetState(CAM_STATE_READY);
+}
+
+TEST_F(States, ADisconnectionDuringAStartStays) {
+    struct Unplugged : CAudioCapture {
+        explicit Unplugged(ICameraSubject* camera) : CAudioCapture(0x114D, 1), camera_(camera) {}
+        bool ConfigureDev(uint8_t, uint32_t, uint32_t) override { return true; }
+        int GetBuf(unsigned char**, unsigned int*) override {
+            std::this_thread::sleep_for(1ms);
+            return 0;
+        }
+        bool SetVolume(int) override {  // the last step of a start
+            camera_->SetState(CAM_STATE_DISCONNECTED);
+            return true;
+        }
+        ICameraSubject* camera_;
+    };
+    Ready();
+    const std::unique_ptr<CAudioCapture> usual(
+        (object_->*MemberOf(AudioCapturerTag())).exchange(new Unplugged(camera_)));
+    EXPECT_FALSE(camera_->StartRecording());
+    EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
+    camera_->SetState(CAM_STATE_PLAYING);
+    EXPECT_TRUE(camera_->StopRecording());
 }
 
 TEST_F(States, Properties) {
