@@ -51,10 +51,8 @@ CAitOrixCamera::CAitOrixCamera() {
 CAitOrixCamera::~CAitOrixCamera() {
     AIT_LOG(4, "CAitOrixCamera::~CAitOrixCamera() destruction+.\r\n");
     g_pCamera = nullptr;  // also when this is the older of two objects
-    if (fw_loader != nullptr) {
-        fw_loader->Stop();
-        delete fw_loader;
-        fw_loader = nullptr;
+    while (DeleteLoader()) {
+        // the host's callback may have started another one meanwhile
     }
     if (video_capturer != nullptr || audio_capturer != nullptr) {
         CAitOrixCamera::StopRecording();

@@ -1,6 +1,6 @@
 // The one camera object that the framework holds. Its operations stand in several source files, by
 // concern: AitOrixCamera.cpp (life cycle), _Init, _Observers, _Recording, _SetProperty,
-// _GetProperty and _Device (option word, light).
+// _GetProperty, _Device (option word, light) and _Locks.
 //
 // Process-wide locks, all recursive, in the order in which they are taken (docs/architecture.md has
 // the whole table):
@@ -35,6 +35,31 @@ extern pMutex m_audio_observer_lock;
 struct alignas(4) CropOrigin {
     uint16_t x;
     uint16_t y;
+};
+
+/// Holds m_video_ctrl_lock for a scope. Inside an observer's Update it is not waited for while
+/// recording stops, since the stop waits for Update.
+class ControlLock {
+  public:
+    explicit ControlLock(LogAs AitLogName);
+    ~ControlLock();
+    ControlLock(const ControlLock&) = delete;
+    ControlLock& operator=(const ControlLock&) = delete;
+
+    /// False, with a line: the call cannot be served.
+    bool IsHeld() const { return m_bHeld; }
+
+  private:
+    bool m_bHeld;
+};
+
+/// Says, for a scope, that the holder of the control locks is stopping and may wait for observers.
+class StoppingMark {
+  public:
+    StoppingMark();
+    ~StoppingMark();
+    StoppingMark(const StoppingMark&) = delete;
+    StoppingMark& operator=(const StoppingMark&) = delete;
 };
 
 class CAitOrixCamera : public ICameraSubject {
@@ -81,6 +106,9 @@ class CAitOrixCamera : public ICameraSubject {
     /// Tells the NV12 and gray observers, by an empty record each, that the streams have ended.
     bool SendTerminateFrame();
 
+    /// True on a thread that is inside an observer's Update.
+    static bool IsInsideUpdate();
+
   private:
     // The rows of the two property tables: actions on the object, kept out of this header.
     friend struct PropertySetters;
@@ -89,6 +117,9 @@ class CAitOrixCamera : public ICameraSubject {
     // Initialisation.
     void HandOver(unsigned int status);
     bool SetStateUnlessGone(CAM_STATE state);
+    bool StartLoader(InitDoneCallback callback);
+    bool DeleteLoader();
+    void TellHost(bool usable);
     void CreateAdapters();
     bool AdaptersReady() const;
 
@@ -115,6 +146,9 @@ class CAitOrixCamera : public ICameraSubject {
     void StopVideoThread();
     void StopAudioThread();
 
+    // True, with a line, inside an observer's Update: these would wait for the calling thread.
+    static bool RefuseInsideUpdate(LogAs AitLogName);
+
     // Is there a device to take commands? CheckCapturer says so in the log when there is none.
     bool HasCapturer() const;
     bool CheckCapturer(LogAs AitLogName) const;
@@ -134,7 +168,8 @@ class CAitOrixCamera : public ICameraSubject {
     CVideoCaptureThread* capture_thread = nullptr;
     std::atomic<CAudioCapture*> audio_capturer{nullptr};
     CAudioCaptureThread* audio_capture_thread = nullptr;
-    CCameraFwLoader* fw_loader = nullptr;
+    CCameraFwLoader* fw_loader = nullptr;  ///< changed under m_video_ctrl_lock
+    unsigned int m_nInits = 0;             ///< likewise; only the latest Init starts its loader
     std::atomic<InitDoneCallback> fpInitDoneCb{nullptr};
     int m_PowerFreq = 0;  ///< mains frequency selector: 1, 2, or 0 when none is configured
     bool m_bSetAntiFlicker = false;

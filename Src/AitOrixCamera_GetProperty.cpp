@@ -165,7 +165,10 @@ const PropertyGetters::Row* PropertyGetters::Find(CAM_PROPERTY property) {
 }
 
 bool CAitOrixCamera::GetProperty(CAM_PROPERTY property, CAM_PROP_VALUE* param) {
-    pMutexLock lock(m_video_ctrl_lock);
+    const ControlLock lock(LogAs(__func__));
+    if (!lock.IsHeld()) {
+        return false;
+    }
     AIT_LOG(5, "CAitOrixCamera::GetProperty prop=0x%X\r\n", static_cast<unsigned int>(property));
     const PropertyGetters::Row* row = PropertyGetters::Find(property);
     if (row == nullptr || param == nullptr) {

@@ -22,23 +22,80 @@ unsigned int LogNumber(InitDoneCallback callback) {
 void CAitOrixCamera::Init(InitDoneCallback callback, int arg) {
     AIT_LOG(4, "CAitOrixCamera::Init 0x%X, 0x%X \r\n", LogNumber(callback),
             static_cast<unsigned int>(arg));
+    if (RefuseInsideUpdate(LogAs(__func__))) {
+        return;
+    }
     if (m_State == CAM_STATE_READY) {
         AIT_LOG(1, "Already Initialization started.. \n");
         return;
     }
-    fpInitDoneCb = callback;
-    delete std::exchange(fw_loader, nullptr);  // stops and joins one that is still at work
-    fw_loader = new (std::nothrow)
-        CCameraFwLoader(kBootCodeProductId, kCameraVendorId, kBootCodeInterface, this);
-    if (fw_loader != nullptr) {
-        fw_loader->SetInitDoneCallback(CamInitDoneCallback, this);
-        if (fw_loader->Start("ait-loader")) {
-            return;
-        }
+    if (StartLoader(callback)) {
+        return;
     }
     AIT_LOG(1, "No memory or thread for the firmware loader.\r\n");
-    delete std::exchange(fw_loader, nullptr);
-    CamInitDoneCallback(CAMERA_CANT_FOUND_DEVICE, this);
+    // A host that tries again from this answer has it already: it is not told once more, and so on.
+    static thread_local bool answering = false;
+    if (!answering) {
+        answering = true;
+        CamInitDoneCallback(CAMERA_CANT_FOUND_DEVICE, this);
+        answering = false;
+    }
+}
+
+/// Puts a new loader in place of the old one, which is waited for outside the control lock: it may
+/// want that lock for its last stop of recording. When this thread is itself a loader's, inside the
+/// host's callback, the new loader waits in its stead.
+bool CAitOrixCamera::StartLoader(InitDoneCallback callback) {
+    auto* loader = new (std::nothrow)
+        CCameraFwLoader(kBootCodeProductId, kCameraVendorId, kBootCodeInterface, this);
+    CCameraFwLoader* old;
+    unsigned int turn;
+    {
+        pMutexLock lock(m_video_ctrl_lock);
+        turn = ++m_nInits;
+        old = std::exchange(fw_loader, loader);
+        if (old != nullptr) {
+            old->AskToStop();
+        }
+        if (CCameraFwLoader::OnLoaderThread()) {
+            if (loader != nullptr) {
+                loader->TakeOver(old);
+            } else {
+                fw_loader = old;
+            }
+            old = nullptr;
+        }
+    }
+    delete old;
+    pMutexLock lock(m_video_ctrl_lock);
+    if (turn != m_nInits) {
+        return true;  // another Init came meanwhile, whose loader is there now
+    }
+    fpInitDoneCb = callback;
+    if (loader == nullptr) {
+        return false;
+    }
+    loader->SetInitDoneCallback(CamInitDoneCallback, this);
+    return loader->Start("ait-loader");
+}
+
+/// False: there was none.
+bool CAitOrixCamera::DeleteLoader() {
+    CCameraFwLoader* old;
+    {
+        pMutexLock lock(m_video_ctrl_lock);
+        ++m_nInits;
+        old = std::exchange(fw_loader, nullptr);
+    }
+    delete old;
+    return old != nullptr;
+}
+
+void CAitOrixCamera::TellHost(bool usable) {
+    const InitDoneCallback callback = fpInitDoneCb;
+    if (callback != nullptr) {
+        callback(usable);
+    }
 }
 
 void CAitOrixCamera::CamInitDoneCallback(unsigned int status, void* data) {
@@ -52,7 +109,7 @@ void CAitOrixCamera::HandOver(unsigned int status) {
     AIT_LOG_AS("CamInitDoneCallback");
     if (status != CAMERA_STATUS_OK) {
         m_State = CAM_STATE_DISCONNECTED;
-        fpInitDoneCb.load()(false);
+        TellHost(false);
         return;
     }
     AIT_LOG(4, "Create Video, Audio capture class.\r\n");
@@ -62,7 +119,7 @@ void CAitOrixCamera::HandOver(unsigned int status) {
     const bool ready = AdaptersReady();
     m_State = ready ? CAM_STATE_READY : CAM_STATE_DISCONNECTED;
     if (!IsCamDestroy()) {
-        fpInitDoneCb.load()(ready);
+        TellHost(ready);
     }
 }
 

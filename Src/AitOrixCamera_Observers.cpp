@@ -47,6 +47,39 @@ bool IsListed(int type) {
     return type >= 0 && type < MAX_CAM_STREAM_TYPE;
 }
 
+/// A delivery under way on this thread, inside which observers may change their list: newcomers,
+/// which come behind the end, get the next record.
+class Walk {
+  public:
+    explicit Walk(const ObserverList& list) : m_List(list), m_nEnd(list.size()), m_pOuter(g_pWalk) {
+        g_pWalk = this;
+    }
+    ~Walk() { g_pWalk = m_pOuter; }
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+
+    size_t End() const { return m_nEnd; }
+
+    static bool IsUnderWay() { return g_pWalk != nullptr; }
+    /// An observer is about to leave its list.
+    static void Removed(const ObserverList& list, size_t index) {
+        for (Walk* walk = g_pWalk; walk != nullptr; walk = walk->m_pOuter) {
+            if (&walk->m_List == &list && index < walk->m_nEnd) {
+                --walk->m_nEnd;
+            }
+        }
+    }
+
+  private:
+    static thread_local Walk* g_pWalk;  // the innermost one
+
+    const ObserverList& m_List;
+    size_t m_nEnd;
+    Walk* const m_pOuter;
+};
+
+thread_local Walk* Walk::g_pWalk = nullptr;
+
 bool Append(ObserverList& list, ICameraObserver* observer) {
     if (std::find(list.begin(), list.end(), observer) != list.end()) {
         return false;
@@ -65,6 +98,7 @@ bool Remove(ObserverList& list, ICameraObserver* observer) {
     if (found == list.end()) {
         return false;
     }
+    Walk::Removed(list, static_cast<size_t>(found - list.begin()));
     list.erase(found);
     return true;
 }
@@ -73,13 +107,26 @@ bool Remove(ObserverList& list, ICameraObserver* observer) {
 /// index: an observer that removes observers from inside Update must not break the walk.
 bool UpdateAll(const ObserverList& list, const CCameraData* data) {
     bool result = false;
-    for (size_t i = 0; i < list.size(); ++i) {
+    const Walk walk(list);
+    for (size_t i = 0; i < walk.End(); ++i) {
         result = list[i]->Update(data);
     }
     return result;
 }
 
 }  // namespace
+
+bool CAitOrixCamera::IsInsideUpdate() {
+    return Walk::IsUnderWay();
+}
+
+bool CAitOrixCamera::RefuseInsideUpdate(LogAs AitLogName) {
+    if (!IsInsideUpdate()) {
+        return false;
+    }
+    AIT_LOG(1, "Not possible inside Update.\r\n");
+    return true;
+}
 
 bool CAitOrixCamera::RegisterObserver(ICameraObserver* observer) {
     pMutexLock lock(m_observer_lock);

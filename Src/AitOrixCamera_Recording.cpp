@@ -36,6 +36,9 @@ const char* SignalTypeName(CAM_SIGNAL_TYPE type) {
 }  // namespace
 
 bool CAitOrixCamera::StartRecording() {
+    if (RefuseInsideUpdate(LogAs(__func__))) {
+        return false;
+    }
     pMutexLock startStopLock(m_start_stop_preview_lock);
     pMutexLock controlLock(m_video_ctrl_lock);
     if (m_State != CAM_STATE_READY) {
@@ -241,8 +244,12 @@ bool CAitOrixCamera::StartAudio() {
 }
 
 bool CAitOrixCamera::StopRecording() {
+    if (RefuseInsideUpdate(LogAs(__func__))) {
+        return false;
+    }
     pMutexLock startStopLock(m_start_stop_preview_lock);
     pMutexLock controlLock(m_video_ctrl_lock);
+    const StoppingMark stopping;
     AIT_LOG(1, "CAitOrixCamera::StopRecording\r\n");
     TurnOnOffLED(0);
     if (audio_capturer != nullptr) {
@@ -292,6 +299,7 @@ void CAitOrixCamera::RestartRecording() {
 
 void CAitOrixCamera::StopVideoThread() {
     if (capture_thread != nullptr) {
+        const StoppingMark stopping;
         capture_thread->Stop();
         delete capture_thread;
         capture_thread = nullptr;
@@ -300,6 +308,7 @@ void CAitOrixCamera::StopVideoThread() {
 
 void CAitOrixCamera::StopAudioThread() {
     if (audio_capture_thread != nullptr) {
+        const StoppingMark stopping;
         audio_capture_thread->Stop();
         delete audio_capture_thread;
         audio_capture_thread = nullptr;

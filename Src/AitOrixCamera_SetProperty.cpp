@@ -505,8 +505,15 @@ const PropertySetters::Row* PropertySetters::Find(CAM_PROPERTY property) {
 
 bool CAitOrixCamera::SetProperty(CAM_PROPERTY property, CAM_PROP_VALUE* param) {
     const PropertySetters::Row* row = PropertySetters::Find(property);
-    OptionalLock startStopLock(m_start_stop_preview_lock, row != nullptr && row->restarts);
-    pMutexLock controlLock(m_video_ctrl_lock);
+    const bool restarts = row != nullptr && row->restarts;
+    if (restarts && RefuseInsideUpdate(LogAs(__func__))) {
+        return false;
+    }
+    OptionalLock startStopLock(m_start_stop_preview_lock, restarts);
+    const ControlLock controlLock(LogAs(__func__));
+    if (!controlLock.IsHeld()) {
+        return false;
+    }
     if (param == nullptr) {
         return EndProperty(property, Ending::kFailure);
     }

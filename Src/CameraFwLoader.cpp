@@ -51,6 +51,8 @@ constexpr uint32_t kBootVersionMask = 0xFFFFF;
 constexpr uint32_t kBootMark = 0xFAC00000;
 constexpr unsigned int kBeforeBootUpdateSeconds = 3;
 
+thread_local bool g_bOnLoaderThread = false;
+
 /// The text of the <Version> element; false when the closing tag is missing. A missing opening tag
 /// is deliberately not detected: the search result plus 9 is used as it comes, and wraps to 8.
 bool FindVersion(const std::string& xml, std::string* version) {
@@ -137,12 +139,18 @@ CCameraFwLoader::~CCameraFwLoader() {
     CloseDevice();
 }
 
+bool CCameraFwLoader::OnLoaderThread() {
+    return g_bOnLoaderThread;
+}
+
 void CCameraFwLoader::SetInitDoneCallback(AitCamInitDoneCallback callback, void* data) {
     fpInitDoneCb = callback;
     pCamInitDoneCbData = data;
 }
 
 void CCameraFwLoader::Run() {
+    g_bOnLoaderThread = true;
+    m_pPredecessor.reset();
     AIT_LOG(4, "CCameraFwLoader::Run()\r\n");
     m_nListingSeen = ListingsSeen();
     bool bulkPath = true;

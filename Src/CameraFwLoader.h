@@ -8,6 +8,8 @@
 
 #include <stdint.h>
 
+#include <memory>
+
 #include "AitDevice.h"
 #include "CameraInterface.h"
 #include "ptasking.h"
@@ -36,6 +38,14 @@ class CCameraFwLoader : public pThread {
     /// Boot-code identity and interface to open first; `subject` is borrowed.
     CCameraFwLoader(uint16_t pid, uint16_t vid, uint16_t interface, ICameraSubject* subject);
     ~CCameraFwLoader() override;
+
+    /// True on a thread that executes a loader's Run, as the host's callback does.
+    static bool OnLoaderThread();
+    /// From here on it makes no report, and ends soon. Does not wait.
+    void AskToStop() { Shutdown = true; }
+    /// Before Start: this one is to wait for the end of `old` and delete it, which a callback that
+    /// `old` makes cannot do.
+    void TakeOver(CCameraFwLoader* old) { m_pPredecessor.reset(old); }
 
     void SetInitDoneCallback(AitCamInitDoneCallback callback, void* data);
 
@@ -81,5 +91,6 @@ class CCameraFwLoader : public pThread {
     AitDevHandle* ait_handle = nullptr;  ///< owned; written by the loader thread under m_HandleLock
     unsigned int m_nCameraVer = 0;
     unsigned int m_nListingSeen = 0;  ///< see t_SearchAITUsbCamera
-    pMutex m_HandleLock;              ///< keeps the camera open during a query of another thread
+    std::unique_ptr<CCameraFwLoader> m_pPredecessor;
+    pMutex m_HandleLock;  ///< keeps the camera open during a query of another thread
 };

@@ -254,7 +254,7 @@ enum CAM_VIDEO_MODE : int32_t {
 };
 
 /// The host's completion callback of Init; true: the camera is usable. Called on a thread of the
-/// plug-in, or, where no such thread can be had, inside Init itself. It must not call Init and must
+/// plug-in, or, where no such thread can be had, inside Init itself. It may call Init again and must
 /// not destroy the camera.
 typedef void (*InitDoneCallback)(bool usable);
 
@@ -293,11 +293,14 @@ class ICameraObserver {
   public:
     virtual ~ICameraObserver() = default;
 
-    /// Takes one record. Runs on a capture thread with the observer lock held: it must be short,
-    /// must copy what it keeps, and must not call StartRecording, StopRecording, SetProperty or
-    /// GetProperty, nor wait for a thread that does. A video observer may register and remove
-    /// observers; an audio observer may not. The empty records (no data) that tell NV12 and gray
-    /// observers of the end of a recording come on the thread that stops, the control locks held.
+    /// Takes one record. Runs on a capture thread with the observer lock held: it must be short and
+    /// must copy what it keeps. It may query and set properties, which answer false while another
+    /// thread stops recording. Init, StartRecording, StopRecording and the properties that restart
+    /// recording (DIMENSION, SAMPLERATE, SIGNAL_TYPE, VIDEO_MODE) are refused: false, nothing done.
+    /// It must not wait for a thread that does one of these, nor destroy the camera. A video
+    /// observer may register and remove observers (a newcomer gets the next record); an audio
+    /// observer may not. The empty records (no data) that tell NV12 and gray observers of the end
+    /// of a recording come on the thread that stops, the control locks held.
     virtual bool Update(const CCameraData* data) = 0;
 
     int GetStreamType() { return m_StreamType; }
@@ -312,7 +315,8 @@ class ICameraSubject {
   public:
     virtual ~ICameraSubject() = default;
 
-    /// Starts bringing the camera up and returns at once; `callback` (never null) reports the end.
+    /// Starts bringing the camera up and returns at once; `callback` reports the end; null: nobody
+    /// is told. A second call ends the first, whose callback is called no more.
     virtual void Init(InitDoneCallback callback, int arg) = 0;
     virtual CAM_STATE GetState() { return m_State; }
     virtual void SetState(CAM_STATE state) { m_State = state; }

@@ -1,4 +1,6 @@
 // Init and the hand-over: answers, states, adapters.
+#include <thread>
+
 #include "tests/object/CameraTest.h"
 
 namespace test {
@@ -90,6 +92,71 @@ TEST_F(Initialisation, WithoutAThreadAnswersFalse) {
     EXPECT_TRUE(Init());
     EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
     ExpectUnusualRelease();
+}
+
+TEST_F(Initialisation, WithoutACallbackRunsAllTheSame) {
+    Create();
+    camera_->Init(nullptr, 0);
+    EXPECT_TRUE(
+        virtcam::bus::wait_until([&] { return camera_->m_State == CAM_STATE_READY; }, kLimit));
+    ExpectUnusualRelease();
+    camera_->SetState(CAM_STATE_CONNECTING);
+    CAitOrixCamera::CamInitDoneCallback(CAMERA_CANT_FOUND_DEVICE, camera_);
+    EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
+}
+
+void TryAgain(bool usable) {
+    if (InitAnswers::instance().All().size() < 5) {
+        g_pCamera->Init(TryAgain, 0);
+    }
+    InitAnswers::Callback(usable);
+}
+
+TEST_F(Initialisation, WorksFromItsOwnCallbackAnyNumberOfTimes) {
+    virtcam::bus::unplug();
+    Create();
+    camera_->Init(TryAgain, 0);
+    EXPECT_TRUE(InitAnswers::instance().Wait(6)) << log_listing();
+    EXPECT_EQ(InitAnswers::instance().All(), std::vector<bool>(6, false));
+    virtcam::bus::plug();
+    EXPECT_TRUE(Init());
+    ExpectUnusualRelease();
+}
+
+TEST_F(Initialisation, FromACallbackWithoutAThreadAnswersOnce) {
+    virtcam::bus::unplug();
+    Create();
+    system_calls().pthread_create = EAGAIN;
+    camera_->Init(TryAgain, 0);
+    EXPECT_EQ(InitAnswers::instance().All(), std::vector<bool>{false});
+    system_calls().pthread_create = 0;
+    virtcam::bus::plug();
+    EXPECT_TRUE(Init());
+    ExpectUnusualRelease();
+}
+
+TEST_F(Initialisation, WorksBesideCallsOfOtherThreads) {
+    virtcam::bus::unplug();
+    Create();
+    std::atomic<bool> over{false};
+    std::thread host([&] {
+        while (!over) {
+            CAM_PROP_VALUE value = {};
+            EXPECT_TRUE(camera_->GetProperty(CAM_PROPERTY_CONNECTION_TEST, &value));
+        }
+    });
+    std::thread another([&] {
+        while (!over) {
+            camera_->Init(InitAnswers::Callback, 0);
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        camera_->Init(InitAnswers::Callback, 0);
+    }
+    over = true;
+    host.join();
+    another.join();
+    EXPECT_FALSE(Init());
 }
 
 TEST_F(Initialisation, ACameraThatNeverComesBackAnswersFalse) {

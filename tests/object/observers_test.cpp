@@ -1,5 +1,9 @@
 // Registry and dispatch.
 #include <cstring>
+#include <functional>
+#include <future>
+#include <memory>
+#include <utility>
 
 #include "tests/object/CameraTest.h"
 
@@ -95,6 +99,110 @@ TEST_F(Observers, NothingIsNoObserverAndNoRecord) {
     EXPECT_TRUE(log().lines().empty());
 }
 
+/// Does in Update what a test wants.
+class ActingObserver : public ICameraObserver {
+  public:
+    ActingObserver(CAM_STREAM_TYPE type, std::function<void()> act) : act_(std::move(act)) {
+        m_StreamType = type;
+    }
+    bool Update(const CCameraData*) override {
+        act_();
+        return true;
+    }
+
+  private:
+    std::function<void()> act_;
+};
+
+TEST_F(Observers, WhatWouldWaitForUpdateIsRefusedInsideIt) {
+    int lines = 0;
+    const auto refused = [&](bool result) {
+        EXPECT_FALSE(result);
+        EXPECT_LOG_COUNT(1, "Not possible inside Update.\r\n", static_cast<size_t>(++lines));
+    };
+    ActingObserver sub(CAM_STREAM_H264_SUB, [&] {
+        refused(camera_->StartRecording());
+        refused(camera_->StopRecording());
+        for (const int property : {CAM_PROPERTY_DIMENSION, CAM_PROPERTY_SAMPLERATE,
+                                   CAM_PROPERTY_SIGNAL_TYPE, CAM_PROPERTY_VIDEO_MODE}) {
+            refused(Set(property, 1));
+        }
+        camera_->Init(InitAnswers::Callback, 0);
+        refused(false);
+        EXPECT_EQ(log().lines().size(), static_cast<size_t>(lines) + 2);
+    });
+    camera_->RegisterObserver(&sub);
+    log().reset();
+    Arrive(CAM_STREAM_H264_SUB, bytes_, 4);
+    EXPECT_EQ(lines, 7);
+    camera_->RemoveObserver(&sub);
+    EXPECT_TRUE(InitAnswers::instance().All().empty());
+    EXPECT_TRUE(Get(CAM_PROPERTY_DIMENSION));
+    EXPECT_EQ(last_.res[0], 640);
+    EXPECT_TRUE(camera_->StartRecording());  // outside: "twice", as ever
+}
+
+TEST_F(Observers, AnyOtherPropertyWorksInsideUpdate) {
+    bool set = false, got = false;
+    ActingObserver sub(CAM_STREAM_H264_SUB, [&] {
+        set = Set(CAM_PROPERTY_AUTO_FOCUS, 1);
+        got = Get(CAM_PROPERTY_BITRATE);
+    });
+    camera_->RegisterObserver(&sub);
+    Arrive(CAM_STREAM_H264_SUB, bytes_, 4);
+    EXPECT_TRUE(set);
+    EXPECT_TRUE(got);
+    EXPECT_EQ(last_.value, 2000000);
+    camera_->RemoveObserver(&sub);
+}
+
+TEST_F(Observers, AQueryInsideUpdateDoesNotWaitForAStop) {
+    Destroy();
+    Playing();
+    std::promise<void> inside;
+    std::atomic<int> answer{-1};
+    bool first = true;
+    ActingObserver main(CAM_STREAM_H264_MAIN, [&] {
+        if (!std::exchange(first, false)) {
+            return;
+        }
+        inside.set_value();
+        EXPECT_TRUE(log().wait_for(4, "CAitOrixCamera:: stop video capture thread \r\n", kLimit));
+        CAM_PROP_VALUE value = {};
+        answer = camera_->GetProperty(CAM_PROPERTY_BITRATE, &value) ? 1 : 0;
+    });
+    camera_->RegisterObserver(&main);
+    ASSERT_EQ(inside.get_future().wait_for(kLimit), std::future_status::ready);
+    EXPECT_TRUE(camera_->StopRecording());
+    EXPECT_EQ(answer, 0);
+    EXPECT_LOG_COUNT(1, "Not possible inside Update while recording stops.\r\n", 1);
+    camera_->RemoveObserver(&main);
+}
+
+TEST_F(Observers, ANewcomerOfAnUpdateGetsTheNextRecord) {
+    std::vector<std::unique_ptr<RecordingObserver>> newcomers;
+    ActingObserver* self = nullptr;
+    ActingObserver sub(CAM_STREAM_H264_SUB, [&] {
+        camera_->RemoveObserver(self);  // all behind it move up, and it comes last itself
+        newcomers.push_back(std::make_unique<RecordingObserver>(CAM_STREAM_H264_SUB));
+        camera_->RegisterObserver(newcomers.back().get());
+        camera_->RegisterObserver(self);
+    });
+    self = &sub;
+    camera_->RegisterObserver(&sub);
+    Arrive(CAM_STREAM_H264_SUB, bytes_, 4);
+    ASSERT_EQ(newcomers.size(), 1u);
+    EXPECT_EQ(newcomers[0]->Count(), 0u);
+    Arrive(CAM_STREAM_H264_SUB, bytes_, 4);
+    ASSERT_EQ(newcomers.size(), 2u);
+    EXPECT_EQ(newcomers[0]->Count(), 1u);
+    EXPECT_EQ(newcomers[1]->Count(), 0u);
+    camera_->RemoveObserver(&sub);
+    for (const auto& newcomer : newcomers) {
+        camera_->RemoveObserver(newcomer.get());
+    }
+}
+
 TEST_F(Observers, AudioIsApart) {
     RecordingObserver audio(CAM_STREAM_PCM);
     EXPECT_FALSE(Arrive(CAM_STREAM_PCM, bytes_, 4));
@@ -186,7 +294,7 @@ TEST_F(Observers, RemovalFromInsideUpdateDoesNotBreakTheWalk) {
     EXPECT_EQ(c.count, 1);
 }
 
-TEST_F(Observers, RegistrationFromInsideUpdateTakesPartAtOnce) {
+TEST_F(Observers, RegistrationFromInsideUpdateTakesPartInTheNextRecord) {
     struct Inviting : ICameraObserver {
         Inviting(ICameraSubject* s, ICameraObserver* g) : guest(g) {
             m_pSubjectRegistered = s;
@@ -202,9 +310,9 @@ TEST_F(Observers, RegistrationFromInsideUpdateTakesPartAtOnce) {
     Inviting host(camera_, &guest);
     camera_->RegisterObserver(&host);
     Arrive(CAM_STREAM_YUYV, bytes_, 4);
-    EXPECT_EQ(guest.Count(), 1u);
+    EXPECT_EQ(guest.Count(), 0u);
     Arrive(CAM_STREAM_YUYV, bytes_, 4);
-    EXPECT_EQ(guest.Count(), 2u);
+    EXPECT_EQ(guest.Count(), 1u);
 }
 
 // --- stills --------------------------------------------------------------------------------------
