@@ -81,6 +81,24 @@ TEST_F(Strictness, FreeTwice) {
     libusb_free_transfer(nullptr);  // allowed
 }
 
+TEST_F(Strictness, SubmitAndCancelOfWhatIsNoTransfer) {
+    Transfer transfer = Transfer::bulk(handle_);
+    libusb_transfer* const freed = transfer.release();
+    libusb_free_transfer(freed);
+    // An address that nobody can read: it must be recognised before it is looked at.
+    auto* const foreign = reinterpret_cast<libusb_transfer*>(uintptr_t{64});
+    virtcam::bus::clear_logs();
+    for (libusb_transfer* const wrong : {freed, foreign}) {
+        EXPECT_EQ(libusb_submit_transfer(wrong), LIBUSB_ERROR_INVALID_PARAM);
+        EXPECT_EQ(libusb_cancel_transfer(wrong), LIBUSB_ERROR_NOT_FOUND);
+    }
+    expect_complaint("libusb_submit_transfer: not a transfer", 2);
+    expect_complaint("libusb_cancel_transfer: not a transfer", 2);
+    for (const auto& call : virtcam::bus::call_log()) {
+        EXPECT_FALSE(call.argument) << call.name << " was told of an endpoint";
+    }
+}
+
 TEST_F(Strictness, CloseWithTransfersInFlight) {
     Transfer first = Transfer::bulk(handle_);
     Transfer second = Transfer::bulk(handle_);

@@ -6,16 +6,20 @@
 
 #include "virtcam/bus/call.h"
 
+using virtcam::bus::Bus;
 using virtcam::bus::bus;
 using virtcam::bus::Call;
+using virtcam::bus::locked;
 
 int LIBUSB_CALL libusb_init(libusb_context** context) {
-    return Call("libusb_init").run([&] { return bus().init(context); });
+    return Call("libusb_init").locked([&](Bus& bus) { return bus.contexts().init(context); });
 }
 
 void LIBUSB_CALL libusb_exit(libusb_context* context) {
     Call("libusb_exit").run([&] {
-        bus().exit(context);
+        if (locked([&](Bus& bus) { return bus.contexts().exit(context); })) {
+            bus().write_status();  // it was the last one
+        }
         return 0;
     });
 }

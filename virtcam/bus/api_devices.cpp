@@ -1,47 +1,55 @@
 // Exported functions: device lists and what is known of a device without opening it.
 #include <libusb-1.0/libusb.h>
 
+#include <memory>
 #include <span>
 
 #include "virtcam/bus/call.h"
 
-using virtcam::bus::bus;
+using virtcam::bus::Bus;
 using virtcam::bus::Call;
+using virtcam::bus::DeviceInfo;
+using virtcam::bus::locked;
+
+namespace {
+
+std::shared_ptr<const DeviceInfo> info_of(libusb_device* device, const char* call) {
+    return locked([&](Bus& bus) { return bus.devices().info(device, call); });
+}
+
+}  // namespace
 
 ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list) {
     Call call("libusb_get_device_list");
     *list = nullptr;
-    return call.run([&] {
-        libusb_context* const meant = bus().resolve(context, "libusb_get_device_list");
+    return call.locked([&](Bus& bus) -> int {
+        libusb_context* const meant = bus.contexts().resolve(context, "libusb_get_device_list");
         if (meant == nullptr) {
-            return static_cast<int>(LIBUSB_ERROR_INVALID_PARAM);
+            return LIBUSB_ERROR_INVALID_PARAM;
         }
-        if (call.null_result()) {
-            return 0;
-        }
-        return static_cast<int>(bus().list_devices(meant, list));
+        return call.null_result() ? 0 : static_cast<int>(bus.devices().list(*meant, list));
     });
 }
 
 void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int unref_devices) {
-    Call("libusb_free_device_list", unref_devices).run([&] {
-        bus().free_list(list, unref_devices != 0);
+    Call("libusb_free_device_list", unref_devices).locked([&](Bus& bus) {
+        bus.devices().free_list(list, unref_devices != 0);
         return 0;
     });
 }
 
 libusb_device* LIBUSB_CALL libusb_ref_device(libusb_device* device) {
-    return bus().reference(device);
+    return locked([&](Bus& bus) { return bus.devices().reference(device); });
 }
 
 void LIBUSB_CALL libusb_unref_device(libusb_device* device) {
-    bus().unreference(device);
+    locked([&](Bus& bus) { bus.devices().unreference(device); });
 }
 
 int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device,
                                              struct libusb_device_descriptor* descriptor) {
     return Call("libusb_get_device_descriptor").run([&]() -> int {
-        const auto info = bus().info(device, "libusb_get_device_descriptor");
+        const auto info = info_of(device, "libusb_get_device_descriptor");
         if (!info) {
             return LIBUSB_ERROR_INVALID_PARAM;
         }
@@ -53,13 +61,17 @@ int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device,
 
 namespace {
 
+void free_config(libusb_config_descriptor* config) {
+    locked([&](Bus& bus) { bus.devices().free_config(config); });
+}
+
 int make_config(libusb_device* device, const char* call, struct libusb_config_descriptor** config) {
     *config = nullptr;
-    const auto info = bus().info(device, call);
+    const auto info = info_of(device, call);
     if (!info) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    *config = bus().make_config(*info);
+    *config = locked([&](Bus& bus) { return bus.devices().make_config(*info); });
     return *config == nullptr ? LIBUSB_ERROR_IO : LIBUSB_SUCCESS;
 }
 
@@ -86,7 +98,7 @@ int LIBUSB_CALL libusb_get_config_descriptor_by_value(libusb_device* device,
     return Call(kName, bConfigurationValue).run([&]() -> int {
         const int result = make_config(device, kName, config);
         if (result == LIBUSB_SUCCESS && (*config)->bConfigurationValue != bConfigurationValue) {
-            bus().free_config(*config);
+            free_config(*config);
             *config = nullptr;
             return LIBUSB_ERROR_NOT_FOUND;
         }
@@ -95,15 +107,15 @@ int LIBUSB_CALL libusb_get_config_descriptor_by_value(libusb_device* device,
 }
 
 void LIBUSB_CALL libusb_free_config_descriptor(struct libusb_config_descriptor* config) {
-    bus().free_config(config);
+    free_config(config);
 }
 
 uint8_t LIBUSB_CALL libusb_get_bus_number(libusb_device* device) {
-    return bus().info(device, "libusb_get_bus_number") ? virtcam::bus::kBusNumber : 0;
+    return info_of(device, "libusb_get_bus_number") ? virtcam::bus::kBusNumber : 0;
 }
 
 uint8_t LIBUSB_CALL libusb_get_port_number(libusb_device* device) {
-    const auto info = bus().info(device, "libusb_get_port_number");
+    const auto info = info_of(device, "libusb_get_port_number");
     return info ? info->port : 0;
 }
 
@@ -112,7 +124,7 @@ int LIBUSB_CALL libusb_get_port_numbers(libusb_device* device, uint8_t* port_num
     if (port_numbers_len <= 0) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    const auto info = bus().info(device, "libusb_get_port_numbers");
+    const auto info = info_of(device, "libusb_get_port_numbers");
     if (!info || info->port == 0) {
         return 0;
     }
@@ -126,16 +138,16 @@ int LIBUSB_CALL libusb_get_port_path(libusb_context*, libusb_device* device, uin
 }
 
 libusb_device* LIBUSB_CALL libusb_get_parent(libusb_device* device) {
-    return bus().parent(device);
+    return locked([&](Bus& bus) { return bus.devices().parent(device); });
 }
 
 uint8_t LIBUSB_CALL libusb_get_device_address(libusb_device* device) {
-    const auto info = bus().info(device, "libusb_get_device_address");
+    const auto info = info_of(device, "libusb_get_device_address");
     return info ? info->address : 0;
 }
 
 int LIBUSB_CALL libusb_get_device_speed(libusb_device* device) {
-    return bus().info(device, "libusb_get_device_speed") ? LIBUSB_SPEED_HIGH : LIBUSB_SPEED_UNKNOWN;
+    return info_of(device, "libusb_get_device_speed") ? LIBUSB_SPEED_HIGH : LIBUSB_SPEED_UNKNOWN;
 }
 
 namespace {
@@ -145,7 +157,7 @@ template <typename Measure>
 int query_endpoint(const char* name, libusb_device* device, unsigned char endpoint,
                    Measure measure) {
     return Call(name, endpoint).run([&]() -> int {
-        const auto info = bus().info(device, name);
+        const auto info = info_of(device, name);
         if (!info) {
             return LIBUSB_ERROR_INVALID_PARAM;
         }

@@ -6,7 +6,9 @@
 
 #include "virtcam/bus/call.h"
 
+using virtcam::bus::Bus;
 using virtcam::bus::bus;
+using virtcam::bus::locked;
 using virtcam::bus::TimePoint;
 
 namespace {
@@ -22,17 +24,21 @@ TimePoint after(const timeval& time) {
            std::chrono::microseconds(time.tv_usec);
 }
 
+libusb_context* resolve(libusb_context* context, const char* call) {
+    return locked([&](Bus& bus) { return bus.contexts().resolve(context, call); });
+}
+
 /// @param completed the program's flag; null: none.
 int handle_events(libusb_context* context, const timeval& time, int* completed, const char* name) {
     const auto action = bus().begin_call(name, std::nullopt);
     if (action.result) {
         return *action.result;
     }
-    libusb_context* const meant = bus().resolve(context, name);
+    libusb_context* const meant = resolve(context, name);
     if (meant == nullptr || !valid(time)) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    return bus().handle_events(meant, after(time), [completed] {
+    return bus().events().handle_events(meant, after(time), [completed] {
         return completed != nullptr && __atomic_load_n(completed, __ATOMIC_ACQUIRE) != 0;
     });
 }
@@ -57,73 +63,73 @@ int LIBUSB_CALL libusb_handle_events_completed(libusb_context* context, int* com
 }
 
 int LIBUSB_CALL libusb_handle_events_locked(libusb_context* context, struct timeval* tv) {
-    libusb_context* const meant = bus().resolve(context, "libusb_handle_events_locked");
+    libusb_context* const meant = resolve(context, "libusb_handle_events_locked");
     if (meant == nullptr || !valid(*tv)) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    return bus().handle_events_locked(meant, after(*tv));
+    return bus().events().handle_events_locked(meant, after(*tv));
 }
 
 int LIBUSB_CALL libusb_try_lock_events(libusb_context* context) {
-    libusb_context* const meant = bus().resolve(context, "libusb_try_lock_events");
-    return meant != nullptr && bus().try_lock_events(meant) ? 0 : 1;
+    libusb_context* const meant = resolve(context, "libusb_try_lock_events");
+    return meant != nullptr && bus().events().try_lock_events(meant) ? 0 : 1;
 }
 
 void LIBUSB_CALL libusb_lock_events(libusb_context* context) {
-    if (auto* const meant = bus().resolve(context, "libusb_lock_events")) {
-        bus().lock_events(meant);
+    if (auto* const meant = resolve(context, "libusb_lock_events")) {
+        bus().events().lock_events(meant);
     }
 }
 
 void LIBUSB_CALL libusb_unlock_events(libusb_context* context) {
-    if (auto* const meant = bus().resolve(context, "libusb_unlock_events")) {
-        bus().unlock_events(meant);
+    if (auto* const meant = resolve(context, "libusb_unlock_events")) {
+        bus().events().unlock_events(meant);
     }
 }
 
 int LIBUSB_CALL libusb_event_handling_ok(libusb_context* context) {
-    auto* const meant = bus().resolve(context, "libusb_event_handling_ok");
-    return meant != nullptr && bus().event_handling_ok(meant);
+    auto* const meant = resolve(context, "libusb_event_handling_ok");
+    return meant != nullptr && bus().events().event_handling_ok(meant);
 }
 
 int LIBUSB_CALL libusb_event_handler_active(libusb_context* context) {
-    auto* const meant = bus().resolve(context, "libusb_event_handler_active");
-    return meant != nullptr && bus().event_handler_active(meant);
+    auto* const meant = resolve(context, "libusb_event_handler_active");
+    return meant != nullptr && bus().events().event_handler_active(meant);
 }
 
 void LIBUSB_CALL libusb_interrupt_event_handler(libusb_context* context) {
-    if (auto* const meant = bus().resolve(context, "libusb_interrupt_event_handler")) {
-        bus().interrupt(meant);
+    if (auto* const meant = resolve(context, "libusb_interrupt_event_handler")) {
+        bus().events().interrupt(meant);
     }
 }
 
 void LIBUSB_CALL libusb_lock_event_waiters(libusb_context* context) {
-    if (auto* const meant = bus().resolve(context, "libusb_lock_event_waiters")) {
+    if (auto* const meant = resolve(context, "libusb_lock_event_waiters")) {
         meant->waiters.lock();
     }
 }
 
 void LIBUSB_CALL libusb_unlock_event_waiters(libusb_context* context) {
-    if (auto* const meant = bus().resolve(context, "libusb_unlock_event_waiters")) {
+    if (auto* const meant = resolve(context, "libusb_unlock_event_waiters")) {
         meant->waiters.unlock();
     }
 }
 
 int LIBUSB_CALL libusb_wait_for_event(libusb_context* context, struct timeval* tv) {
-    libusb_context* const meant = bus().resolve(context, "libusb_wait_for_event");
+    libusb_context* const meant = resolve(context, "libusb_wait_for_event");
     if (meant == nullptr || (tv != nullptr && !valid(*tv))) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     const auto deadline = tv == nullptr ? std::nullopt : std::optional(after(*tv));
-    return bus().wait_for_event(meant, deadline) ? 1 : 0;
+    return bus().events().wait_for_event(meant, deadline) ? 1 : 0;
 }
 
 int LIBUSB_CALL libusb_get_next_timeout(libusb_context* context, struct timeval* tv) {
-    libusb_context* const meant = bus().resolve(context, "libusb_get_next_timeout");
+    libusb_context* const meant = resolve(context, "libusb_get_next_timeout");
     if (meant == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    const auto next = bus().next_expiry(meant);
+    const auto next = locked([&](Bus& bus) { return bus.channels().next_expiry(meant); });
     if (!next) {
         return 0;
     }

@@ -3,44 +3,47 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <vector>
 
 #include "virtcam/bus/call.h"
 
+using virtcam::bus::Bus;
 using virtcam::bus::bus;
 using virtcam::bus::Call;
+using virtcam::bus::locked;
 
 namespace {
 
-/// Endpoint of a transfer for rules and log; 0 for control.
-int endpoint_of(const libusb_transfer* transfer) {
-    return transfer->type == LIBUSB_TRANSFER_TYPE_CONTROL ? 0 : transfer->endpoint;
+/// Endpoint of a transfer for rules and log; nothing when it is none, or was freed.
+std::optional<int> endpoint_of(libusb_transfer* transfer) {
+    return locked([&](Bus& bus) { return bus.transfers().endpoint_of(transfer); });
 }
 
 }  // namespace
 
 struct libusb_transfer* LIBUSB_CALL libusb_alloc_transfer(int iso_packets) {
-    return Call("libusb_alloc_transfer", iso_packets).run_pointer([&] {
-        return bus().allocate(iso_packets, /*internal=*/false);
+    return Call("libusb_alloc_transfer", iso_packets).locked_pointer([&](Bus& bus) {
+        return bus.transfers().allocate(iso_packets, /*internal=*/false);
     });
 }
 
 void LIBUSB_CALL libusb_free_transfer(struct libusb_transfer* transfer) {
     Call("libusb_free_transfer").run([&] {
-        bus().free(transfer);
+        virtcam::bus::release(locked([&](Bus& bus) { return bus.transfers().take(transfer); }));
         return 0;
     });
 }
 
 int LIBUSB_CALL libusb_submit_transfer(struct libusb_transfer* transfer) {
-    return Call("libusb_submit_transfer", endpoint_of(transfer)).run([&] {
-        return bus().submit(transfer);
+    return Call("libusb_submit_transfer", endpoint_of(transfer)).locked([&](Bus& bus) {
+        return bus.transfers().submit(transfer);
     });
 }
 
 int LIBUSB_CALL libusb_cancel_transfer(struct libusb_transfer* transfer) {
-    return Call("libusb_cancel_transfer", endpoint_of(transfer)).run([&] {
-        return bus().cancel(transfer);
+    return Call("libusb_cancel_transfer", endpoint_of(transfer)).locked([&](Bus& bus) {
+        return bus.transfers().cancel(transfer);
     });
 }
 
@@ -49,8 +52,8 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t re
                                         unsigned char* data, uint16_t wLength,
                                         unsigned int timeout) {
     return Call("libusb_control_transfer", bRequest).run([&] {
-        return bus().control(handle, {request_type, bRequest, wValue, wIndex, wLength}, data,
-                             timeout);
+        return bus().synchronous().control(
+            handle, {request_type, bRequest, wValue, wIndex, wLength}, data, timeout);
     });
 }
 
@@ -58,8 +61,8 @@ int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char
                                      unsigned char* data, int length, int* actual_length,
                                      unsigned int timeout) {
     return Call("libusb_bulk_transfer", endpoint).run([&] {
-        return bus().stream(handle, LIBUSB_TRANSFER_TYPE_BULK, endpoint, data, length,
-                            actual_length, timeout);
+        return bus().synchronous().stream(handle, LIBUSB_TRANSFER_TYPE_BULK, endpoint, data, length,
+                                          actual_length, timeout);
     });
 }
 
@@ -67,8 +70,8 @@ int LIBUSB_CALL libusb_interrupt_transfer(libusb_device_handle* handle, unsigned
                                           unsigned char* data, int length, int* actual_length,
                                           unsigned int timeout) {
     return Call("libusb_interrupt_transfer", endpoint).run([&] {
-        return bus().stream(handle, LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, data, length,
-                            actual_length, timeout);
+        return bus().synchronous().stream(handle, LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, data,
+                                          length, actual_length, timeout);
     });
 }
 

@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <stdexcept>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <utility>
 
 namespace virtcam::bus {
 namespace {
@@ -17,8 +19,13 @@ std::string environment(const char* name) {
     return value == nullptr ? "" : value;
 }
 
-/// Old entries go when a log reaches this length, so that a long run does not eat the memory.
-constexpr size_t kCallLogLimit = 100'000;
+nlohmann::json to_json(const std::vector<Complaint>& list) {
+    nlohmann::json result = nlohmann::json::array();
+    for (const auto& complaint : list) {
+        result.push_back({{"code", complaint.code}, {"text", complaint.text}});
+    }
+    return result;
+}
 
 std::atomic<bool> made_once{false};
 
@@ -41,106 +48,82 @@ Bus& Bus::instance() {
 
 Bus::Bus()
     : status_path_(environment("VIRTBUS_STATUS")),
-      trace_(environment("VIRTBUS_TRACE")),
-      process_(getpid()) {
-    broken_ = start_configuration();
-    if (!broken_.empty()) {
-        std::fprintf(stderr, "virtbus: configuration: %s\n", broken_.c_str());
+      process_(getpid()),
+      camera_ticker_([this] { return drive_camera(); }),
+      clock_ticker_([this] { return keep_clocks(); }),
+      journal_(environment("VIRTBUS_TRACE")),
+      port_(shared_, journal_, *this),
+      handle_table_(shared_),
+      devices_(shared_, handle_table_),
+      contexts_(shared_, handle_table_, devices_, port_),
+      channels_(shared_, journal_, port_, clock_ticker_),
+      transfers_(shared_, handle_table_, port_, channels_),
+      events_(shared_, port_, channels_, transfers_),
+      claims_(shared_, handle_table_, port_, channels_),
+      handles_(shared_, handle_table_, devices_, port_, transfers_, claims_, events_),
+      synchronous_(shared_, handle_table_, transfers_, events_) {
+    if (const std::string broken = start_configuration(); !broken.empty()) {
+        std::fprintf(stderr, "virtbus: configuration: %s\n", broken.c_str());
+        contexts_.refuse(broken);
         line::Config absent;
         absent.present = false;
         absent.listing.clear();
-        power_on(prepare(std::move(absent)));
+        port_.power_on(equip(std::move(absent)));
     }
-    camera_ticker_ = std::make_unique<line::Ticker>([this] { return drive_camera(); });
-    clock_ticker_ = std::make_unique<line::Ticker>([this] { return keep_clocks(); });
-    camera_ticker_->start();
-    clock_ticker_->start();
+    camera_ticker_.start();
+    clock_ticker_.start();
 }
 
 std::string Bus::start_configuration() {
     try {
-        power_on(prepare(line::Config::from_file(environment("VIRTBUS_CONFIG"))));
+        port_.power_on(equip(line::Config::from_file(environment("VIRTBUS_CONFIG"))));
     } catch (const std::exception& error) {
         return error.what();
     }
     return "";
 }
 
-Bus::Start Bus::prepare(line::Config config) {
-    Start start;
-    start.rules.add(config.rules);
-    start.camera = std::make_shared<model::Camera>(config.camera);
-    if (!config.present) {
-        start.camera->unplug();
-    }
-    start.camera->set_listener([this] {
-        if (camera_ticker_ && clock_ticker_) {
-            camera_ticker_->poke();
-            clock_ticker_->poke();
-        }
-    });
-    start.camera->set_failure_listener([](const std::string& why) {
-        std::fprintf(stderr, "virtbus: the camera cannot make pictures: %s\n", why.c_str());
-    });
-    start.config = std::move(config);
-    return start;
+line::Equipment Bus::equip(line::Config config) {
+    return line::equip(std::move(config), "virtbus", [this] { wake(); });
 }
 
-void Bus::power_on(Start start) {
-    config_ = std::move(start.config);
-    rules_ = std::move(start.rules);
-    camera_ = std::move(start.camera);
-    complaints_.set_quiet(config_.quiet);
-    listing_.move_to(config_.listing);
-    started_ = std::chrono::steady_clock::now();
-    fixed_devices_ = make_fixed_devices(config_.other_devices);
-    last_address_ = static_cast<uint8_t>(fixed_devices_.size());
-    write_listing();
-    sync_presence();
+void Bus::wake() {
+    camera_ticker_.poke();
+    clock_ticker_.poke();
 }
 
 void Bus::reset(const nlohmann::json& configuration) {
-    Start start = prepare(line::Config::from_json(configuration));
+    line::Equipment equipment = equip(line::Config::from_json(configuration));
     std::shared_ptr<model::Camera> old;  // destroyed without the lock: it may wait for a picture
     {
-        const std::lock_guard lock(mutex_);
-        const auto open = std::count_if(contexts_.begin(), contexts_.end(), [&](const auto& entry) {
-            return entry.second->generation == generation_ && !entry.second->leak_reported;
-        });
-        ++generation_;
-        old = camera_;
-        if (attachment_ != 0) {
-            depart();
-        }
-        power_on(std::move(start));
-        broken_.clear();
-        scripted_ = false;
-        for (auto& [address, channel] : channels_) {
-            channel.hold = false;
-            for (Urb* urb : std::exchange(channel.held, {})) {
-                publish(*urb);
-            }
-        }
-        channels_.clear();
-        complaints_.take();
-        control_log_first_ += control_log_.size();
-        control_log_.clear();
-        call_log_.clear();
-        call_counts_.clear();
-        transfer_counts_.clear();
+        const Hold hold(shared_.lock);
+        const size_t open = contexts_.unreported();
+        ++shared_.generation;
+        old = port_.shared_camera();
+        port_.power_on(std::move(equipment));
+        contexts_.refuse("");
+        channels_.reset();
+        shared_.complaints.take();
         if (open != 0) {
-            complaints_.raise("reset_with_contexts",
-                              "reset: contexts still open: " + std::to_string(open));
+            shared_.complaints.raise("reset_with_contexts",
+                                     "reset: contexts still open: " + std::to_string(open));
         }
     }
     old->set_listener([] {});
-    camera_ticker_->poke();
-    clock_ticker_->poke();
+    wake();
 }
 
 std::shared_ptr<model::Camera> Bus::camera() {
-    const std::lock_guard lock(mutex_);
-    return camera_;
+    const Hold hold(shared_.lock);
+    return port_.shared_camera();
+}
+
+void Bus::add_rules(const nlohmann::json& rules) {
+    {
+        const Hold hold(shared_.lock);
+        port_.rules().add(rules);
+    }
+    clock_ticker_.poke();
 }
 
 bool Bus::owned_by_this_process() const {
@@ -148,142 +131,108 @@ bool Bus::owned_by_this_process() const {
 }
 
 void Bus::stop_threads() {
-    if (!owned_by_this_process()) {
-        return;
+    if (owned_by_this_process()) {
+        camera_ticker_.stop();
+        clock_ticker_.stop();
     }
-    camera_ticker_->stop();
-    clock_ticker_->stop();
 }
 
 TimePoint Bus::drive_camera() {
     const auto present = camera();
-    const TimePoint next = present->advance(std::chrono::steady_clock::now());
-    const std::lock_guard lock(mutex_);
-    sync_presence();
-    serve_all();
+    const TimePoint next = present->advance(model::Clock::now());
+    const Hold hold(shared_.lock);
+    port_.sync();
+    channels_.serve_all();
     return next;
 }
 
 TimePoint Bus::keep_clocks() {
-    const std::lock_guard lock(mutex_);
-    clocks_wake_ = TimePoint::min();  // this thread need not be woken while it is at it
-    run_actions(rules_.take_due(elapsed()));
-    sync_presence();
-    serve_all();
-    TimePoint next = TimePoint::max();
-    for (const auto& [address, channel] : channels_) {
-        next = std::min(next, channel.endpoint.due().value_or(next));
-    }
-    if (const auto due = rules_.next_due()) {
-        next = std::min(next, started_ + *due);
-    }
-    clocks_wake_ = next;
-    return next;
+    const Hold hold(shared_.lock);
+    const TimePoint next = port_.run_due();
+    port_.sync();
+    channels_.serve_all();
+    return std::min(next, channels_.due());
 }
 
-std::chrono::milliseconds Bus::elapsed() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                 started_);
+void Bus::camera_left(const std::shared_ptr<const DeviceInfo>& camera) {
+    channels_.flush_all(faults::Status::kNoDevice);
+    contexts_.camera_left(camera);
+}
+
+void Bus::camera_came(const std::shared_ptr<const DeviceInfo>& camera) {
+    contexts_.camera_came(camera);
 }
 
 faults::Action Bus::begin_call(const char* name, std::optional<int> argument) {
-    const std::lock_guard lock(mutex_);
-    if (const auto found = call_counts_.find(std::string_view(name)); found != call_counts_.end()) {
-        ++found->second;
-    } else {
-        call_counts_.emplace(name, 1);
-    }
-    faults::Action action;
-    if (!rules_.empty()) {
-        action = rules_.on_call(name, argument);
-        run_actions(action.device);
-    }
-    sync_presence();
+    const Hold hold(shared_.lock);
+    journal_.count_call(name);
+    faults::Action action = port_.rules().on_call(name, argument);
+    port_.run(action.device);
+    port_.sync();
     return action;
 }
 
 void Bus::end_call(const char* name, std::optional<int> argument, int result) {
-    const std::lock_guard lock(mutex_);
-    if (call_log_.size() == kCallLogLimit) {
-        call_log_.pop_front();
+    const Hold hold(shared_.lock);
+    journal_.note_call({name, argument, result, std::this_thread::get_id()});
+    shared_.changed();
+}
+
+bool Bus::wait_until(const std::function<bool()>& predicate, std::chrono::milliseconds limit) {
+    constexpr auto kPoll = std::chrono::milliseconds(10);  // for what the bus does not see change
+    const TimePoint deadline = model::Clock::now() + limit;
+    while (!predicate()) {
+        const TimePoint now = model::Clock::now();
+        if (now >= deadline) {
+            return false;
+        }
+        Hold hold(shared_.lock);
+        shared_.change.wait_until(hold, std::min(deadline, now + kPoll));
     }
-    call_log_.push_back({name, argument, result, std::this_thread::get_id()});
-    changed();
+    return true;
 }
 
-void Bus::add_rules(const nlohmann::json& rules) {
-    {
-        const std::lock_guard lock(mutex_);
-        rules_.add(rules);
-    }
-    clock_ticker_->poke();
+std::vector<Complaint> Bus::leaks() {
+    const Hold hold(shared_.lock);
+    std::vector<Complaint> leaks;
+    contexts_.tell_leaks(leaks);
+    handles_.tell_leaks(leaks);
+    devices_.tell_leaks(leaks);
+    transfers_.tell_leaks(leaks);
+    return leaks;
 }
 
-void Bus::clear_rules() {
-    const std::lock_guard lock(mutex_);
-    rules_.clear();
+nlohmann::json Bus::bus_status() {
+    const auto leaked = leaks();
+    const Hold hold(shared_.lock);
+    const auto& info = port_.camera_info();
+    const Listing& listing = port_.listing();
+    return {{"attached", port_.attachment() != 0},
+            {"attachment", port_.attachment()},
+            {"address", info ? info->address : 0},
+            {"configuration_error", contexts_.refusal()},
+            {"listing", {{"path", listing.path()}, {"state", listing.state()}}},
+            {"calls", journal_.call_counts()},
+            {"transfers", journal_.transfer_counts()},
+            {"complaints", to_json(shared_.complaints.all())},
+            {"leaks", to_json(leaked)}};
 }
 
-void Bus::change_presence(faults::DeviceAction action) {
-    const std::lock_guard lock(mutex_);
-    run_actions({action});
+nlohmann::json Bus::status() {
+    return {{"camera", camera()->status()}, {"bus", bus_status()}};
 }
 
-void Bus::run_actions(const std::vector<faults::DeviceAction>& actions) {
-    for (const auto action : actions) {
-        faults::perform(action, *camera_);
-        sync_presence();
-    }
-}
-
-void Bus::sync_presence() {
-    const uint64_t now = camera_->attached() ? camera_->attachment() : 0;
-    if (now == attachment_) {
+void Bus::write_status() {
+    if (status_path_.empty()) {
         return;
     }
-    if (attachment_ != 0) {
-        depart();
+    const std::string temporary = status_path_ + ".new";
+    std::ofstream file(temporary, std::ios::trunc);
+    file << status().dump(2) << '\n';
+    file.close();
+    if (!file || std::rename(temporary.c_str(), status_path_.c_str()) != 0) {
+        std::fprintf(stderr, "virtbus: cannot write the status \"%s\"\n", status_path_.c_str());
     }
-    if (now != 0) {
-        attachment_ = now;
-        arrive();
-    }
-    changed();
-}
-
-void Bus::depart() {
-    attachment_ = 0;
-    for (auto& [address, channel] : channels_) {
-        finish_all(channel, faults::Status::kNoDevice);
-    }
-    interfaces_ = InterfaceTable();
-    camera_config_.reset();
-    for (auto& [key, context] : contexts_) {
-        const auto found =
-            std::find_if(context->devices.begin(), context->devices.end(),
-                         [&](const auto* device) { return device->info == camera_info_; });
-        if (found != context->devices.end()) {
-            libusb_device* const device = *found;
-            context->devices.erase(found);
-            device->attached = false;
-            drop_reference(device);
-        }
-    }
-    camera_info_.reset();
-    write_listing();
-}
-
-void Bus::arrive() {
-    camera_info_ = describe_camera();
-    camera_config_ = ConfigDescriptor::parse(camera_info_->config_bytes);
-    if (camera_config_) {
-        interfaces_ = InterfaceTable(**camera_config_, config_.kernel_drivers);
-        configure_camera();
-    }
-    for (auto& [key, context] : contexts_) {
-        add_device(*context, camera_info_);
-    }
-    write_listing();
 }
 
 }  // namespace virtcam::bus

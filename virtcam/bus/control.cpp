@@ -3,15 +3,17 @@
 #include <nlohmann/json.hpp>
 
 #include "virtcam/bus/bus.h"
+#include "virtcam/model/usb.h"
 
 namespace virtcam::bus {
 namespace {
 
-constexpr uint8_t kVideoEndpoint = 0x81;
-constexpr uint8_t kAudioEndpoint = 0x82;
-
 Bus& bus() {
     return Bus::instance();
+}
+
+void change_presence(faults::DeviceAction action) {
+    bus().locked([&](Bus& bus) { bus.port().run(action); });
 }
 
 faults::Status to_status(TransferStatus status) {
@@ -29,15 +31,15 @@ model::Camera& camera() {
 }
 
 void unplug() {
-    bus().change_presence(faults::DeviceAction::kUnplug);
+    change_presence(faults::DeviceAction::kUnplug);
 }
 
 void plug() {
-    bus().change_presence(faults::DeviceAction::kPlug);
+    change_presence(faults::DeviceAction::kPlug);
 }
 
 void power_cycle() {
-    bus().change_presence(faults::DeviceAction::kPowerCycle);
+    change_presence(faults::DeviceAction::kPowerCycle);
 }
 
 void add_fault(const nlohmann::json& rule) {
@@ -45,7 +47,7 @@ void add_fault(const nlohmann::json& rule) {
 }
 
 void clear_faults() {
-    bus().clear_rules();
+    bus().locked([](Bus& bus) { bus.port().rules().clear(); });
 }
 
 std::vector<Complaint> complaints() {
@@ -61,27 +63,27 @@ std::vector<Complaint> leaks() {
 }
 
 std::vector<ControlRecord> control_log() {
-    return bus().control_log();
+    return bus().locked([](Bus& bus) { return bus.journal().controls(); });
 }
 
 std::vector<CallRecord> call_log() {
-    return bus().call_log();
+    return bus().locked([](Bus& bus) { return bus.journal().calls(); });
 }
 
 std::map<std::string, uint64_t> call_counts() {
-    return bus().call_counts();
+    return bus().locked([](Bus& bus) { return bus.journal().call_counts(); });
 }
 
 void clear_logs() {
-    bus().clear_logs();
+    bus().locked([](Bus& bus) { bus.journal().clear_logs(); });
 }
 
 size_t pending(uint8_t endpoint) {
-    return bus().pending(endpoint);
+    return bus().locked([&](Bus& bus) { return bus.channels().pending(endpoint); });
 }
 
 std::optional<unsigned> last_timeout(uint8_t endpoint) {
-    return bus().last_timeout(endpoint);
+    return bus().locked([&](Bus& bus) { return bus.channels().last_timeout(endpoint); });
 }
 
 nlohmann::json status_json() {
@@ -93,7 +95,7 @@ bool wait_until(const std::function<bool()>& predicate, std::chrono::millisecond
 }
 
 void script_stream(bool on) {
-    bus().script_stream(on);
+    bus().locked([&](Bus& bus) { bus.channels().script(on); });
 }
 
 void push_bulk(TransferStatus status, std::vector<uint8_t> bytes,
@@ -101,7 +103,8 @@ void push_bulk(TransferStatus status, std::vector<uint8_t> bytes,
     line::Ending ending = line::ended(to_status(status));
     ending.count = static_cast<size_t>(actual_length.value_or(static_cast<int>(bytes.size())));
     ending.data = std::move(bytes);
-    bus().push(kVideoEndpoint, std::move(ending));
+    bus().locked(
+        [&](Bus& bus) { bus.channels().push(model::usb::kEndpointVideo, std::move(ending)); });
 }
 
 void push_iso(std::vector<IsoPacket> packets, TransferStatus status) {
@@ -111,15 +114,16 @@ void push_iso(std::vector<IsoPacket> packets, TransferStatus status) {
             packet.actual_length.value_or(static_cast<unsigned>(packet.bytes.size()));
         ending.packets.push_back({to_status(packet.status), std::move(packet.bytes), count});
     }
-    bus().push(kAudioEndpoint, std::move(ending));
+    bus().locked(
+        [&](Bus& bus) { bus.channels().push(model::usb::kEndpointAudio, std::move(ending)); });
 }
 
 void hold_completions(uint8_t endpoint) {
-    bus().hold(endpoint);
+    bus().locked([&](Bus& bus) { bus.channels().hold(endpoint); });
 }
 
 void release_completions(uint8_t endpoint) {
-    bus().release_held(endpoint);
+    bus().locked([&](Bus& bus) { bus.channels().release(endpoint); });
 }
 
 }  // namespace virtcam::bus

@@ -1,12 +1,9 @@
-// Event handling: the only place where completions reach the program.
-//
-// As in libusb, one thread at a time handles the events of a context, holding its event lock
-// through the callbacks; others wait until it has finished a round or their own business is done.
+#include "virtcam/bus/event_loop.h"
+
 #include <algorithm>
 #include <cstring>
 #include <vector>
 
-#include "virtcam/bus/bus.h"
 #include "virtcam/bus/status_codes.h"
 
 namespace virtcam::bus {
@@ -64,20 +61,30 @@ void hand_over_data(libusb_transfer& transfer, const line::Ending& ending) {
     }
 }
 
+void hand_over(const Urb& urb) {
+    libusb_transfer& transfer = *urb.transfer;
+    transfer.status = to_libusb(urb.ending.status);
+    if (urb.is_iso()) {
+        hand_over_packets(transfer, urb.ending);
+    } else {
+        hand_over_data(transfer, urb.ending);
+    }
+}
+
 }  // namespace
 
-bool Bus::in_callback_of(const libusb_context* context) {
-    return handled_here == context;
+bool EventLoop::refused_in_callback(const libusb_context* context) {
+    if (handled_here != context) {
+        return false;
+    }
+    shared_.complaints.raise("events_in_callback",
+                             "event handling or a synchronous call inside a completion callback");
+    return true;
 }
 
-void Bus::refuse_in_callback() {
-    complaints_.raise("events_in_callback",
-                      "event handling or a synchronous call inside a completion callback");
-}
-
-bool Bus::try_lock_events(libusb_context* context) {
+bool EventLoop::try_lock_events(libusb_context* context) {
     {
-        const std::lock_guard lock(mutex_);
+        const Hold hold(shared_.lock);
         if (context->closing != 0) {
             return false;
         }
@@ -85,20 +92,20 @@ bool Bus::try_lock_events(libusb_context* context) {
     if (!context->events.try_lock()) {
         return false;
     }
-    const std::lock_guard lock(mutex_);
+    const Hold hold(shared_.lock);
     context->handler_active = true;
     return true;
 }
 
-void Bus::lock_events(libusb_context* context) {
+void EventLoop::lock_events(libusb_context* context) {
     context->events.lock();
-    const std::lock_guard lock(mutex_);
+    const Hold hold(shared_.lock);
     context->handler_active = true;
 }
 
-void Bus::unlock_events(libusb_context* context) {
+void EventLoop::unlock_events(libusb_context* context) {
     {
-        const std::lock_guard lock(mutex_);
+        const Hold hold(shared_.lock);
         context->handler_active = false;
     }
     context->events.unlock();
@@ -106,23 +113,23 @@ void Bus::unlock_events(libusb_context* context) {
     context->waiters_wake.notify_all();
 }
 
-bool Bus::event_handling_ok(libusb_context* context) {
-    const std::lock_guard lock(mutex_);
+bool EventLoop::event_handling_ok(libusb_context* context) {
+    const Hold hold(shared_.lock);
     return context->closing == 0;
 }
 
-bool Bus::event_handler_active(libusb_context* context) {
-    const std::lock_guard lock(mutex_);
+bool EventLoop::event_handler_active(libusb_context* context) {
+    const Hold hold(shared_.lock);
     return context->closing != 0 || context->handler_active;
 }
 
-void Bus::interrupt(libusb_context* context) {
-    const std::lock_guard lock(mutex_);
+void EventLoop::interrupt(libusb_context* context) {
+    const Hold hold(shared_.lock);
     context->interrupted = true;
     context->wake.notify_all();
 }
 
-bool Bus::wait_for_event(libusb_context* context, std::optional<TimePoint> deadline) {
+bool EventLoop::wait_for_event(libusb_context* context, std::optional<TimePoint> deadline) {
     // The caller holds the lock through libusb_lock_event_waiters() and keeps it afterwards.
     std::unique_lock waiters(context->waiters, std::adopt_lock);
     bool over = false;
@@ -135,9 +142,9 @@ bool Bus::wait_for_event(libusb_context* context, std::optional<TimePoint> deadl
     return over;
 }
 
-int Bus::handle_events(libusb_context* context, TimePoint deadline, const Finished& finished) {
-    if (in_callback_of(context)) {
-        refuse_in_callback();
+int EventLoop::handle_events(libusb_context* context, TimePoint deadline,
+                             const Finished& finished) {
+    if (refused_in_callback(context)) {
         return LIBUSB_ERROR_BUSY;
     }
     for (;;) {
@@ -157,70 +164,43 @@ int Bus::handle_events(libusb_context* context, TimePoint deadline, const Finish
     }
 }
 
-int Bus::handle_events_locked(libusb_context* context, TimePoint deadline) {
-    if (in_callback_of(context)) {
-        refuse_in_callback();
-        return LIBUSB_ERROR_BUSY;
-    }
-    return run_events(context, deadline);
+int EventLoop::handle_events_locked(libusb_context* context, TimePoint deadline) {
+    return refused_in_callback(context) ? LIBUSB_ERROR_BUSY : run_events(context, deadline);
 }
 
-std::vector<Urb*> Bus::expiring(const libusb_context* context) const {
-    std::vector<Urb*> urbs;
-    for (const auto& [address, channel] : channels_) {
-        for (line::Request* const request : channel.endpoint.waiting()) {
-            auto* const urb = static_cast<Urb*>(request);
-            if (urb->handle->context == context && urb->expires) {
-                urbs.push_back(urb);
-            }
-        }
+void EventLoop::exclude(libusb_context* context, const std::function<void()>& work) {
+    if (handled_here == context) {
+        const Hold hold(shared_.lock);
+        work();
+        return;
     }
-    std::stable_sort(urbs.begin(), urbs.end(),
-                     [](const Urb* a, const Urb* b) { return *a->expires < *b->expires; });
-    return urbs;
+    {
+        const Hold hold(shared_.lock);
+        ++context->closing;
+        context->wake.notify_all();
+    }
+    lock_events(context);
+    {
+        const Hold hold(shared_.lock);
+        --context->closing;
+        work();
+    }
+    unlock_events(context);
 }
 
-std::optional<TimePoint> Bus::next_expiry(libusb_context* context) {
-    const std::lock_guard lock(mutex_);
-    const auto urbs = expiring(context);
-    return urbs.empty() ? std::nullopt : urbs.front()->expires;
-}
-
-/// Ends what has timed out, in the order of the due times.
-void Bus::expire(libusb_context* context, TimePoint now) {
-    std::vector<Urb*> late = expiring(context);
-    std::erase_if(late, [&](const Urb* urb) { return *urb->expires > now; });
-    for (Urb* urb : late) {
-        finish(*urb, line::ended(faults::Status::kTimedOut));
-    }
-    for (Urb* urb : late) {
-        serve(channel(urb->endpoint));  // what was queued behind it
-    }
-}
-
-int Bus::run_events(libusb_context* context, TimePoint deadline) {
+int EventLoop::run_events(libusb_context* context, TimePoint deadline) {
     const HandlingScope scope(context);
     {
-        Lock lock(mutex_);
-        sync_presence();
-        for (;;) {
-            const TimePoint now = std::chrono::steady_clock::now();
-            expire(context, now);
-            if (!context->completed.empty() || context->interrupted || context->closing != 0 ||
-                now >= deadline) {
-                break;
-            }
-            const auto urbs = expiring(context);
-            const auto first = urbs.empty() ? std::nullopt : urbs.front()->expires;
-            context->wake.wait_until(lock, std::min(deadline, first.value_or(deadline)));
-        }
+        Hold hold(shared_.lock);
+        port_.sync();
+        wait(context, deadline, hold);
         context->interrupted = false;
         // Only what is ready now: a callback that submits again must not keep the loop here.
         for (size_t left = context->completed.size(); left != 0 && !context->completed.empty();
              --left) {
             Urb* const urb = context->completed.front();
             context->completed.pop_front();
-            deliver(*urb, lock);
+            deliver(*urb, hold);
         }
     }
     const std::lock_guard waiters(context->waiters);
@@ -228,59 +208,38 @@ int Bus::run_events(libusb_context* context, TimePoint deadline) {
     return LIBUSB_SUCCESS;
 }
 
-void Bus::deliver(Urb& urb, Lock& lock) {
-    libusb_transfer& transfer = *urb.transfer;
-    transfer.status = to_libusb(urb.ending.status);
-    if (transfer.type == LIBUSB_TRANSFER_TYPE_ISOCHRONOUS) {
-        hand_over_packets(transfer, urb.ending);
-    } else {
-        hand_over_data(transfer, urb.ending);
+void EventLoop::wait(libusb_context* context, TimePoint deadline, Hold& hold) {
+    for (;;) {
+        const TimePoint now = model::Clock::now();
+        channels_.expire(context, now);
+        if (!context->completed.empty() || context->interrupted || context->closing != 0 ||
+            now >= deadline) {
+            return;
+        }
+        const TimePoint expiry = channels_.next_expiry(context).value_or(deadline);
+        context->wake.wait_until(hold, std::min(deadline, expiry));
     }
+}
+
+void EventLoop::deliver(Urb& urb, Hold& hold) {
+    libusb_transfer& transfer = *urb.transfer;
+    hand_over(urb);
     urb.state = Urb::State::kIdle;  // from here on it may be submitted or freed
     const bool free_after = (transfer.flags & LIBUSB_TRANSFER_FREE_TRANSFER) != 0;
-    changed();
+    shared_.changed();
     const auto callback = transfer.callback;
     if (callback == nullptr) {
         return;  // a synchronous call, which sees the state
     }
-    lock.unlock();
+    hold.unlock();
     callback(&transfer);
+    hold.lock();
     if (free_after) {
-        free(&transfer);
+        auto freed = transfers_.take(&transfer);
+        hold.unlock();
+        release(std::move(freed));
+        hold.lock();
     }
-    lock.lock();
-}
-
-void Bus::close(libusb_device_handle* handle) {
-    if (handle == nullptr) {
-        return;
-    }
-    libusb_context* context = nullptr;
-    {
-        const std::lock_guard lock(mutex_);
-        if (!usable(handle, "libusb_close")) {
-            return;
-        }
-        context = handle->context;
-    }
-    if (in_callback_of(context)) {
-        const std::lock_guard lock(mutex_);
-        close_locked(handle);
-        return;
-    }
-    {
-        // Nobody may be handing over a transfer of this handle meanwhile.
-        const std::lock_guard lock(mutex_);
-        ++context->closing;
-        context->wake.notify_all();
-    }
-    lock_events(context);
-    {
-        const std::lock_guard lock(mutex_);
-        --context->closing;
-        close_locked(handle);
-    }
-    unlock_events(context);
 }
 
 }  // namespace virtcam::bus

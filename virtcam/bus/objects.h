@@ -1,5 +1,5 @@
 // What libusb's opaque pointers point to, and the bus's own record of each transfer.
-// Unless said otherwise every member is guarded by the mutex of Bus.
+// Unless said otherwise every member is guarded by the lock (shared.h).
 #pragma once
 
 #include <libusb-1.0/libusb.h>
@@ -78,20 +78,20 @@ struct libusb_device_handle {
     libusb_device* device = nullptr;  ///< referenced
     bool auto_detach = false;
     unsigned generation = 0;
-    bool poisoned = false;  ///< closing it aborts libusb 1.0.26, see Bus::set_alt_setting
+    bool poisoned = false;  ///< closing it aborts libusb 1.0.26, see Claims::set_alt_setting
 };
 
 struct libusb_context {
     int references = 1;  ///< above 1 for the default context only
     unsigned generation = 0;
-    bool leak_reported = false;                ///< a caller of Bus::leaks() knows that it is open
+    bool leak_reported = false;                ///< a caller of leaks() knows that it is open
     std::vector<libusb_device*> devices;       ///< attached ones, in listing order; each referenced
     std::deque<virtcam::bus::Urb*> completed;  ///< ready for event handling
-    std::condition_variable wake;              ///< waits with the mutex of Bus
+    std::condition_variable wake;              ///< waits with the lock
     bool interrupted = false;
     bool handler_active = false;
     int closing = 0;     ///< threads in libusb_close that want the event lock
-    std::mutex events;   ///< held by the thread that handles events; taken before Bus's mutex
-    std::mutex waiters;  ///< for `waiters_wake`; taken before Bus's mutex
+    std::mutex events;   ///< held by the thread that handles events; taken before the lock
+    std::mutex waiters;  ///< for `waiters_wake`; taken before the lock
     std::condition_variable waiters_wake;
 };

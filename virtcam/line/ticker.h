@@ -25,6 +25,8 @@ class Ticker {
     void stop();
     /// Makes the next call of the step happen at once. Never blocks on the step.
     void poke();
+    /// Makes it happen at `when` at the latest. Never blocks on the step.
+    void wake_by(TimePoint when);
 
   private:
     void run();
@@ -33,6 +35,7 @@ class Ticker {
     std::mutex mutex_;
     std::condition_variable wake_;
     bool poked_ = false;
+    TimePoint wake_at_;  ///< when the step is due although nobody pokes
     bool stopping_ = false;
     std::thread thread_;
 };

@@ -1,9 +1,9 @@
 #include "virtcam/usbip/bench.h"
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
-#include <string>
 #include <utility>
+
+#include "virtcam/line/equipment.h"
 
 namespace virtcam::usbip {
 
@@ -21,26 +21,17 @@ Bench::~Bench() {
 }
 
 void Bench::reset(const line::Config& config) {
-    faults::RuleSet rules;
-    rules.add(config.rules);
-    auto camera = std::make_shared<Camera>(config.camera);
-    if (!config.present) {
-        camera->unplug();
-    }
-    camera->set_listener([this] {
+    line::Equipment equipment = line::equip(config, "virtcam", [this] {
         picture_ticker_.poke();
         news_.raise();
     });
-    camera->set_failure_listener([](const std::string& why) {
-        std::fprintf(stderr, "virtcam: the camera cannot make pictures: %s\n", why.c_str());
-    });
-    rules_ = std::move(rules);
+    rules_ = std::move(equipment.rules);
     iso_paced_ = config.iso_paced;
     ++generation_;
     started_ = Clock::now();
     {
         const std::lock_guard lock(mutex_);
-        std::swap(camera_, camera);
+        std::swap(camera_, equipment.camera);
     }
     picture_ticker_.poke();
     news_.raise();

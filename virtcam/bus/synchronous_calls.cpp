@@ -1,19 +1,24 @@
-// Synchronous transfers: an asynchronous one and event handling until it is done.
+#include "virtcam/bus/synchronous_calls.h"
+
 #include <algorithm>
 #include <cstring>
 #include <vector>
 
-#include "virtcam/bus/bus.h"
 #include "virtcam/bus/status_codes.h"
 
 namespace virtcam::bus {
-namespace {
 
 /// A transfer of the bus's own, freed at the end of the call.
-class OwnTransfer {
+class SynchronousCalls::OwnTransfer {
   public:
-    explicit OwnTransfer(Bus& bus) : bus_(bus), transfer_(bus.allocate(0, /*internal=*/true)) {}
-    ~OwnTransfer() { bus_.free(transfer_); }
+    explicit OwnTransfer(SynchronousCalls& calls) : calls_(calls) {
+        const Hold hold(calls_.shared_.lock);
+        transfer_ = calls_.transfers_.allocate(0, /*internal=*/true);
+    }
+    ~OwnTransfer() {
+        const Hold hold(calls_.shared_.lock);
+        calls_.transfers_.take(transfer_);
+    }
     OwnTransfer(const OwnTransfer&) = delete;
     OwnTransfer& operator=(const OwnTransfer&) = delete;
 
@@ -21,45 +26,51 @@ class OwnTransfer {
     explicit operator bool() const { return transfer_ != nullptr; }
 
   private:
-    Bus& bus_;
-    libusb_transfer* transfer_;
+    SynchronousCalls& calls_;
+    libusb_transfer* transfer_ = nullptr;
 };
 
-}  // namespace
+bool SynchronousCalls::ended(libusb_transfer* transfer) {
+    const Hold hold(shared_.lock);
+    return transfers_.find(transfer)->state == Urb::State::kIdle;
+}
 
-int Bus::run_synchronously(libusb_transfer* transfer) {
+int SynchronousCalls::result(libusb_transfer* transfer) {
+    const Hold hold(shared_.lock);
+    const auto& forced = transfers_.find(transfer)->ending.code;
+    return forced ? *forced : error_for(transfer->status);
+}
+
+int SynchronousCalls::run(libusb_transfer* transfer) {
     libusb_context* context = nullptr;
     {
-        const std::lock_guard lock(mutex_);
-        if (!usable(transfer->dev_handle, "synchronous transfer")) {
+        const Hold hold(shared_.lock);
+        if (!handles_.usable(transfer->dev_handle, "synchronous transfer")) {
             return LIBUSB_ERROR_INVALID_PARAM;
         }
         context = transfer->dev_handle->context;
     }
-    if (in_callback_of(context)) {
-        refuse_in_callback();
+    if (events_.refused_in_callback(context)) {
         return LIBUSB_ERROR_BUSY;
     }
-    if (const int refused = submit(transfer); refused != LIBUSB_SUCCESS) {
-        return refused;
+    {
+        const Hold hold(shared_.lock);
+        if (const int refused = transfers_.submit(transfer); refused != LIBUSB_SUCCESS) {
+            return refused;
+        }
     }
-    const auto finished = [&] {
-        const std::lock_guard lock(mutex_);
-        return find(transfer)->state == Urb::State::kIdle;
-    };
+    const auto finished = [&] { return ended(transfer); };
     constexpr auto kRound = std::chrono::seconds(60);
     while (!finished()) {
-        handle_events(context, std::chrono::steady_clock::now() + kRound, finished);
+        events_.handle_events(context, model::Clock::now() + kRound, finished);
     }
-    const std::lock_guard lock(mutex_);
-    const auto& forced = find(transfer)->ending.code;
-    return forced ? *forced : error_for(transfer->status);
+    return result(transfer);
 }
 
-int Bus::control(libusb_device_handle* handle, const model::Setup& setup, uint8_t* data,
-                 unsigned timeout_ms) {
+int SynchronousCalls::control(libusb_device_handle* handle, const model::Setup& setup,
+                              uint8_t* data, unsigned timeout_ms) {
     if (data == nullptr && setup.length != 0) {
-        complaints_.raise(
+        shared_.complaints.raise(
             "null_buffer",
             "libusb_control_transfer: " + std::to_string(setup.length) + " bytes without a buffer");
         return LIBUSB_ERROR_INVALID_PARAM;
@@ -77,9 +88,9 @@ int Bus::control(libusb_device_handle* handle, const model::Setup& setup, uint8_
     }
     libusb_fill_control_transfer(transfer.get(), handle, buffer.data(), nullptr, nullptr,
                                  timeout_ms);
-    const int result = run_synchronously(transfer.get());
-    if (result != LIBUSB_SUCCESS) {
-        return result;
+    const int failed = run(transfer.get());
+    if (failed != LIBUSB_SUCCESS) {
+        return failed;
     }
     const int moved = transfer.get()->actual_length;
     if (setup.device_to_host() && moved > 0) {
@@ -88,8 +99,9 @@ int Bus::control(libusb_device_handle* handle, const model::Setup& setup, uint8_
     return moved;
 }
 
-int Bus::stream(libusb_device_handle* handle, libusb_transfer_type type, uint8_t endpoint,
-                uint8_t* data, int length, int* transferred, unsigned timeout_ms) {
+int SynchronousCalls::stream(libusb_device_handle* handle, libusb_transfer_type type,
+                             uint8_t endpoint, uint8_t* data, int length, int* transferred,
+                             unsigned timeout_ms) {
     const OwnTransfer transfer(*this);
     if (!transfer) {
         return LIBUSB_ERROR_NO_MEM;
@@ -97,11 +109,11 @@ int Bus::stream(libusb_device_handle* handle, libusb_transfer_type type, uint8_t
     libusb_fill_bulk_transfer(transfer.get(), handle, endpoint, data, length, nullptr, nullptr,
                               timeout_ms);
     transfer.get()->type = static_cast<unsigned char>(type);
-    const int result = run_synchronously(transfer.get());
+    const int failed = run(transfer.get());
     if (transferred != nullptr) {
         *transferred = transfer.get()->actual_length;
     }
-    return result;
+    return failed;
 }
 
 }  // namespace virtcam::bus
