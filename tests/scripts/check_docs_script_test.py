@@ -106,6 +106,10 @@ class CheckDocs(unittest.TestCase):
         self.change("docs/how-to.md", "## Add a row", "## Add a line")
         self.expect("docs/architecture.md:3: link to how-to.md#add-a-row: no such section")
 
+    def test_a_link_over_two_lines(self):
+        self.change("README.md", "[the docs](docs/architecture.md)", "[the\ndocs](docs/house.md)")
+        self.expect("README.md:2: link to docs/house.md, which does not exist")
+
     def test_a_path_to_nothing(self):
         self.change("docs/how-to.md", "virtcam/model/*.cpp", "virtcam/modle/*.cpp")
         self.change("docs/how-to.md", "goes to `tests/GROUP/`", "to `tests/group/`")
@@ -119,6 +123,12 @@ class CheckDocs(unittest.TestCase):
     def test_a_command_of_nothing(self):
         self.change("docs/how-to.md", "\nscripts/build release", "\nscripts/make release")
         self.expect("docs/how-to.md:7: scripts/make does not exist")
+
+    def test_a_long_line(self):
+        self.change("README.md", "See", "x" * 65 + " See")
+        self.expect("README.md:1: 103 columns")
+        self.write("README.md", f"| {'x' * 120} |\n\n```\n{'x' * 120}\n```\n")
+        self.expect()
 
 
 if __name__ == "__main__":
