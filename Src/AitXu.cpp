@@ -53,16 +53,17 @@ int AitXU_ReadAnswer(AitDevHandle* ait_handle, xu::Block& block) {
     return AitXU_XuCmd(ait_handle, block.bytes, block.group.result, block.group.size, kFromCamera);
 }
 
+int AitXU_Query(AitDevHandle* ait_handle, xu::Block& block) {
+    const int result = AitXU_SendBlock(ait_handle, block);
+    return result < 0 ? result : AitXU_ReadAnswer(ait_handle, block);
+}
+
 int AitXU_GetFWVersion(AitDevHandle* handle, unsigned char* fwVer) {
     if (handle == nullptr) {
         return -1;
     }
     xu::Block block(xu::kFirmwareVersion);
-    int result = AitXU_SendBlock(handle, block);
-    if (result < 0) {
-        return result;
-    }
-    result = AitXU_ReadAnswer(handle, block);
+    const int result = AitXU_Query(handle, block);
     if (result < 0) {
         return result;
     }

@@ -29,10 +29,11 @@ constexpr int kToCamera = 1;
 int AitXU_XuCmd(AitDevHandle* ait_handle, unsigned char* cmd, uint16_t cs, uint8_t len,
                 int direction);
 
-/// The same for a command, and for the answer to the last command of the block's group, which is
-/// read into the block.
+/// The same for a command; for the answer to the last command of the block's group, which is read
+/// into the block; and for both, where a failed command ends it.
 int AitXU_SendBlock(AitDevHandle* ait_handle, xu::Block block);
 int AitXU_ReadAnswer(AitDevHandle* ait_handle, xu::Block& block);
+int AitXU_Query(AitDevHandle* ait_handle, xu::Block& block);
 
 /// Reads the six version bytes. A camera that answers with an error status leaves `fwVer` untouched
 /// and the result is still 0: callers clear `fwVer` first.

@@ -85,11 +85,7 @@ int AitXU_GetVideoOption(AitDevHandle* handle, unsigned int* options) {
         return -1;
     }
     xu::Block block(xu::kReadVideoOption);
-    int result = AitXU_SendBlock(handle, block);
-    if (result < 0) {
-        return result;
-    }
-    result = AitXU_ReadAnswer(handle, block);
+    const int result = AitXU_Query(handle, block);
     if (result < 0) {
         return result;
     }
