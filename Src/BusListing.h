@@ -18,11 +18,15 @@ bool IsProcDeviceChanged();
 /// pattern or `size` is below 1.
 bool GetCamString(char* dest, char* source, const char* pattern, int size);
 
-/// Product ID of the first camera in the listing; 0 when there is none or nothing has changed.
-int t_SearchAITUsbCamera();
-
 /// Number of changed listings that the process has read so far.
 unsigned int ListingsSeen();
-/// The same search for one of several loaders: a listing that another one has read since `*seen`
-/// counts as changed. `*seen` follows.
+
+/// Product ID of the first camera in the listing; 0 when there is none or nothing has changed. For
+/// one of several loaders: a listing that another one has read since `*seen` counts as changed.
+/// `*seen` follows.
 int t_SearchAITUsbCamera(unsigned int* seen);
+
+// --- not called by the plug-in -------------------------------------------------------------------
+
+/// The same search for one that is alone in the process.
+int t_SearchAITUsbCamera();
