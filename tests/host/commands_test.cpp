@@ -9,7 +9,7 @@
 #include "tests/host/subprocess.h"
 #include "tests/host/temporary_folder.h"
 
-namespace camhost_test {
+namespace camhost::test {
 namespace {
 
 using testing::HasSubstr;
@@ -203,7 +203,7 @@ TEST_F(Camhost, WrongSelectorOfTheTelevisionIsRefused) {
 
 TEST_F(Camhost, TourVisitsEveryCombination) {
     const ProcessResult result =
-        record({"--tour", "--duration", "250ms", "--jpeg-every", "100ms", "--json", report_path()});
+        record({"--tour", "--duration", "500ms", "--jpeg-every", "100ms", "--json", report_path()});
     EXPECT_EQ(result.code, kOk) << result.out << result.err;
     for (const char* name : {"h264-yuyv", "h264-gray", "gray", "h264-h264-gray", "h264-nv21",
                              "h264-gray-si", "h264-h264", "h264-mjpeg"}) {
@@ -458,4 +458,4 @@ TEST_F(Camhost, CheckFailsOddPictures) {
 }
 
 }  // namespace
-}  // namespace camhost_test
+}  // namespace camhost::test

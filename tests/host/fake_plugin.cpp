@@ -8,7 +8,7 @@
 //   no-frames       recording starts and delivers nothing
 //   start-fails     StartRecording answers false
 //   lost            the camera goes away 300 ms after the start of recording
-//   lost-later      the camera goes away with the 15th frame of all recordings
+//   lost-later      the camera goes away with the 6th frame of the second recording
 //   waits           the first property or capability that is asked for waits for a line on standard
 //                   input, and until no interrupt is pending any more
 //   call-mode       key frames come as SPS, PPS and IDR
@@ -188,13 +188,14 @@ class FakeCamera : public ICameraSubject {
     void deliver() {
         std::unique_lock lock(stop_mutex_);
         const auto begin = std::chrono::steady_clock::now();
+        ++recordings_;
         for (int frame = 0; !stop_; ++frame) {
             lock.unlock();
             if (!behaves("no-frames")) {
                 deliver_frame(frame);
             }
-            ++frames_;
-            if ((behaves("lost") && frame == 9) || (behaves("lost-later") && frames_ == 15)) {
+            if ((behaves("lost") && frame == 9) ||
+                (behaves("lost-later") && recordings_ == 2 && frame == 5)) {
                 SetState(CAM_STATE_DISCONNECTED);
                 callback_(false);
                 return;
@@ -251,7 +252,7 @@ class FakeCamera : public ICameraSubject {
     std::condition_variable stopped_;
     bool stop_ = false;
     bool waited_ = false;
-    std::atomic<int> frames_{0};  ///< of all recordings
+    std::atomic<int> recordings_{0};
     std::atomic<bool> jpeg_triggered_{false};
 };
 
