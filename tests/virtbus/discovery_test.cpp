@@ -8,7 +8,7 @@
 
 #include "tests/virtbus/bus_fixture.h"
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 namespace {
 
 using Discovery = BusFixture;
@@ -197,6 +197,21 @@ TEST_F(Discovery, MissingFolderSwitchesTheListingOff) {
     EXPECT_EQ(virtcam::bus::status_json()["bus"]["listing"]["state"], "off");
 }
 
+TEST_F(Discovery, ListingThatCannotBeWrittenIsSaidOnceAndInTheStatus) {
+    const std::string folder = listing_path() + ".folder";  // no file can take its place
+    std::filesystem::create_directory(folder);
+    testing::internal::CaptureStderr();
+    restart({{"bus", {{"listing", folder}}}});
+    virtcam::bus::unplug();
+    virtcam::bus::plug();
+    const std::string reason = "cannot be written: Is a directory";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "virtbus: the listing \"" + folder + "\" " + reason + "\n");
+    EXPECT_EQ(virtcam::bus::status_json()["bus"]["listing"]["state"], reason);
+    std::filesystem::remove(folder);
+    std::filesystem::remove(folder + ".new");
+}
+
 TEST_F(Discovery, MalformedConfigurationChangesNothing) {
     virtcam::bus::unplug();
     EXPECT_THROW(virtcam::bus::reset({{"bus", {{"lusting", ""}}}}), std::invalid_argument);
@@ -213,4 +228,4 @@ TEST_F(Discovery, VersionIsThatOfTheLibraryItStandsFor) {
 }
 
 }  // namespace
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test

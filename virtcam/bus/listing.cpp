@@ -176,10 +176,18 @@ void Listing::write(const std::vector<std::shared_ptr<const DeviceInfo>>& device
     file << text;
     file.close();
     if (!file || std::rename(temporary.c_str(), path_.c_str()) != 0) {
-        state_ = std::string("cannot be written: ") + std::strerror(errno);
+        fail(std::strerror(errno));
         return;
     }
     state_ = "kept";
+}
+
+void Listing::fail(const char* reason) {
+    std::string state = std::string("cannot be written: ") + reason;
+    if (state != state_) {
+        std::fprintf(stderr, "virtbus: the listing \"%s\" %s\n", path_.c_str(), state.c_str());
+    }
+    state_ = std::move(state);
 }
 
 }  // namespace virtcam::bus

@@ -31,6 +31,9 @@ class Listing {
     const std::string& state() const { return state_; }
 
   private:
+    /// Says on the error output why the file could not be written, once per reason.
+    void fail(const char* reason);
+
     std::string path_;
     std::string state_ = "off";
     unsigned generation_ = 0;
