@@ -58,6 +58,17 @@ class CheckIncludes(unittest.TestCase):
                 self.assert_refused(file, line)
                 shutil.copy(ROOT / file, self.tree / file)
 
+    def test_each_floor_of_the_host_program_looks_down(self):
+        for file, line in (
+                ("host/base/exit_code.h", '#include "host/streams/stream_kind.h"'),
+                ("host/pictures/picture.h", '#include "host/writers/media_writer.h"'),
+                ("host/session/controls.h", '#include "host/recording/report.h"'),
+                ("host/recording/report.h", '#include "host/commands/commands.h"')):
+            with self.subTest(file=file, line=line):
+                self.assertTrue((self.tree / file).exists())
+                self.assert_refused(file, line)
+                shutil.copy(ROOT / file, self.tree / file)
+
     def test_a_roof_is_not_for_its_own_folder(self):
         self.assert_refused("virtcam/model/presence.h", '#include "virtcam/model/camera.h"')
 
