@@ -27,7 +27,7 @@ void check_replies(virtcam::usbip::ByteView wire) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static line_test::LoneCamera camera(line_test::LoneCamera::run_time());
+    static virtcam::line::test::LoneCamera camera(virtcam::line::test::LoneCamera::run_time());
     camera.set_paced(false);
     virtcam::usbip::UrbStream stream(camera);
     virtcam::usbip::PduReader reader;

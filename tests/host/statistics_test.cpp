@@ -6,7 +6,7 @@
 
 #include "host/streams/record_queue.h"
 
-namespace camhost {
+namespace camhost::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -190,4 +190,4 @@ TEST(RecordQueue, TwoProducersLoseNothing) {
 }
 
 }  // namespace
-}  // namespace camhost
+}  // namespace camhost::test

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-namespace camhost_test {
+namespace camhost::test {
 
 namespace {
 
@@ -145,4 +145,4 @@ ProcessResult run_process(const std::vector<std::string>& command,
     return result;
 }
 
-}  // namespace camhost_test
+}  // namespace camhost::test

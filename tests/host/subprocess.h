@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace camhost_test {
+namespace camhost::test {
 
 struct ProcessResult {
     int code = -1;  ///< exit status; 128 + N when signal N ended it
@@ -28,4 +28,4 @@ ProcessResult run_process(const std::vector<std::string>& command,
                           const std::vector<std::string>& environment = {},
                           const std::vector<Interaction>& interactions = {}, bool terminal = false);
 
-}  // namespace camhost_test
+}  // namespace camhost::test

@@ -7,7 +7,7 @@
 
 #include "host/base/temporary_folder.h"
 
-namespace camhost_test {
+namespace camhost::test {
 
 class TemporaryFolder : public camhost::TemporaryFolder {
   public:
@@ -19,4 +19,4 @@ class TemporaryFolder : public camhost::TemporaryFolder {
     }
 };
 
-}  // namespace camhost_test
+}  // namespace camhost::test

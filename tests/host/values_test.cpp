@@ -12,7 +12,7 @@
 #include "host/properties/property_catalog.h"
 #include "host/streams/stream.h"
 
-namespace camhost {
+namespace camhost::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -227,4 +227,4 @@ TEST(VirtualCamera, TakesPresetsAndJson) {
 }
 
 }  // namespace
-}  // namespace camhost
+}  // namespace camhost::test

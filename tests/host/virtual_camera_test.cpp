@@ -12,7 +12,7 @@
 #include "tests/host/subprocess.h"
 #include "tests/host/temporary_folder.h"
 
-namespace camhost_test {
+namespace camhost::test {
 namespace {
 
 using testing::HasSubstr;
@@ -133,4 +133,4 @@ TEST_F(VirtualCamera, TraceShowsAChangeWhileRecordingAtItsTime) {
 }
 
 }  // namespace
-}  // namespace camhost_test
+}  // namespace camhost::test

@@ -22,10 +22,9 @@
 #include "tests/host/fake_content.h"
 #include "tests/host/temporary_folder.h"
 
-namespace camhost {
+namespace camhost::test {
 namespace {
 
-using camhost_test::TemporaryFolder;
 using std::chrono::milliseconds;
 
 Record record(Stream stream, std::vector<uint8_t> data, int at_ms = 0) {
@@ -330,4 +329,4 @@ TEST(OutputFile, TellsAFullDisc) {
 }
 
 }  // namespace
-}  // namespace camhost
+}  // namespace camhost::test

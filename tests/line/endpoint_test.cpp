@@ -9,15 +9,12 @@
 #include "tests/line/lone_camera.h"
 #include "virtcam/line/fault_effect.h"
 
-namespace line_test {
+namespace virtcam::line::test {
 namespace {
 
 using std::chrono::milliseconds;
 using virtcam::faults::Status;
 using virtcam::faults::TransferKind;
-using virtcam::line::Ending;
-using virtcam::line::Endpoint;
-using virtcam::line::Request;
 using virtcam::model::Bytes;
 using virtcam::model::TimePoint;
 
@@ -233,4 +230,4 @@ TEST(FaultEffect, NothingIsRepliedToTheSender) {
 }
 
 }  // namespace
-}  // namespace line_test
+}  // namespace virtcam::line::test

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace line_test {
+namespace virtcam::line::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -253,4 +253,4 @@ const std::vector<FaultCase>& fault_cases() {
     return kCases;
 }
 
-}  // namespace line_test
+}  // namespace virtcam::line::test

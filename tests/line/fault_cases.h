@@ -14,7 +14,7 @@
 
 #include "virtcam/faults/action.h"
 
-namespace line_test {
+namespace virtcam::line::test {
 
 using virtcam::faults::Status;
 using Bytes = std::vector<uint8_t>;
@@ -77,4 +77,4 @@ inline std::ostream& operator<<(std::ostream& stream, const FaultCase& fault) {
 
 const std::vector<FaultCase>& fault_cases();
 
-}  // namespace line_test
+}  // namespace virtcam::line::test

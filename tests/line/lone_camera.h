@@ -3,7 +3,7 @@
 
 #include "virtcam/line/device.h"
 
-namespace line_test {
+namespace virtcam::line::test {
 
 class LoneCamera : public virtcam::line::Device {
   public:
@@ -30,4 +30,4 @@ class LoneCamera : public virtcam::line::Device {
     bool paced_ = true;
 };
 
-}  // namespace line_test
+}  // namespace virtcam::line::test

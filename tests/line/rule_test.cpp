@@ -11,7 +11,7 @@
 #include "virtcam/faults/member.h"
 #include "virtcam/faults/rule.h"
 
-namespace line_test {
+namespace virtcam::line::test {
 namespace {
 
 using nlohmann::json;
@@ -186,4 +186,4 @@ TEST(RuleMembers, WordsStandForThemselves) {
 }
 
 }  // namespace
-}  // namespace line_test
+}  // namespace virtcam::line::test

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace recording_check {
+namespace recording_check::test {
 namespace {
 
 using testing::ElementsAre;
@@ -69,4 +69,4 @@ TEST(CounterRun, ListOfFaultsIsBounded) {
 }
 
 }  // namespace
-}  // namespace recording_check
+}  // namespace recording_check::test

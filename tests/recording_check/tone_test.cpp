@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-namespace recording_check {
+namespace recording_check::test {
 namespace {
 
 constexpr unsigned kRate = 16000;
@@ -58,4 +58,4 @@ TEST(Tone, SilenceAndTooLittleHaveNone) {
 }
 
 }  // namespace
-}  // namespace recording_check
+}  // namespace recording_check::test

@@ -11,7 +11,7 @@
 #include "tests/system/system_test.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 using std::chrono::seconds;
@@ -136,4 +136,4 @@ TEST_F(Endurance, CostOfAFrameBesideTheKernelsDriver) {
 }
 
 }  // namespace
-}  // namespace systemtest
+}  // namespace system_test

@@ -9,7 +9,7 @@
 #include "tests/system/system_test.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 using nlohmann::json;
@@ -244,4 +244,4 @@ TEST_F(Faults, ServerThatHangsAndThenCloses) {
 }
 
 }  // namespace
-}  // namespace systemtest
+}  // namespace system_test

@@ -4,7 +4,7 @@
 #include "tests/system/system_test.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 using std::chrono::seconds;
@@ -38,4 +38,4 @@ TEST_F(KernelDrivers, AreDetachedAndCanBeBoundAgain) {
 }
 
 }  // namespace
-}  // namespace systemtest
+}  // namespace system_test

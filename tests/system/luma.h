@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-namespace systemtest {
+namespace system_test {
 
 inline constexpr size_t kYuyvBytes = 640 * 480 * 2;
 
@@ -17,4 +17,4 @@ inline double mean_luma(std::span<const uint8_t> yuyv) {
     return yuyv.empty() ? 0 : static_cast<double>(sum) / static_cast<double>(yuyv.size() / 2);
 }
 
-}  // namespace systemtest
+}  // namespace system_test

@@ -6,7 +6,7 @@
 #include "host/session/init_report.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 
 using std::chrono::milliseconds;
 
@@ -99,4 +99,4 @@ bool PluginCamera::streams() {
     return wait_for_records(CAM_STREAM_H264_MAIN, 10) && wait_for_records(CAM_STREAM_PCM, 5);
 }
 
-}  // namespace systemtest
+}  // namespace system_test

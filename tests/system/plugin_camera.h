@@ -12,7 +12,7 @@
 #include "host/base/wake_event.h"
 #include "host/session/plugin.h"
 
-namespace systemtest {
+namespace system_test {
 
 /// Counts the records of one stream and keeps the newest. Thread-safe.
 class CountingObserver : public ICameraObserver {
@@ -70,4 +70,4 @@ class PluginCamera {
     std::vector<std::unique_ptr<CountingObserver>> observers_;
 };
 
-}  // namespace systemtest
+}  // namespace system_test

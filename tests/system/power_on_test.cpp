@@ -5,7 +5,7 @@
 #include "tests/system/system_test.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 constexpr int kRecordSeconds = 120;  // most of it is the firmware's way down
@@ -52,4 +52,4 @@ TEST_F(PowerOn, OlderBootCodeLoadsThroughTheExtensionUnitAndRecords) {
 }
 
 }  // namespace
-}  // namespace systemtest
+}  // namespace system_test

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -50,4 +50,4 @@ size_t handles_left_open() {
     return count_in(text, kLeftOpen);
 }
 
-}  // namespace systemtest
+}  // namespace system_test

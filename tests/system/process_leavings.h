@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-namespace systemtest {
+namespace system_test {
 
 /// Threads of this process.
 size_t thread_count();
@@ -17,4 +17,4 @@ size_t open_usb_devices();
 /// Throws std::runtime_error when it is none.
 size_t handles_left_open();
 
-}  // namespace systemtest
+}  // namespace system_test

@@ -13,7 +13,7 @@
 
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 double children_cpu_seconds() {
@@ -85,4 +85,4 @@ std::string results_folder() {
     return folder == nullptr ? "/tmp" : folder;
 }
 
-}  // namespace systemtest
+}  // namespace system_test

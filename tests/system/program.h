@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace systemtest {
+namespace system_test {
 
 struct ProgramResult {
     int exit_code = -1;      ///< 128 + N when signal N ended it
@@ -40,4 +40,4 @@ class BackgroundProgram {
 /// Folder that is brought back to the machine which started the guest.
 std::string results_folder();
 
-}  // namespace systemtest
+}  // namespace system_test

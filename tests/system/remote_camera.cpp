@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 sockaddr_in server_address() {
@@ -83,4 +83,4 @@ size_t RemoteCamera::count_vendor_requests(uint8_t request) {
     return count;
 }
 
-}  // namespace systemtest
+}  // namespace system_test

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace systemtest {
+namespace system_test {
 
 /// Sends commands to `virtcam serve --commands`; where it listens stands in the environment
 /// variable VIRTCAM_COMMANDS (ADDRESS:PORT, numeric). One connection, one thread.
@@ -34,4 +34,4 @@ class RemoteCamera {
     int socket_;
 };
 
-}  // namespace systemtest
+}  // namespace system_test

@@ -5,7 +5,7 @@
 #include "tests/system/program.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 
 using std::chrono::seconds;
 
@@ -38,4 +38,4 @@ void SystemTest::report(const std::string& line) {
     file << line << '\n';
 }
 
-}  // namespace systemtest
+}  // namespace system_test

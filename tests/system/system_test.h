@@ -7,7 +7,7 @@
 
 #include "tests/system/remote_camera.h"
 
-namespace systemtest {
+namespace system_test {
 
 class SystemTest : public ::testing::Test {
   protected:
@@ -30,4 +30,4 @@ class SystemTest : public ::testing::Test {
     RemoteCamera remote_;
 };
 
-}  // namespace systemtest
+}  // namespace system_test

@@ -8,7 +8,7 @@
 #include "tests/system/system_test.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 using nlohmann::json;
@@ -198,4 +198,4 @@ TEST_F(Unplug, WhileInAControlTransfer) {
 }
 
 }  // namespace
-}  // namespace systemtest
+}  // namespace system_test

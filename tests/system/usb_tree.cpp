@@ -4,7 +4,7 @@
 #include <fstream>
 #include <thread>
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -73,4 +73,4 @@ std::string video_node() {
     return "";
 }
 
-}  // namespace systemtest
+}  // namespace system_test

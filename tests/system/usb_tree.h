@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-namespace systemtest {
+namespace system_test {
 
 inline constexpr int kProductBootCode = 0x2065;
 inline constexpr int kProductRunTime = 0x2066;
@@ -28,4 +28,4 @@ bool kernel_uses_camera();
 /// Path of the video node that delivers pictures; empty: none.
 std::string video_node();
 
-}  // namespace systemtest
+}  // namespace system_test

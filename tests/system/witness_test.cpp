@@ -21,7 +21,7 @@
 #include "tests/system/system_test.h"
 #include "tests/system/usb_tree.h"
 
-namespace systemtest {
+namespace system_test {
 namespace {
 
 using std::chrono::seconds;
@@ -295,4 +295,4 @@ TEST_F(Controls, GiveTheSamePictureThroughV4l2AsThroughThePlugin) {
 }
 
 }  // namespace
-}  // namespace systemtest
+}  // namespace system_test

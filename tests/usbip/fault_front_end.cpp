@@ -9,16 +9,16 @@
 #include "tests/usbip/wire.h"
 #include "virtcam/usbip/urb_stream.h"
 
-namespace line_test {
+namespace virtcam::line::test {
 namespace {
 
 using std::chrono::milliseconds;
-using usbip_test::Reply;
 using virtcam::model::Clock;
 using virtcam::model::Setup;
 using virtcam::model::TimePoint;
 using virtcam::usbip::Submit;
 using virtcam::usbip::UrbStream;
+using virtcam::usbip::test::Reply;
 
 virtcam::model::CameraConfig config(bool boot_code) {
     virtcam::model::CameraConfig config;
@@ -124,7 +124,7 @@ class Kernel : public FrontEnd {
         Seen seen;
         seen.answered = !wire.empty();
         if (seen.answered) {
-            seen = read(usbip_test::take_reply(wire, to_host), to_host);
+            seen = read(virtcam::usbip::test::take_reply(wire, to_host), to_host);
         } else {
             stream_.unlink({++seqnum_, seqnum_ - 1}, wire);
         }
@@ -153,7 +153,7 @@ class Kernel : public FrontEnd {
         seen.status = status_for(reply.status);
         if (reply.packets != 0) {
             size_t at = 0;
-            for (const usbip_test::IsoReply& packet : reply.iso) {
+            for (const virtcam::usbip::test::IsoReply& packet : reply.iso) {
                 const auto data = reply.data.begin() + static_cast<std::ptrdiff_t>(at);
                 seen.packets.push_back({status_for(packet.status), {data, data + packet.actual}});
                 at += packet.actual;
@@ -180,4 +180,4 @@ std::unique_ptr<FrontEnd> make_front_end(bool boot_code) {
     return std::make_unique<Kernel>(boot_code);
 }
 
-}  // namespace line_test
+}  // namespace virtcam::line::test

@@ -8,7 +8,7 @@
 
 #include "virtcam/usbip/pdu_reader.h"
 
-namespace usbip_test {
+namespace virtcam::usbip::test {
 namespace {
 
 using namespace virtcam::usbip;
@@ -110,4 +110,4 @@ TEST(Handshake, RefusalHasNoRecord) {
 }
 
 }  // namespace
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

@@ -7,13 +7,8 @@
 
 #include "tests/usbip/wire.h"
 
-namespace usbip_test {
+namespace virtcam::usbip::test {
 namespace {
-
-using virtcam::usbip::PduReader;
-using virtcam::usbip::ProtocolError;
-using virtcam::usbip::Submit;
-using virtcam::usbip::Unlink;
 
 TEST(PduReader, ReadsAControlRequestCutIntoSingleBytes) {
     const Bytes wire = control_submit(7, {0x21, 1, 0x0100, 1, 3}, Bytes{1, 2, 3});
@@ -112,4 +107,4 @@ TEST(PduReader, RefusesPacketsOutsideTheBuffer) {
 }
 
 }  // namespace
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

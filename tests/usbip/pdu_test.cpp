@@ -8,14 +8,8 @@
 
 #include "tests/usbip/wire.h"
 
-namespace usbip_test {
+namespace virtcam::usbip::test {
 namespace {
-
-using virtcam::usbip::append_reply;
-using virtcam::usbip::IsoPacket;
-using virtcam::usbip::Result;
-using virtcam::usbip::Submit;
-using virtcam::usbip::Unlink;
 
 TEST(UsbipReply, BulkInByteByByte) {
     Submit submit;
@@ -117,4 +111,4 @@ TEST(UsbipReply, OverlappingPacketsCannotOverflowTheHostsBuffer) {
 }
 
 }  // namespace
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

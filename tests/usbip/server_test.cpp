@@ -15,7 +15,7 @@
 #include "tests/usbip/wire.h"
 #include "virtcam/usbip/handshake.h"
 
-namespace usbip_test {
+namespace virtcam::usbip::test {
 namespace {
 
 using namespace virtcam::usbip;
@@ -131,7 +131,7 @@ class ServerTest : public ::testing::Test {
 };
 
 TEST_F(ServerTest, NamesAnEncoderThatCannotBeUsed) {
-    test::encoder_is_broken = true;
+    ::test::encoder_is_broken = true;
     testing::internal::CaptureStderr();
     const auto client = import();
     start_video(*client, kMultiplexed);
@@ -140,7 +140,7 @@ TEST_F(ServerTest, NamesAnEncoderThatCannotBeUsed) {
         std::this_thread::yield();
     }
     bench_.camera().advance(virtcam::model::Clock::now());  // returns when the line is printed
-    test::encoder_is_broken = false;
+    ::test::encoder_is_broken = false;
     EXPECT_THAT(
         testing::internal::GetCapturedStderr(),
         testing::HasSubstr("virtcam: the camera cannot make pictures: H.264 encoder (Open"));
@@ -313,4 +313,4 @@ TEST_F(ServerTest, HostThatDoesNotReadCannotStopTheServer) {
 }
 
 }  // namespace
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

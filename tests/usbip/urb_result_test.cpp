@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-namespace usbip_test {
+namespace virtcam::usbip::test {
 namespace {
 
 using virtcam::faults::Status;
@@ -62,4 +62,4 @@ TEST(UrbResult, PacketsHaveRoomAndStatusOfTheirOwn) {
 }
 
 }  // namespace
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

@@ -10,17 +10,12 @@
 #include "tests/usbip/wire.h"
 #include "virtcam/usbip/pdu_reader.h"
 
-namespace usbip_test {
+namespace virtcam::usbip::test {
 namespace {
 
 using std::chrono::milliseconds;
 using virtcam::model::Clock;
 using virtcam::model::TimePoint;
-using virtcam::usbip::PduReader;
-using virtcam::usbip::ProtocolError;
-using virtcam::usbip::Submit;
-using virtcam::usbip::Unlink;
-using virtcam::usbip::UrbStream;
 
 class UrbStreamTest : public ::testing::Test {
   protected:
@@ -40,7 +35,7 @@ class UrbStreamTest : public ::testing::Test {
         EXPECT_EQ(take_reply(wire_, setup.device_to_host()).status, 0);
     }
 
-    line_test::LoneCamera device_{line_test::LoneCamera::run_time()};
+    virtcam::line::test::LoneCamera device_{virtcam::line::test::LoneCamera::run_time()};
     Bytes wire_;
     TimePoint start_ = Clock::now();
     UrbStream stream_{device_};
@@ -241,4 +236,4 @@ TEST_F(UrbStreamTest, WaitingAnswersDoNotKeepTheLoopAwakeWhenTheHostDoesNotRead)
 }
 
 }  // namespace
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

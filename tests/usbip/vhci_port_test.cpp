@@ -7,7 +7,7 @@
 #include <fstream>
 #include <system_error>
 
-namespace usbip_test {
+namespace virtcam::usbip::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -45,4 +45,4 @@ TEST_F(VhciPortTest, WithoutTheModuleItSaysSo) {
 }
 
 }  // namespace
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

@@ -2,10 +2,7 @@
 
 #include <stdexcept>
 
-namespace usbip_test {
-
-using virtcam::usbip::append_be32;
-using virtcam::usbip::load_be32;
+namespace virtcam::usbip::test {
 
 Bytes SubmitHeader::bytes() const {
     Bytes wire;
@@ -92,4 +89,4 @@ Reply take_reply(Bytes& wire, bool data_in) {
     return reply;
 }
 
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

@@ -7,10 +7,7 @@
 #include "virtcam/model/camera.h"
 #include "virtcam/usbip/big_endian.h"
 
-namespace usbip_test {
-
-using virtcam::usbip::Bytes;
-using virtcam::usbip::ByteView;
+namespace virtcam::usbip::test {
 
 /// Header of CMD_SUBMIT; tests change what they want to be wrong.
 struct SubmitHeader {
@@ -56,4 +53,4 @@ inline constexpr virtcam::model::Setup kGetDeviceDescriptor{0x80, 6, 0x0100, 0, 
 inline constexpr virtcam::model::Setup kSetConfiguration{0x00, 9, 1, 0, 0};
 inline constexpr virtcam::model::Setup kSoundOn{0x01, 11, 1, 3, 0};
 
-}  // namespace usbip_test
+}  // namespace virtcam::usbip::test

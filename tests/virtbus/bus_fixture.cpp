@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 namespace {
 
 constexpr int kInterfaces = 4;
@@ -184,4 +184,4 @@ void OpenFixture::start_video() {
     ASSERT_EQ(libusb_control_transfer(handle_, 0x21, 0x01, 0x0200, 1, probe.data(), 26, 1000), 26);
 }
 
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test

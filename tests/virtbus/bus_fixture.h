@@ -19,7 +19,7 @@
 
 #include "virtcam/bus/control.h"
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 
 using namespace std::chrono_literals;
 
@@ -120,4 +120,4 @@ class OpenFixture : public BusFixture {
     libusb_device_handle* handle_ = nullptr;
 };
 
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test

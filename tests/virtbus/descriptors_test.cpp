@@ -5,7 +5,7 @@
 
 #include <random>
 
-namespace virtcam::bus {
+namespace virtcam::bus::test {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
@@ -129,4 +129,4 @@ TEST(Descriptors, DeviceDescriptorLengthIsChecked) {
 }
 
 }  // namespace
-}  // namespace virtcam::bus
+}  // namespace virtcam::bus::test

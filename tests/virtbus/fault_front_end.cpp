@@ -6,11 +6,11 @@
 #include "tests/line/fault_cases.h"
 #include "tests/virtbus/bus_fixture.h"
 
-namespace line_test {
+namespace virtcam::line::test {
 namespace {
 
 using std::chrono::milliseconds;
-using virtbus_test::Transfer;
+using virtcam::bus::test::Transfer;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kDownloadInterface = 2;
@@ -35,8 +35,8 @@ class ProgramOfLibusb : public FrontEnd {
         virtcam::bus::reset(configuration(boot_code));
         require(libusb_init(&context_) == 0, "no context");
         handle_ = libusb_open_device_with_vid_pid(
-            context_, virtbus_test::kVendor,
-            boot_code ? virtbus_test::kBootProduct : virtbus_test::kRunProduct);
+            context_, virtcam::bus::test::kVendor,
+            boot_code ? virtcam::bus::test::kBootProduct : virtcam::bus::test::kRunProduct);
         require(handle_ != nullptr, "no camera");
         claimed_ = boot_code ? std::vector{kDownloadInterface} : std::vector{0, 1, 2, 3};
         for (const int interface : claimed_) {
@@ -166,4 +166,4 @@ std::unique_ptr<FrontEnd> make_front_end(bool boot_code) {
     return std::make_unique<ProgramOfLibusb>(boot_code);
 }
 
-}  // namespace line_test
+}  // namespace virtcam::line::test

@@ -1,7 +1,7 @@
 // Scripted failures of calls, requests and transfers, and scripted changes of presence.
 #include "tests/virtbus/bus_fixture.h"
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 namespace {
 
 using nlohmann::json;
@@ -268,4 +268,4 @@ TEST_F(Faults, MalformedRulesNameTheirFault) {
 }
 
 }  // namespace
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test

@@ -1,7 +1,7 @@
 // Claims, alternate settings and kernel drivers.
 #include "tests/virtbus/bus_fixture.h"
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 namespace {
 
 class Interfaces : public BusFixture {
@@ -149,4 +149,4 @@ TEST_F(Interfaces, EverythingAnswersNoDeviceAfterUnplug) {
 }
 
 }  // namespace
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test

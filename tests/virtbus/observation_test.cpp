@@ -8,7 +8,7 @@
 
 #include "tests/virtbus/bus_fixture.h"
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 namespace {
 
 using nlohmann::json;
@@ -113,4 +113,4 @@ TEST_F(Program, MalformedConfigurationStopsItAtInit) {
 }
 
 }  // namespace
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test

@@ -1,7 +1,7 @@
 // Each misuse of the library earns its line.
 #include "tests/virtbus/bus_fixture.h"
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 namespace {
 
 class Strictness : public OpenFixture {
@@ -265,4 +265,4 @@ TEST_F(Strictness, ResetWithUnreportedContext) {
 }
 
 }  // namespace
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test

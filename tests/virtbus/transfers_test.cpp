@@ -5,10 +5,8 @@
 
 #include "tests/virtbus/bus_fixture.h"
 
-namespace virtbus_test {
+namespace virtcam::bus::test {
 namespace {
-
-using virtcam::bus::TransferStatus;
 
 class Transfers : public OpenFixture {
   protected:
@@ -398,4 +396,4 @@ TEST_F(OpenFixture, LateHostLosesNoPackets) {
 }
 
 }  // namespace
-}  // namespace virtbus_test
+}  // namespace virtcam::bus::test
