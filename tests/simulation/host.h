@@ -40,7 +40,7 @@ class Reader : public ICameraObserver {
 /// The television's framework with one camera object.
 class Host {
   public:
-    Host() : camera_(cam_create()) { answers().clear(); }
+    Host() : camera_(cam_create()) { forget(); }
     ~Host() { destroy(); }
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -50,7 +50,7 @@ class Host {
 
     /// Init, and its answer within `limit`; no answer is false.
     bool init(Time limit = std::chrono::minutes(2)) {
-        answers().clear();
+        forget();
         camera_->Init(hear, 0);
         return await_answer(limit) && answers().back();
     }
@@ -73,6 +73,10 @@ class Host {
     }
 
   private:
+    static void forget() {
+        answers().clear();
+        answered() = Signal();
+    }
     static Signal& answered() {
         static Signal signal;
         return signal;
