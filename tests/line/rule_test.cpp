@@ -111,6 +111,21 @@ const std::vector<Point>& points() {
     return kPoints;
 }
 
+/// The list of rules that the section on faults begins with.
+json documented_example() {
+    std::ifstream page(VIRTUAL_BUS_PAGE);
+    std::string line;
+    while (std::getline(page, line) && line != "## Faults") {
+    }
+    while (std::getline(page, line) && line != "```json") {
+    }
+    std::string text;
+    while (std::getline(page, line) && line != "```") {
+        text += line;
+    }
+    return json::parse(text);
+}
+
 /// What the parser says to it; empty: it takes it.
 std::string objection(const json& rule) {
     try {
@@ -118,6 +133,14 @@ std::string objection(const json& rule) {
         return "";
     } catch (const std::invalid_argument& error) {
         return error.what();
+    }
+}
+
+TEST(Rule, ExampleOfThePageIsTaken) {
+    const json rules = documented_example();
+    ASSERT_EQ(rules.size(), 3U);
+    for (const json& rule : rules) {
+        EXPECT_EQ(objection(rule), "") << rule;
     }
 }
 
