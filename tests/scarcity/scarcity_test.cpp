@@ -55,7 +55,8 @@ class Scarcity : public ::testing::TestWithParam<const char*> {
             "env VIRTBUS_CONFIG=" + folder_ + "/bus.json SCARCE_KIND=" + kind +
             " SCARCE_NTH=" + std::to_string(nth) + " SCARCE_REPORT=" + report +
             " LD_LIBRARY_PATH=" + Environment("VIRTUAL_BUS") +
-            " LD_PRELOAD=" + Environment("SCARCE") + ":" + Environment("SHORT_TIME") +
+            " LD_PRELOAD=" + Environment("SCARCE") + ":" + Environment("SHORT_TIME") + ":" +
+            Environment("LD_PRELOAD") +  // of the sandbox, where it has no mounts
             " timeout -s KILL 60 " + Environment("WHOLE_LIFE") + " " + Environment("PLUGIN") +
             " >" + folder_ + "/out 2>" + errors;
         const int result = system(command.c_str());
