@@ -224,6 +224,7 @@ Options parse_arguments(int argc, char** argv) {
         "Plays the television's camera framework: loads the camera plug-in, records its "
         "streams, sets and reads its properties.",
         "camhost");
+    app.set_version_flag("--version", "camhost " AITCAM_VERSION, "print the version");
     app.require_subcommand(1);
     app.footer(footer());
     const auto subcommands = add_subcommands(&app, &options, &typed);

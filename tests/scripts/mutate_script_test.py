@@ -41,7 +41,7 @@ class Mutate(unittest.TestCase):
             (self.root / name).parent.mkdir(exist_ok=True)
             (self.root / name).write_text(content)
         (self.root / "scripts").mkdir()
-        for name in ("mutate", "mutation_places.py"):
+        for name in ("project_version.py", "mutate", "mutation_places.py"):
             shutil.copy(SCRIPTS / name, self.root / "scripts")
         self.git("init", "-q")
         self.commit()

@@ -145,6 +145,7 @@ void add_serve(CLI::App& app, Options& options) {
 int run(int argc, char** argv) {
     Options options;
     CLI::App app("The virtual camera as a USB device of a real kernel.", "virtcam");
+    app.set_version_flag("--version", "virtcam " AITCAM_VERSION, "print the version");
     app.require_subcommand(1);
     add_serve(app, options);
     auto* attach_command =
