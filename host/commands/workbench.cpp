@@ -1,5 +1,7 @@
 #include "host/commands/workbench.h"
 
+#include <algorithm>
+
 #include "host/base/exit_code.h"
 #include "host/base/text.h"
 #include "host/commands/virtual_camera.h"
@@ -51,10 +53,10 @@ Session& Workbench::bring_up() {
     advise_on_bus_listing(console_);
     session_.emplace(*plugin_, wake_);
     const auto begin = Clock::now();
-    const Session::BringUp result = session_->bring_up(init_timeout_, controls());
+    const BringUp result = wait_for_report();
     console_.progress_done();
     controls().show_requests();
-    if (result != Session::BringUp::kUsable) {
+    if (result != BringUp::kUsable) {
         give_up(result);
     }
     console_.line(format(
@@ -65,16 +67,37 @@ Session& Workbench::bring_up() {
     return *session_;
 }
 
-void Workbench::give_up(Session::BringUp result) {
+/// Calls Init and waits for its report, telling on the console what it waits for.
+Workbench::BringUp Workbench::wait_for_report() {
+    const auto begin = Clock::now();
+    const auto deadline = begin + init_timeout_;
+    session_->begin();
+    while (!session_->reported()) {
+        if (interrupt_.requested()) {
+            return BringUp::kInterrupted;
+        }
+        const auto now = Clock::now();
+        if (now >= deadline) {
+            return BringUp::kTimedOut;
+        }
+        console_.waiting(
+            "waiting for the camera: the plug-in looks for it on the bus and loads its firmware",
+            std::chrono::duration<double>(now - begin).count());
+        wake_.wait_until(std::min(deadline, now + std::chrono::milliseconds(250)));
+    }
+    return session_->usable() ? BringUp::kUsable : BringUp::kNotUsable;
+}
+
+void Workbench::give_up(BringUp result) {
     const std::string state = words_for(session_->state());
     const std::string see = "; the plug-in's log is in " + log_.string();
     // Destroying the camera object may take as long as one step of the plug-in's search.
-    if (result == Session::BringUp::kInterrupted) {
+    if (result == BringUp::kInterrupted) {
         console_.line(
             "interrupted; waiting for the plug-in to end its search (Ctrl-C again leaves at once)");
         throw Failure(ExitCode::kInterrupted, "interrupted while waiting for the camera");
     }
-    if (result == Session::BringUp::kTimedOut) {
+    if (result == BringUp::kTimedOut) {
         throw Failure(ExitCode::kNoCamera,
                       format("the plug-in did not report within %g s; the camera is %s",
                              std::chrono::duration<double>(init_timeout_).count(), state.c_str()) +

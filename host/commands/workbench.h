@@ -34,7 +34,10 @@ class Workbench {
     const Plugin& plugin() const { return *plugin_; }
 
   private:
-    [[noreturn]] void give_up(Session::BringUp result);
+    enum class BringUp { kUsable, kNotUsable, kTimedOut, kInterrupted };
+
+    BringUp wait_for_report();
+    [[noreturn]] void give_up(BringUp result);
 
     WakeEvent wake_;
     InterruptWatcher interrupt_;

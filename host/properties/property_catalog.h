@@ -43,6 +43,7 @@ struct Property {
     const char* range;  ///< for people; "camera's" where the camera decides, with what the virtual
                         ///< camera takes
     const char* unit;
+    const char* about;  ///< what it is, for people who look for it
     bool slow = false;  ///< reading takes seconds, so `list` leaves it out
 };
 

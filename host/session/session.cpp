@@ -40,27 +40,18 @@ Session::~Session() {
     InitReport::instance().listen(nullptr);
 }
 
-Session::BringUp Session::bring_up(std::chrono::milliseconds limit, const Controls& controls) {
-    const auto begin = Clock::now();
-    const auto deadline = begin + limit;
+void Session::begin() {
     camera_->Init(&InitReport::on_init_done, 0);
-    while (InitReport::instance().answer().calls == 0) {
-        if (controls.interrupt.requested()) {
-            return BringUp::kInterrupted;
-        }
-        const auto now = Clock::now();
-        if (now >= deadline) {
-            return BringUp::kTimedOut;
-        }
-        controls.console.waiting(
-            "waiting for the camera: the plug-in looks for it on the bus and loads its firmware",
-            std::chrono::duration<double>(now - begin).count());
-        controls.wake.wait_until(std::min(deadline, now + std::chrono::milliseconds(250)));
+}
+
+bool Session::reported() {
+    const InitReport::Answer answer = InitReport::instance().answer();
+    if (answer.calls == 0) {
+        return false;
     }
-    controls.console.progress_done();
-    usable_ = InitReport::instance().answer().usable;
+    usable_ = answer.usable;
     by_signal_type_ = usable_ && camera_->GetCapability(CAM_CAPABILITY_SIGNAL_TYPE);
-    return usable_ ? BringUp::kUsable : BringUp::kNotUsable;
+    return true;
 }
 
 bool Session::lost() const {

@@ -1,12 +1,11 @@
 // One camera object from creation to destruction, driven as the framework drives it.
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <string>
 
+#include "host/base/wake_event.h"
 #include "host/properties/combination.h"
-#include "host/session/controls.h"
 #include "host/session/plugin.h"
 
 namespace camhost {
@@ -17,8 +16,6 @@ const char* words_for(CAM_STATE state);
 /// All calls on the controlling thread.
 class Session {
   public:
-    enum class BringUp { kUsable, kNotUsable, kTimedOut, kInterrupted };
-
     /// Creates the camera object; blocks for about a second. `plugin` and `wake` are borrowed.
     Session(const Plugin& plugin, WakeEvent& wake);
     /// Stops recording when it runs and destroys the camera object.
@@ -26,9 +23,13 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Calls Init and waits, at most `limit`, for its report, telling on the console what it waits
-    /// for. Then asks, as the framework does, whether the camera is driven by signal type.
-    BringUp bring_up(std::chrono::milliseconds limit, const Controls& controls);
+    /// Calls Init, whose report will wake `wake`.
+    void begin();
+    /// True once Init has reported. Then asks, as the framework does, whether the camera is driven
+    /// by signal type, if it is usable.
+    bool reported();
+    /// What Init reported; false before.
+    bool usable() const { return usable_; }
 
     /// True when the camera was usable and went away.
     bool lost() const;
