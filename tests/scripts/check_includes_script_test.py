@@ -8,7 +8,7 @@ import unittest
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-FOLDERS = ("Src", "Driver", "virtcam", "host")
+FOLDERS = ("Src", "Driver", "virtcam", "host", "gst")
 
 
 class CheckIncludes(unittest.TestCase):
@@ -40,6 +40,11 @@ class CheckIncludes(unittest.TestCase):
     def test_the_judge_shares_nothing_with_the_judged(self):
         self.assert_refused("virtcam/model/scene.cpp", '#include "Src/AitXu.h"')
         self.assert_refused("host/main.cpp", '#include "aitdbg.h"')
+        self.assert_refused("gst/channel.cpp", '#include "Src/AitXu.h"')
+
+    def test_the_element_takes_the_core_of_camhost_alone(self):
+        self.assert_refused("gst/channel.cpp", '#include "host/commands/options.h"')
+        self.assert_refused("gst/channel.h", '#include "virtcam/model/scene.h"')
 
     def test_the_driver_knows_no_camera(self):
         self.assert_refused("Driver/aitcamlib/aitcamlib/ptasking.h", '#include "AitXu.h"')
