@@ -51,6 +51,14 @@ class Sandbox(unittest.TestCase):
         self.assertEqual(run.returncode, 125)
         self.assertIn("/no/such/folder", run.stderr)
 
+    def test_road_of_the_environment_is_one_or_refused(self):
+        self.env["AITCAM_SANDBOX_ROAD"] = ""
+        self.assertEqual(self.run_in("true").returncode, 0)
+        self.env["AITCAM_SANDBOX_ROAD"] = "proot"
+        run = self.run_in("true")
+        self.assertEqual(run.returncode, 2)
+        self.assertIn("AITCAM_SANDBOX_ROAD: proot: one of auto, namespace, fakechroot", run.stderr)
+
     def test_nothing_is_left_behind(self):
         before = set(os.listdir("/"))
         self.assertEqual(self.run_in("sh", "-c", "touch /dtv/x /mtd_exe/y").returncode, 0)
