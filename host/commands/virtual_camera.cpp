@@ -67,8 +67,9 @@ std::filesystem::path bus_folder(const CommonOptions& options) {
         }
         return std::filesystem::canonical(options.virtual_bus);
     }
-    const auto library = find_near_program({std::filesystem::path("../virtcam/bus") / kLibrary,
-                                            std::filesystem::path("../lib/virtcam") / kLibrary});
+    const auto library =
+        find_near_program({std::filesystem::path("../virtcam/bus") / kLibrary,
+                           std::filesystem::path(AITCAM_LIBRARIES "/virtual-bus") / kLibrary});
     if (!library) {
         throw Failure(ExitCode::kUsage,
                       "the virtual bus is not built; name its folder with --virtual-bus");

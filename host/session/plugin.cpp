@@ -42,8 +42,8 @@ Plugin::~Plugin() {
 }
 
 std::optional<std::filesystem::path> Plugin::find_default() {
-    return find_near_program(
-        {"libaitorixcamera.so", "../Src/libaitorixcamera.so", "../lib/libaitorixcamera.so"});
+    return find_near_program({"libaitorixcamera.so", "../Src/libaitorixcamera.so",
+                              AITCAM_LIBRARIES "/libaitorixcamera.so"});
 }
 
 }  // namespace camhost

@@ -1,0 +1,60 @@
+# The Debian packages, by CPack: cmake --build build/package && cpack --preset package.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME aitorixcamera)
+set(CPACK_PACKAGE_VENDOR "")
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
+set(CPACK_PACKAGE_CONTACT "Camera plug-in maintainers <maintainers@users.noreply.github.com>"
+  CACHE STRING "Maintainer of the Debian packages")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_COMPONENTS_ALL plugin dev)
+if(AITCAM_DEVELOP)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(same_version "aitorixcamera (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME aitorixcamera)
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PLUGIN_DESCRIPTION "camera plug-in of a television
+The camera framework of a television loads this library. It finds the USB
+camera, loads its firmware, sets it, and delivers its streams: H.264, JPEG, raw
+pictures and sound.
+
+With it come the udev rule for the camera, and a service for kernels that do
+not provide /proc/bus/usb/devices any more; it is not enabled by itself.")
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME aitorixcamera-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS ${same_version})
+set(CPACK_DEBIAN_DEV_DESCRIPTION "interface of the television's camera plug-in
+What a host of the camera plug-in is built with: the interface's header, a
+pkg-config file, a CMake package, and an example.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME aitorixcamera-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_version}, python3")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "bubblewrap, fakechroot, bash-completion")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "host program and virtual camera for the camera plug-in
+camhost loads the camera plug-in as the framework of a television does, records
+its streams into files, and sets and reads its properties, with a camera or
+with a virtual one. virtcam serves that virtual camera to a kernel over USB/IP.")
+
+# --- what Debian wants in every package
+execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/debian-changelog
+    ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${CPACK_PACKAGE_CONTACT}
+    ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
+  COMMAND_ERROR_IS_FATAL ANY)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/CHANGELOG.md)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER ${component} upper)
+  set(documents ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz ${CMAKE_CURRENT_LIST_DIR}/copyright
+    DESTINATION ${documents} COMPONENT ${component})
+endforeach()
+include(CPack)
