@@ -14,6 +14,7 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 SCRIPT = Path(__file__).resolve().parents[2] / "scripts/run-tests"
+sys.path.insert(0, str(SCRIPT.parent))
 sys.dont_write_bytecode = True  # nothing beside the script
 LOADER = importlib.machinery.SourceFileLoader("run_tests", str(SCRIPT))
 run_tests = importlib.util.module_from_spec(
