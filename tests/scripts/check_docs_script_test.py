@@ -67,6 +67,19 @@ class CheckDocs(unittest.TestCase):
     def test_pages_that_fit_the_tree(self):
         self.expect()
 
+    def test_lines_of_the_log(self):
+        self.write("Src/Parser.cpp", 'AIT_LOG(1, "Frame %d of %s is\\r\\n");\nAIT_LOG(4,\n'
+                                     '    "found a usb device. "\n    "It is 0x%X.\\r\\n");\n')
+        self.write("docs/integration.md",
+                   "| | line of the log | cure |\n|---|---|---|\n"
+                   "| 1 | [1] `Frame 17 of main is` or `of main is` | `nothing like that` |\n"
+                   "| 2 | [4] `a usb device. It is 0x1F.` | |\n"
+                   "| 3 | [4] `Frame x of` and `It is 0xG` | |\n"
+                   "| 4 | `Frame` `Sound` | |\n\n| other |\n|---|\n| `Sound` |\n")
+        self.expect("docs/integration.md:5: nothing prints \"Frame x of\"",
+                    "docs/integration.md:5: nothing prints \"It is 0xG\"",
+                    "docs/integration.md:6: nothing prints \"Sound\"")
+
     def test_a_file_that_the_map_leaves_out(self):
         self.write("Src/Platform.cpp", "")
         self.expect("docs/architecture.md:6: Src/Platform.cpp is not in the map")
