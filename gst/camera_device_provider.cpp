@@ -24,8 +24,11 @@ constexpr std::chrono::seconds kLookInterval{1};
 /// camera without firmware is there, too: the element loads it.
 class Watcher {
   public:
-    explicit Watcher(GstDeviceProvider* provider)
-        : provider_(provider), thread_([this] { run(); }) {}
+    /// A camera that is there already has been told when this returns.
+    explicit Watcher(GstDeviceProvider* provider) : provider_(provider) {
+        look();
+        thread_ = std::thread([this] { run(); });
+    }
     ~Watcher() {
         {
             const std::lock_guard lock(mutex_);
@@ -39,7 +42,7 @@ class Watcher {
 
   private:
     void run();
-    void tell(bool present);
+    void look();
 
     GstDeviceProvider* const provider_;
     BusWatch bus_;
@@ -62,7 +65,8 @@ GstDevice* new_device() {
     return device;
 }
 
-void Watcher::tell(bool present) {
+void Watcher::look() {
+    const bool present = bus_.look() != BusWatch::Sight::kNothing;
     if (present == (device_ != nullptr)) {
         return;
     }
@@ -78,10 +82,10 @@ void Watcher::tell(bool present) {
 void Watcher::run() {
     std::unique_lock lock(mutex_);
     while (!quit_) {
-        lock.unlock();
-        tell(bus_.look() != BusWatch::Sight::kNothing);
-        lock.lock();
         changed_.wait_for(lock, kLookInterval, [this] { return quit_; });
+        lock.unlock();
+        look();
+        lock.lock();
     }
 }
 

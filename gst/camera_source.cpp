@@ -206,19 +206,24 @@ void CameraSource::play() {
     }
     router_.run(clock, gst_element_get_base_time(element_));
     gst_object_unref(clock);
-    {
-        const std::lock_guard lock(mutex_);
-        playing_ = true;
-    }
-    tell_wish();
+    set_playing(true);
 }
 
 void CameraSource::pause() {
+    router_.pause();
+    set_playing(false);
+}
+
+void CameraSource::set_playing(bool playing) {
     {
         const std::lock_guard lock(mutex_);
-        playing_ = false;
+        playing_ = playing;
+        for (const auto& pad : pads_) {
+            if (pad != nullptr) {
+                pad->channel()->queue().hold(!playing);
+            }
+        }
     }
-    router_.pause();
     tell_wish();
 }
 
@@ -256,6 +261,7 @@ GstPad* CameraSource::request_pad(GstPadTemplate* pad_template) {
     g_return_val_if_fail(stream.has_value(), nullptr);
     StreamPad* made = nullptr;
     bool active = false;
+    bool playing = false;
     {
         const std::lock_guard lock(mutex_);
         auto& place = pads_[static_cast<size_t>(*stream)];
@@ -266,9 +272,11 @@ GstPad* CameraSource::request_pad(GstPadTemplate* pad_template) {
         place = std::make_unique<StreamPad>(pad_template, *stream, host_);
         made = place.get();
         active = pads_active_;
+        playing = playing_;
     }
     if (active) {
         gst_pad_set_active(made->pad(), TRUE);
+        made->channel()->queue().hold(!playing);
     }
     gst_element_add_pad(element_, made->pad());
     router_.connect(made->channel());

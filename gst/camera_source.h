@@ -63,6 +63,7 @@ class CameraSource : public CameraListener {
 
   private:
     void tell_wish();
+    void set_playing(bool playing);
     void remember(const camhost::Assignment& assignment);
     CameraControl::Options control_options() const;
 

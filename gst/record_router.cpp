@@ -22,11 +22,6 @@ void RecordRouter::run(GstClock* clock, GstClockTime base_time) {
     base_time_ = base_time;
     picture_times_.reset();
     sound_times_.reset();
-    for (const auto& channel : channels_) {
-        if (channel != nullptr) {
-            channel->queue().break_off();  // what came in the pause is missing
-        }
-    }
 }
 
 void RecordRouter::pause() {

@@ -54,11 +54,15 @@ gboolean StreamPad::activate_mode(GstPad* pad, GstObject*, GstPadMode mode, gboo
     StreamPad& stream = self(pad);
     if (active == FALSE) {
         stream.channel_->queue().close();
+        const auto figures = stream.channel_->queue().figures();
+        GST_INFO_OBJECT(pad, "%" G_GUINT64_FORMAT " taken, %" G_GUINT64_FORMAT " dropped",
+                        figures.taken, figures.dropped);
         return gst_pad_stop_task(pad);
     }
     stream.begun_ = false;
     stream.caps_.reset();
     stream.channel_->open(stream.host_.queue_length());
+    stream.channel_->queue().hold(true);  // until the element plays
     return gst_pad_start_task(
         pad, [](gpointer data) { static_cast<StreamPad*>(data)->loop(); }, &stream, nullptr);
 }
@@ -79,6 +83,9 @@ void StreamPad::loop() {
     const GstFlowReturn flow = deliver(entry);
     if (flow == GST_FLOW_OK || flow == GST_FLOW_NOT_LINKED) {
         return;  // a pad that is not linked yet, or not any more, does no harm
+    }
+    if (!channel_->queue().flows()) {
+        return;  // the pipeline is being stopped, downstream first: what it answers means nothing
     }
     GST_DEBUG_OBJECT(pad_, "stopping: %s", gst_flow_get_name(flow));
     channel_->queue().close();

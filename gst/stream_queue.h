@@ -41,6 +41,21 @@ class StreamQueue {
         length_ = length;
         state_ = State::kOpen;
         broken_ = true;
+        held_ = false;
+    }
+
+    /// While held, nothing is handed out: a live source is silent when it is paused. What is queued
+    /// is forgotten.
+    void hold(bool held) {
+        {
+            const std::lock_guard lock(mutex_);
+            held_ = held;
+            if (held) {
+                entries_.clear();
+                broken_ = true;
+            }
+        }
+        changed_.notify_all();
     }
 
     /// Nothing is taken or handed out any more.
@@ -102,7 +117,8 @@ class StreamQueue {
     /// Waits for the oldest entry.
     Pop pop(Entry* entry) {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return state_ != State::kOpen || !entries_.empty(); });
+        changed_.wait(lock,
+                      [this] { return state_ != State::kOpen || (!held_ && !entries_.empty()); });
         if (state_ == State::kClosed) {
             return Pop::kClosed;
         }
@@ -112,6 +128,12 @@ class StreamQueue {
         *entry = std::move(entries_.front());
         entries_.pop_front();
         return Pop::kEntry;
+    }
+
+    /// True between open() and close() while it is not held.
+    bool flows() const {
+        const std::lock_guard lock(mutex_);
+        return state_ != State::kClosed && !held_;
     }
 
     Figures figures() const {
@@ -141,6 +163,7 @@ class StreamQueue {
     int64_t length_ = 0;
     State state_ = State::kClosed;
     bool broken_ = true;
+    bool held_ = false;
     Figures figures_;
 };
 

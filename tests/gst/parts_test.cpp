@@ -187,6 +187,24 @@ TEST(Queue, EndComesAfterWhatIsQueued) {
     EXPECT_EQ(queue.pop(&entry), Queue::Pop::kEnd);
 }
 
+TEST(Queue, HeldQueueForgetsWhatItHasAndGoesOnWithAMark) {
+    Queue queue(false);
+    queue.open(100 * kMs);
+    put(queue, 0, true, 1);
+    Queue::Entry entry;
+    queue.pop(&entry);
+    put(queue, 10, true, 2);
+    queue.hold(true);
+    std::thread later([&] {
+        queue.hold(false);
+        put(queue, 20, true, 3);
+    });
+    ASSERT_EQ(queue.pop(&entry), Queue::Pop::kEntry);
+    later.join();
+    EXPECT_EQ(entry.payload, 3);
+    EXPECT_TRUE(entry.discontinuity);
+}
+
 TEST(Queue, ClosingWakesWhoWaits) {
     Queue queue(false);
     queue.open(100 * kMs);
