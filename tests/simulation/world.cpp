@@ -384,6 +384,7 @@ int __wrap_gettimeofday(timeval* now, void* zone) {
     if (t_Self == nullptr) {
         return __real_gettimeofday(now, zone);
     }
+    g_State->now += std::chrono::microseconds(1);  // no two looks show the same, as on a machine
     const timespec time =
         sim::to_timespec(sim::kWallClockAtBegin + g_State->now + g_State->wall_step);
     *now = {time.tv_sec, time.tv_nsec / 1000};

@@ -5,7 +5,8 @@
 // Linked into an executable, it takes the place of sleeps, clocks, threads, mutexes and conditions
 // of everything that is linked statically (link wraps, see CMakeLists.txt). Threads that are no part
 // of a World (a fuzzer's, a sanitizer's) keep the real ones. std::thread and std::condition_variable
-// act inside libstdc++, out of reach: use Task and Signal.
+// act inside libstdc++, out of reach: use Task and Signal. A look at the wall clock (gettimeofday)
+// takes a microsecond.
 #pragma once
 
 #include <pthread.h>
