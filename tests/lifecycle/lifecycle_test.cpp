@@ -1,29 +1,15 @@
 // Start and stop, create and destroy, load and unload, many times: every round delivers frames, the
 // strict bus has nothing to say but what the plug-in does on purpose, and nothing is left behind.
-#include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 
+#include "tests/support/HostProgram.h"
+
 namespace {
 
-std::string Environment(const char* name) {
-    const char* value = getenv(name);
-    return value != nullptr ? value : "";
-}
-
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
+using test::Environment;
 
 size_t Count(const std::string& text, const std::string& piece) {
     size_t count = 0;
@@ -39,35 +25,26 @@ struct Rounds {
     int starts;
 };
 
-class Lifecycle : public ::testing::Test {
+class Lifecycle : public test::HostProgram {
   protected:
     /// Runs the host on the virtual bus; `shortened`: sleeps last a tenth.
     void Run(const Rounds& rounds, bool shortened) {
-        const std::string folder = "/tmp/lifecycle." + std::to_string(getpid());
-        ASSERT_EQ(system(("mkdir -p " + folder).c_str()), 0);
-        const std::string status = folder + "/status.json", errors = folder + "/errors";
-        std::ofstream(folder + "/bus.json")
-            << R"({"camera": {"identity": "boot-code", "departure_ms": 20, "reenumerate_ms": 40}})";
-        std::string preload;
-        if (shortened) {
-            // Behind them what a sandbox may have put there.
-            preload = "LD_PRELOAD=" + SanitizerFirst() + Environment("SHORT_TIME") + ":" +
-                      Environment("LD_PRELOAD") + " ";
-        }
-        const std::string command =
-            "exec env VIRTBUS_CONFIG=" + folder + "/bus.json VIRTBUS_STATUS=" + status +
-            " LD_LIBRARY_PATH=" + Environment("VIRTUAL_BUS") + " " + preload +
+        const std::string status = Folder() + "/status.json";
+        // Behind them what a sandbox may have put there.
+        const std::string preload = !shortened ? ""
+                                               : " LD_PRELOAD=" + SanitizerFirst() +
+                                                     Environment("SHORT_TIME") + ":" +
+                                                     Environment("LD_PRELOAD");
+        const Outcome outcome = RunOnBus(
+            R"({"camera": {"identity": "boot-code", "departure_ms": 20, "reenumerate_ms": 40}})",
+            "VIRTBUS_STATUS=" + status + preload,
             Environment("PLUGIN_HOST") + " " + Environment("PLUGIN") + " " +
-            std::to_string(rounds.loads) + " " + std::to_string(rounds.creates) + " " +
-            std::to_string(rounds.starts) + " 3 >" + folder + "/out 2>" + errors;
-        const int result = system(command.c_str());
-        const std::string said = ReadAll(errors);
-        EXPECT_TRUE(WIFEXITED(result) && WEXITSTATUS(result) == 0)
-            << said << LastOf(ReadAll(folder + "/out"));
-        EXPECT_NE(said.find("plugin_host: done"), std::string::npos) << said;
+                std::to_string(rounds.loads) + " " + std::to_string(rounds.creates) + " " +
+                std::to_string(rounds.starts) + " 3");
+        EXPECT_EQ(outcome.exitStatus, 0) << outcome.errors << LastOf(outcome.log);
+        EXPECT_NE(outcome.errors.find("plugin_host: done"), std::string::npos) << outcome.errors;
         ExpectCleanBus(status, static_cast<size_t>(rounds.loads * rounds.creates));
-        EXPECT_EQ(said.find("ERROR: LeakSanitizer"), std::string::npos) << said;
-        EXPECT_EQ(system(("rm -r " + folder).c_str()), 0);
+        EXPECT_EQ(outcome.errors.find("ERROR: LeakSanitizer"), std::string::npos) << outcome.errors;
     }
 
   private:
@@ -104,7 +81,7 @@ class Lifecycle : public ::testing::Test {
 
     /// Each camera object releases its audio interfaces in its own way; nothing else is remarkable.
     static void ExpectCleanBus(const std::string& path, size_t cameras) {
-        const auto status = nlohmann::json::parse(ReadAll(path), nullptr, false);
+        const auto status = nlohmann::json::parse(test::ReadFile(path), nullptr, false);
         ASSERT_FALSE(status.is_discarded()) << path;
         const std::string complaints = status["bus"]["complaints"].dump();
         EXPECT_EQ(status["bus"]["complaints"].size(), 2 * cameras) << complaints;

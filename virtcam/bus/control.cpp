@@ -42,6 +42,14 @@ void power_cycle() {
     change_presence(faults::DeviceAction::kPowerCycle);
 }
 
+bool restarting() {
+    return bus().locked([](Bus& bus) {
+        const model::Camera& camera = bus.port().camera();
+        const uint64_t seen = camera.attached() ? camera.attachment() : 0;
+        return camera.restarting() || seen != bus.port().attachment();
+    });
+}
+
 void add_fault(const nlohmann::json& rule) {
     bus().add_rules(rule);
 }

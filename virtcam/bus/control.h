@@ -35,6 +35,9 @@ void unplug();       ///< has taken full effect on return: transfers ended, list
 void plug();         ///< likewise
 void power_cycle();  ///< likewise; a departure and an arrival
 
+/// True from a burn of firmware until the camera that restarts is back and listed.
+bool restarting();
+
 // --- faults --------------------------------------------------------------------------------------
 
 /// Adds one rule, or a list of rules. Throws std::invalid_argument when malformed.

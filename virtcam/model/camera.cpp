@@ -253,6 +253,11 @@ bool Camera::attached() const {
     return impl_->presence.attached();
 }
 
+bool Camera::restarting() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->presence.restarting();
+}
+
 uint64_t Camera::attachment() const {
     const std::lock_guard lock(impl_->mutex);
     return impl_->presence.attachment();

@@ -47,6 +47,8 @@ class Camera {
 
     /// True while a host sees the device on the bus.
     bool attached() const;
+    /// True between an acknowledged burn and the new arrival.
+    bool restarting() const;
     /// Number of the current (or last) attachment, 1 for the first: it grows at each arrival, so a
     /// front end knows that a handle of an earlier attachment is dead.
     uint64_t attachment() const;

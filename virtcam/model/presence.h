@@ -18,6 +18,8 @@ class Presence {
 
     bool attached() const { return attached_; }
     uint64_t attachment() const { return attachment_; }
+    /// Between the acknowledged burn and the new arrival.
+    bool restarting() const { return burned_ || departs_ || arrives_; }
     Personality personality() const { return personality_; }
 
     /// A new attachment with the start identity. Each returns false when it has no effect.
