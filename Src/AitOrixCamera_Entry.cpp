@@ -1,4 +1,5 @@
 // The three functions that the framework finds in the plug-in.
+#include <assert.h>
 #include <unistd.h>
 
 #include "AitOrixCamera.h"
@@ -11,6 +12,11 @@ namespace {
 constexpr char kDriverVersion[] = "3.141229";
 constexpr char kProduct[] = "TARLO";
 constexpr int kPluginVersion = 169;
+
+/// True on a thread of the plug-in, inside the host's code.
+bool IsCalledBack() {
+    return CAitOrixCamera::IsInsideUpdate() || CCameraFwLoader::OnLoaderThread();
+}
 }  // namespace
 
 /// Makes a camera object, owned by the caller until cam_destroy. Takes a second. Each call makes a
@@ -24,9 +30,15 @@ PLUGIN_EXPORT ICameraSubject* cam_create() {
     return camera;
 }
 
-/// Destroys a camera object; null is allowed. Not from a callback or an observer.
+/// Destroys a camera object; null is allowed. Not from a callback or an observer: a thread cannot wait
+/// for its own end, so that is refused with a line (a debug build aborts), and the object stays.
 PLUGIN_EXPORT void cam_destroy(ICameraSubject* camera) {
     AIT_LOG(1, "AitLib:: [Start] cam_destroy() \r\n");
+    if (IsCalledBack()) {
+        AIT_LOG(1, "Not possible inside Update or the callback of Init.\r\n");
+        assert(!"cam_destroy inside Update or the callback of Init");
+        return;
+    }
     SetCamDestroy(true);  // first, so that loader and callbacks see it
     delete camera;
     PrintDebuggingClose();

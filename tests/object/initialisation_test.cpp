@@ -123,6 +123,20 @@ TEST_F(Initialisation, WorksFromItsOwnCallbackAnyNumberOfTimes) {
     ExpectUnusualRelease();
 }
 
+TEST_F(Initialisation, DestructionFromItsCallbackIsRefused) {
+    Create();
+    camera_->Init(
+        [](bool usable) {
+            cam_destroy(g_pCamera);
+            InitAnswers::Callback(usable);
+        },
+        0);
+    ASSERT_TRUE(InitAnswers::instance().Wait(1)) << log_listing();
+    EXPECT_LOG_COUNT(1, "Not possible inside Update or the callback of Init.\r\n", 1);
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
+    ExpectUnusualRelease();
+}
+
 TEST_F(Initialisation, FromACallbackWithoutAThreadAnswersOnce) {
     virtcam::bus::unplug();
     Create();

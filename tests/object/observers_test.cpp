@@ -142,6 +142,16 @@ TEST_F(Observers, WhatWouldWaitForUpdateIsRefusedInsideIt) {
     EXPECT_TRUE(camera_->StartRecording());  // outside: "twice", as ever
 }
 
+TEST_F(Observers, DestructionInsideUpdateIsRefused) {
+    ActingObserver suicidal(CAM_STREAM_H264_MAIN, [this] { cam_destroy(camera_); });
+    camera_->RegisterObserver(&suicidal);
+    EXPECT_TRUE(Arrive(CAM_STREAM_H264_MAIN));
+    EXPECT_LOG_COUNT(1, "Not possible inside Update or the callback of Init.\r\n", 1);
+    EXPECT_TRUE(camera_->RemoveObserver(&suicidal));
+    cam_destroy(nullptr);  // beside it, as ever
+    EXPECT_LOG_COUNT(1, "Not possible inside Update or the callback of Init.\r\n", 1);
+}
+
 TEST_F(Observers, AnyOtherPropertyWorksInsideUpdate) {
     bool set = false, got = false;
     ActingObserver sub(CAM_STREAM_H264_SUB, [&] {
