@@ -20,8 +20,9 @@ Recorder::Recorder(const StreamSet& streams, const std::filesystem::path& folder
                    const RecordQueue::Limits& limits)
     : folder_(folder), sample_rate_(sample_rate), queue_(limits) {
     for (const Stream stream : streams) {
-        auto& channel = channels_[static_cast<size_t>(stream)].emplace(stream);
-        channel.observer = std::make_unique<StreamObserver>(stream, queue_);
+        auto& channel = channels_[static_cast<size_t>(stream)];
+        channel.emplace(stream);
+        channel->observer = std::make_unique<StreamObserver>(stream, queue_);
     }
     if (streams.count(kEndTeller) == 0) {
         end_observer_ = std::make_unique<StreamObserver>(kEndTeller, queue_,

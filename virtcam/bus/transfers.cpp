@@ -51,7 +51,9 @@ std::unique_ptr<Urb> Transfers::take(libusb_transfer* transfer) {
             "libusb_free_transfer: transfer on " + endpoint_text(urb->endpoint) + " is in flight");
         return nullptr;
     }
-    return std::move(urbs_.extract(transfer).mapped());
+    std::unique_ptr<Urb> taken;
+    urbs_.extract(transfer).mapped().swap(taken);
+    return taken;
 }
 
 std::optional<int> Transfers::endpoint_of(libusb_transfer* transfer) const {

@@ -179,6 +179,7 @@ bool CLibUSB_UvcCtrl::OpenFrameQueue() {
 /// Creates what can be created; a transfer that libusb refuses stays null and counts as a failed
 /// submit. False when our own memory is short.
 bool CLibUSB_UvcCtrl::CreateTransfers() {
+    const size_t bufferSize = size_t{m_dwMaxPayLoadTransferSize} + kSpareTransferBytes;
     for (int i = 0; i < TransferCount(); ++i) {
         libusb_transfer* transfer = libusb_alloc_transfer(0);
         m_VideoTransfer[i] = transfer;
@@ -186,8 +187,7 @@ bool CLibUSB_UvcCtrl::CreateTransfers() {
             continue;
         }
         transfer->user_data = nullptr;
-        auto* param = new (std::nothrow)
-            TransferCbParam(this, i, size_t{m_dwMaxPayLoadTransferSize} + kSpareTransferBytes);
+        auto* param = new (std::nothrow) TransferCbParam(this, i, bufferSize);
         if (param == nullptr) {
             return false;
         }

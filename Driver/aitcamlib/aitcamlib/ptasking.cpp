@@ -58,7 +58,7 @@ bool RaiseThreadPriority() {
     return setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kPriority) == 0;
 }
 
-pMutex::pMutex() {
+pMutex::pMutex() noexcept {
     InitMutex(&Mtx, PTHREAD_MUTEX_RECURSIVE);
 }
 

@@ -18,7 +18,7 @@ bool RaiseThreadPriority();
 /// Recursive mutex.
 class CAPABILITY("mutex") pMutex {
   public:
-    pMutex();
+    pMutex() noexcept;
     ~pMutex();
     pMutex(const pMutex&) = delete;
     pMutex& operator=(const pMutex&) = delete;
