@@ -18,6 +18,7 @@ FILE* gDbgLog = nullptr;
 
 }  // namespace
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): printf's own form, known to everyone who logs
 void PrintDebug(unsigned int module, unsigned int level, const char* function, int line,
                 const char* format, ...) {
     if (level > g_embedded_cam_dbg_level) {

@@ -52,7 +52,7 @@ timespec After(timespec begin, int ms) {
 
 }  // namespace
 
-void __FATAL(const char*, ...) {}
+void __FATAL(const char*, ...) {}  // NOLINT(cert-dcl50-cpp): printf's own form
 
 bool RaiseThreadPriority() {
     return setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kPriority) == 0;
@@ -221,6 +221,8 @@ void* pThread::thread_func(void* self) {
     }
     if (thread->Detached) {
         pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        // A bench's detached thread is cancelled wherever it is; the plug-in has none.
+        // NOLINTNEXTLINE(cert-pos47-c,concurrency-thread-canceltype-asynchronous)
         pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
     }
     thread->Running = true;
