@@ -68,6 +68,43 @@ class Counting(unittest.TestCase):
         self.assertEqual(self.count("notrun", "", "Unable to find executable")[:2], (0, 1))
 
 
+class Stages(unittest.TestCase):
+    def test_a_line_for_each(self):
+        tally = run_tests.Tally()
+        times = iter([10, 20, 22.5])
+        with contextlib.redirect_stdout(io.StringIO()), \
+                unittest.mock.patch.object(run_tests.time, "monotonic", lambda: next(times)):
+            tally.begin("building")
+            tally.add("a", True)
+            tally.begin("tests of it")
+            tally.add("b", True)
+            tally.add("c", False)
+            lines = list(run_tests.table_of_stages(tally))
+        self.assertEqual(lines, ["  passed  building       10.0 s      1 passed    0 failed",
+                                 "  FAILED  tests of it     2.5 s      1 passed    1 failed"])
+
+
+class LeftOut(unittest.TestCase):
+    """What an emulated machine cannot run has a reason, and is left out there only."""
+
+    def test_rows(self):
+        with tempfile.TemporaryDirectory() as tree, \
+                unittest.mock.patch.object(run_tests, "ROOT", Path(tree)):
+            (run_tests.ROOT / "tests").mkdir()
+            (run_tests.ROOT / run_tests.LEFT_OUT).write_text(
+                "# a comment\n\ntest a_test no such program here\ncase B.c* too slow\n")
+            rows = run_tests.left_out("armhf")
+            self.assertEqual(run_tests.left_out("release"), [])
+        self.assertEqual(rows, [["test", "a_test", "no such program here"],
+                                ["case", "B.c*", "too slow"]])
+        command, environment = ["ctest"], {}
+        with contextlib.redirect_stdout(io.StringIO()) as output:
+            run_tests.leave_out(rows, command, environment)
+        self.assertEqual(command, ["ctest", "-E", "^(a_test)$"])
+        self.assertEqual(environment, {"GTEST_FILTER": "-B.c*"})
+        self.assertIn("a_test: no such program here", output.getvalue())
+
+
 class Warnings(unittest.TestCase):
     """They stop the project's own checks, and nobody who only wants to see it work."""
 
