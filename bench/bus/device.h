@@ -1,0 +1,101 @@
+// One device of the measuring bus, and the contexts through which programs handle its events.
+#pragma once
+
+#include <libusb-1.0/libusb.h>
+#include <pthread.h>
+
+#include <array>
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+#include "bench/bus/traffic.h"
+
+namespace bench {
+
+/// Wakes threads that sleep for lack of work: a futex, so that nobody else's wake-ups are counted.
+class Bell {
+  public:
+    uint32_t reading() const { return count_.load(); }
+    void ring();
+    /// Sleeps until it rings after `reading` was taken, or until `deadline` (CLOCK_MONOTONIC, ns).
+    void wait(uint32_t reading, uint64_t deadline);
+
+  private:
+    std::atomic<uint32_t> count_{0};
+    std::atomic<int> sleepers_{0};
+};
+
+/// The stream of one device: decides what the next payload is and whether it may be sent.
+class Stream {
+  public:
+    void start(const Traffic& traffic);
+    void stop();
+
+    bool active() const { return active_.load(); }
+    const Traffic& traffic() const { return traffic_; }
+    /// 0: the next payload may go now; UINT64_MAX: not before a delivery; else the instant in ns.
+    uint64_t due() const;
+    /// Writes the next payload into the transfer.
+    void fill(libusb_transfer* transfer);
+    void deliver() {
+        delivered_.fetch_add(1);
+        bell_.ring();
+    }
+
+    Bell& bell() { return bell_; }
+    uint64_t delivered_frames() const { return delivered_.load(); }
+    uint64_t sent_frames() const { return sent_.load(); }
+    uint64_t ended_at(uint64_t number) const { return ends_[number % kEnds].load(); }
+    clockid_t event_clock() const { return event_clock_.load(); }
+    void enter_thread();
+    std::mutex& sending() { return sending_; }
+
+  private:
+    static constexpr size_t kEnds = 4096;
+
+    bool at_end() const;
+    void fill_special(libusb_transfer* transfer);
+    void end_frame();
+
+    std::mutex sending_;  ///< held while a payload is handed over
+    Traffic traffic_;
+    std::atomic<bool> active_{false};
+    std::atomic<uint64_t> delivered_{0}, sent_{0};
+    std::atomic<unsigned> generation_{0};
+    uint64_t number_ = 0;
+    uint32_t offset_ = 0;
+    uint8_t frame_id_ = 0;
+    uint64_t begin_ns_ = 0;
+    std::array<std::atomic<uint64_t>, kEnds> ends_{};
+    std::atomic<clockid_t> event_clock_{CLOCK_THREAD_CPUTIME_ID};
+    Bell bell_;
+};
+
+Stream& stream(Side side);
+uint32_t payload_bytes();
+unsigned iso_packet_bytes();
+bool iso_paced();
+
+}  // namespace bench
+
+struct libusb_device {
+    libusb_context* context;
+    bench::Side side;
+    libusb_device_descriptor descriptor;
+};
+
+struct libusb_context {
+    libusb_device devices[bench::kSides];
+    std::mutex mutex;
+    std::deque<libusb_transfer*> pending, cancelled;
+    std::atomic<bench::Stream*> stream{nullptr};  ///< that of the transfers, once there are any
+    uint64_t next_iso = 0;
+    bench::Bell bell;                 ///< for contexts without a stream
+    bench::Bell& waker() { return stream != nullptr ? stream.load()->bell() : bell; }
+};
+
+struct libusb_device_handle {
+    libusb_device* device;
+};
