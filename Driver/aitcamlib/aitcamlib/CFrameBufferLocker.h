@@ -18,10 +18,8 @@ class CFrameBufferLocker {
 
     /// The same with a wait of at most `timeoutMs` milliseconds; null when there is still no room.
     CFrameBuf* GetNewFrameBuffer(int timeoutMs) {
-        if (mCurFrame != nullptr) {
-            m_FrameQueue->WriteDone();
-        }
-        mCurFrame = m_FrameQueue->GetWritePtr(timeoutMs);
+        mCurFrame = mCurFrame != nullptr ? m_FrameQueue->WriteDoneGetNext(timeoutMs)
+                                         : m_FrameQueue->GetWritePtr(timeoutMs);
         return mCurFrame;
     }
 

@@ -102,7 +102,7 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
     // Reassembly, step by step.
     int BufferWaitMs() const;
     struct BulkPayload;
-    bool AwaitFreshBuffer(const BulkPayload& payload) REQUIRES(m_ProducerMtx);
+    void AskForFreshBuffer(const BulkPayload& payload) REQUIRES(m_ProducerMtx);
     void CrossFrameBoundary(BulkPayload& payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
     bool AppendPayload(const BulkPayload& payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
 

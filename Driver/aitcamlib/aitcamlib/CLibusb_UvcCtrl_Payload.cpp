@@ -66,11 +66,13 @@ int CLibUSB_UvcCtrl::FillVideoBuf_Bulk(libusb_transfer* transfer) {
         return 0;
     }
     BulkPayload payload(*transfer);
-    if (AwaitFreshBuffer(payload)) {
+    const CFrameBuf* const frame = m_pCurFrameBufForWrite->GetCurFrameBuffer();
+    if (frame == nullptr) {
+        AskForFreshBuffer(payload);
         SubmitTransfer(transfer);
         return 0;
     }
-    unsigned char* const dst = m_pCurFrameBufForWrite->GetCurFrameBuffer()->buf;
+    unsigned char* const dst = frame->buf;
     if (payload.length > 0) {
         if (transfer->status != LIBUSB_TRANSFER_COMPLETED) {
             AIT_LOG(4, "status %d\n", transfer->status);
@@ -102,18 +104,14 @@ int CLibUSB_UvcCtrl::BufferWaitMs() const {
     return IsStreaming ? kBufferWaitMs : 0;
 }
 
-/// True while there is no buffer to fill, since the queue was full: the data of this payload is
-/// lost. A payload that ends a frame asks for a new buffer, so that the next frame starts in it.
-bool CLibUSB_UvcCtrl::AwaitFreshBuffer(const BulkPayload& payload) {
+/// There is no buffer to fill, since the queue was full: the data of this payload is lost. One that
+/// ends a frame asks for a new buffer, so that the next frame starts in it.
+void CLibUSB_UvcCtrl::AskForFreshBuffer(const BulkPayload& payload) {
     AIT_LOG_AS("FillVideoBuf_Bulk");
-    if (m_pCurFrameBufForWrite->GetCurFrameBuffer() != nullptr) {
-        return false;
-    }
     if (payload.length >= kShortestFrameEnd && (payload.flags & kEndOfFrame) != 0) {
         AIT_LOG(1, "Dropped a UVC frame,Now trying to request a new frame buffer.\r\n");
         m_pCurFrameBufForWrite->GetNewFrameBuffer(BufferWaitMs());
     }
-    return true;
 }
 
 /// Publishes the frame gathered so far. A header of another length than 12 makes the payload an

@@ -33,15 +33,25 @@ class StaticSyncQueue {
 
     /// Publishes the element that GetWritePtr gave; ignored when the queue is full.
     void WriteDone() {
-        pMutexLock lock(m_QueueMutex);
-        if (m_ItemCnt == m_QueueLen) {
-            return;
+        bool awaited;
+        {
+            pMutexLock lock(m_QueueMutex);
+            awaited = Publish();
         }
-        IncIndex(m_WrIndex);
-        if (m_ItemCnt == 0) {
-            m_QueueEvent.Trigger(m_QueueMutex);
+        WakeIf(awaited);
+    }
+
+    /// WriteDone and GetWritePtr in one.
+    T WriteDoneGetNext(int timeoutMs) {
+        bool awaited;
+        T next;
+        {
+            pMutexLock lock(m_QueueMutex);
+            awaited = Publish();
+            next = m_ItemCnt == m_QueueLen ? nullptr : m_pElemArray[m_WrIndex];
         }
-        ++m_ItemCnt;
+        WakeIf(awaited);
+        return next != nullptr ? next : GetWritePtr(timeoutMs);
     }
 
     /// Oldest published element; null when none came within 500 ms (or within one wake-up).
@@ -58,15 +68,16 @@ class StaticSyncQueue {
 
     /// Releases the element that GetReadPtr gave; ignored when the queue is empty.
     void ReadDone() {
-        pMutexLock lock(m_QueueMutex);
-        if (m_ItemCnt == 0) {
-            return;
+        bool awaited = false;
+        {
+            pMutexLock lock(m_QueueMutex);
+            if (m_ItemCnt != 0) {
+                IncIndex(m_RdIndex);
+                awaited = m_ItemCnt == m_QueueLen && m_NumWaiters != 0;
+                --m_ItemCnt;
+            }
         }
-        IncIndex(m_RdIndex);
-        if (m_ItemCnt == m_QueueLen) {
-            m_QueueEvent.Trigger(m_QueueMutex);
-        }
-        --m_ItemCnt;
+        WakeIf(awaited);
     }
 
     /// Makes a blocked producer or consumer look again.
@@ -92,6 +103,24 @@ class StaticSyncQueue {
 
   private:
     static constexpr int kReadTimeoutMs = 500;
+
+    /// True: the queue was empty and a consumer waits for what has been published.
+    bool Publish() REQUIRES(m_QueueMutex) {
+        if (m_ItemCnt == m_QueueLen) {
+            return false;
+        }
+        IncIndex(m_WrIndex);
+        return m_ItemCnt++ == 0 && m_NumWaiters != 0;
+    }
+
+    /// Wakes the other side when it waits, after the mutex is released: a thread that is woken while
+    /// the mutex is held sleeps again at once to wait for it. Only when it waits: a signal that
+    /// comes after its next wait has begun would end that one with nothing.
+    void WakeIf(bool awaited) {
+        if (awaited) {
+            m_QueueEvent.Signal();
+        }
+    }
 
     void WaitOnce(int timeoutMs) REQUIRES(m_QueueMutex) {
         ++m_NumWaiters;

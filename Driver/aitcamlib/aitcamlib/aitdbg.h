@@ -12,9 +12,10 @@ extern std::atomic<unsigned int> g_embedded_cam_dbg_level;
 static_assert(sizeof(std::atomic<unsigned int>) == sizeof(unsigned int), "one plain word");
 
 /// Prints one message. `module` 0 to 2, `level` 0 (bare, always printed) to 5. May be called from
-/// any thread; the lines of different threads may interleave.
+/// any thread; the lines of different threads may interleave. Cold: what leads to a line is moved out
+/// of the way of what runs without it.
 void PrintDebug(unsigned int module, unsigned int level, const char* function, int line,
-                const char* format, ...) __attribute__((format(printf, 5, 6)));
+                const char* format, ...) __attribute__((cold, format(printf, 5, 6)));
 
 /// Closes an open log file and opens `path` ("w+t"). Null opens nothing and returns the old handle,
 /// which is closed then: a value to compare, not to use.

@@ -130,7 +130,7 @@ bool pSyncEvent::Wait(int ms) {
 
 void pSyncEvent::Trigger(pMutex& mutex) {
     pMutexLock lock(mutex);
-    pthread_cond_signal(&cond);
+    Signal();
 }
 
 void pSyncEvent::Trigger() {

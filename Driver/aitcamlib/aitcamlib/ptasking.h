@@ -62,6 +62,8 @@ class pSyncEvent {
     bool Wait(pMutex& mutex, int ms) REQUIRES(mutex);
     /// Wakes at most one waiter.
     void Trigger(pMutex& mutex);
+    /// The same for a caller that has changed the predicate under the mutex and released it.
+    void Signal() { pthread_cond_signal(&cond); }
 
     // --- not called by the plug-in ---------------------------------------------------------------
 
