@@ -120,26 +120,23 @@ void finish(libusb_transfer* transfer, libusb_transfer_status status) {
 
 bool finish_cancelled(libusb_context* context) {
     bool any = false;
-    for (;;) {
+    while (context->any_cancelled) {
         libusb_transfer* transfer = nullptr;
         {
-            std::lock_guard lock(context->mutex);
-            if (!context->cancelled.empty()) {
-                transfer = context->cancelled.front();
-                context->cancelled.pop_front();
-            }
-        }
-        if (transfer == nullptr) {
-            return any;
+            std::lock_guard lock(context->lock);
+            transfer = context->cancelled.front();
+            context->cancelled.pop_front();
+            context->any_cancelled = !context->cancelled.empty();
         }
         any = true;
         transfer->actual_length = 0;
         finish(transfer, LIBUSB_TRANSFER_CANCELLED);
     }
+    return any;
 }
 
 libusb_transfer* take_pending(libusb_context* context) {
-    std::lock_guard lock(context->mutex);
+    std::lock_guard lock(context->lock);
     if (context->pending.empty()) {
         return nullptr;
     }
@@ -149,7 +146,7 @@ libusb_transfer* take_pending(libusb_context* context) {
 }
 
 size_t count_pending(libusb_context* context) {
-    std::lock_guard lock(context->mutex);
+    std::lock_guard lock(context->lock);
     return context->pending.size();
 }
 
@@ -177,8 +174,8 @@ bool finish_isochronous(libusb_context* context) {
 /// libusb reaps what is there.
 bool finish_payloads(libusb_context* context, Stream& stream) {
     bool any = false;
+    std::lock_guard sending(stream.sending());
     for (size_t left = count_pending(context); left != 0; --left) {
-        std::lock_guard sending(stream.sending());
         if (!stream.active() || stream.due() != 0) {
             return any;
         }
@@ -209,15 +206,22 @@ uint64_t next_instant(libusb_context* context, uint64_t deadline) {
 }
 
 int handle_events(libusb_context* context, const timeval& time) {
-    const uint64_t deadline = bench::now_ns() + static_cast<uint64_t>(time.tv_sec) * kNanoseconds +
-                              static_cast<uint64_t>(time.tv_usec) * 1000;
+    uint64_t deadline = 0;  // the clock is not read where there is something to hand over
     for (;;) {
         const uint32_t reading = context->waker().reading();
         Stream* const stream = context->stream;
         const bool cancelled = finish_cancelled(context);
         const bool finished =
             stream != nullptr ? finish_payloads(context, *stream) : finish_isochronous(context);
-        if (cancelled || finished || bench::now_ns() >= deadline) {
+        if (cancelled || finished) {
+            return 0;
+        }
+        const uint64_t now = bench::now_ns();
+        if (deadline == 0) {
+            deadline = now + static_cast<uint64_t>(time.tv_sec) * kNanoseconds +
+                       static_cast<uint64_t>(time.tv_usec) * 1000;
+        }
+        if (now >= deadline) {
             return 0;
         }
         if (stream != nullptr && stream->active() && stream->traffic().spin) {
@@ -377,7 +381,7 @@ int libusb_submit_transfer(libusb_transfer* transfer) {
         std::memset(transfer->buffer, 0x5a, static_cast<size_t>(transfer->length));
     }
     libusb_context* context = transfer->dev_handle->device->context;
-    std::lock_guard lock(context->mutex);
+    std::lock_guard lock(context->lock);
     if (transfer->type == LIBUSB_TRANSFER_TYPE_BULK && context->stream == nullptr) {
         context->stream = &bench::stream(transfer->dev_handle->device->side);
         context->bell.ring();  // whoever waits there goes over to the stream's
@@ -388,7 +392,7 @@ int libusb_submit_transfer(libusb_transfer* transfer) {
 int libusb_cancel_transfer(libusb_transfer* transfer) {
     libusb_context* context = transfer->dev_handle->device->context;
     {
-        std::lock_guard lock(context->mutex);
+        std::lock_guard lock(context->lock);
         const auto found =
             std::find(context->pending.begin(), context->pending.end(), transfer);
         if (found == context->pending.end()) {
@@ -396,6 +400,7 @@ int libusb_cancel_transfer(libusb_transfer* transfer) {
         }
         context->pending.erase(found);
         context->cancelled.push_back(transfer);
+        context->any_cancelled = true;
     }
     context->waker().ring();
     return 0;

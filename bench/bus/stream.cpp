@@ -88,6 +88,7 @@ void Stream::start(const Traffic& traffic) {
         sent_ = 0;
         number_ = 0;
         offset_ = 0;
+        held_ = false;
         begin_ns_ = now_ns();
         ++generation_;
         active_ = true;
@@ -106,7 +107,7 @@ bool Stream::at_end() const {
                                                    traffic_.frame_bytes);
 }
 
-uint64_t Stream::due() const {
+uint64_t Stream::due() {
     if (number_ >= traffic_.frames) {
         return UINT64_MAX;
     }
@@ -116,9 +117,12 @@ uint64_t Stream::due() const {
                                               (kNanoseconds / traffic_.frames_per_second));
         return now_ns() < at ? at : 0;
     }
-    const bool held = traffic_.window != 0 && at_end() && number_ >= traffic_.window &&
-                      delivered_.load() < number_ - traffic_.window + 1;
-    return held ? UINT64_MAX : 0;
+    if (traffic_.window == 0 || !at_end()) {
+        return 0;
+    }
+    const uint64_t outstanding = number_ - delivered_.load();
+    held_ = outstanding >= traffic_.window || (held_ && outstanding != 0);
+    return held_ ? UINT64_MAX : 0;
 }
 
 /// Once for each thread and traffic: where it runs, and what its CPU clock is.

@@ -33,7 +33,8 @@ struct Traffic {
     int substreams = 1;              ///< how many headers of 32 bytes share a frame, 1 to 7
     bool header_only_end = true;     ///< a frame ends with a payload of its own, else with its last
     PayloadKind kind = PayloadKind::kFrames;
-    /// Closed loop: the end of frame k waits until frame k - window has been delivered. 0: it never
+    /// Closed loop: the end of frame k waits until frame k - window has been delivered, and once it
+    /// has had to wait, until all have been: the device sends bursts of `window` frames. 0: it never
     /// waits.
     uint64_t window = 0;
     double frames_per_second = 0;    ///< 0: as fast as they are taken

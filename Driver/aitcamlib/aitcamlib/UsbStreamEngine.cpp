@@ -129,7 +129,7 @@ void UsbStreamEngine::callback(libusb_transfer* transfer) {
         return;
     }
     pMutexLock lock(engine->m_ProducerMtx);
-    param->in_flight = false;
+    param->in_flight.store(false, std::memory_order_release);
     if (transfer->status == LIBUSB_TRANSFER_NO_DEVICE) {
         engine->m_bDeviceGone = true;
     }
@@ -258,7 +258,9 @@ UsbStreamEngine::TransferCbParam* UsbStreamEngine::Param(int index) const {
 
 int UsbStreamEngine::SubmitTransfer(libusb_transfer* transfer) {
     auto* param = static_cast<TransferCbParam*>(transfer->user_data);
-    param->in_flight = true;  // before the call: the completion may be there before it returns
+    // Before the call: the completion may be there before it returns. Released, not more: whoever
+    // frees a transfer looks under the producer lock, and a full barrier at each payload is dear.
+    param->in_flight.store(true, std::memory_order_release);
     const int error = NoteResult(libusb_submit_transfer(transfer));
     if (error != 0) {
         param->in_flight = false;
