@@ -1,5 +1,7 @@
 #include "bench/compare/sections.h"
 
+#include <dlfcn.h>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <time.h>
@@ -16,8 +18,9 @@
 #include "bench/compare/sides.h"
 
 namespace {
-thread_local uint64_t g_slept_us = 0;  // by the calling thread, in usleep
-}
+// By the calling thread: in usleep, and waiting for other threads to end.
+thread_local uint64_t g_slept_us = 0, g_joined_ns = 0;
+}  // namespace
 
 /// Stands before the C library's for the whole process and counts what the caller slept.
 extern "C" int usleep(useconds_t microseconds) {
@@ -25,6 +28,16 @@ extern "C" int usleep(useconds_t microseconds) {
     const timespec pause = {static_cast<time_t>(microseconds / 1000000),
                             static_cast<long>(microseconds % 1000000) * 1000};
     return nanosleep(&pause, nullptr);
+}
+
+/// Likewise for what the caller waited for a thread.
+extern "C" int pthread_join(pthread_t thread, void** result) {
+    static auto* const real =
+        reinterpret_cast<int (*)(pthread_t, void**)>(dlsym(RTLD_NEXT, "pthread_join"));
+    const uint64_t begin = bench::now_ns();
+    const int error = real(thread, result);
+    g_joined_ns += bench::now_ns() - begin;
+    return error;
 }
 
 namespace bench {
@@ -190,27 +203,33 @@ uint64_t resident_bytes() {
     return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-/// Milliseconds that a step takes beyond the sleeps of its procedure.
-template <typename Step>
-double beyond_sleeps_ms(Step step) {
-    g_slept_us = 0;
-    const uint64_t begin = now_ns();
-    step();
-    return static_cast<double>(now_ns() - begin) / kMillion -
-           static_cast<double>(g_slept_us) / 1000;
-}
+/// What a step of the host takes beyond the sleeps of its procedure, in milliseconds.
+struct StepTimes {
+    std::vector<double> work;   ///< without the waits for threads to end
+    std::vector<double> joins;  ///< these alone
+
+    template <typename Step>
+    void measure(Step step) {
+        g_slept_us = g_joined_ns = 0;
+        const uint64_t begin = now_ns();
+        step();
+        const double all = static_cast<double>(now_ns() - begin) / kMillion;
+        joins.push_back(static_cast<double>(g_joined_ns) / kMillion);
+        work.push_back(all - static_cast<double>(g_slept_us) / 1000 - joins.back());
+    }
+};
 
 json Sections::resources() {
     constexpr uint32_t kPayload = 65536, kFrame = 2'000'000;
     constexpr uint64_t kFixed = 5 * (0x200000 + 64) + 3 * (kPayload + 512);
     open_plugin();
     set_payload_bytes(kPayload);
-    std::vector<double> starts, stops;
+    StepTimes starts, stops;
     uint64_t resident = 0;
     set_sound(32, true);
     for (unsigned i = 0; i < options_.repeats; ++i) {
         const uint64_t before = resident_bytes();
-        starts.push_back(beyond_sleeps_ms([&] { plugin_->start(); }));
+        starts.measure([&] { plugin_->start(); });
         run_closed(Side::kPlugin, {.frame_bytes = kFrame}, {.warm = 10, .frames = 50, .read = true},
                    kDeepWindow);
         if (i == 0) {
@@ -218,12 +237,13 @@ json Sections::resources() {
         }
         // The capture threads look whether they are asked to stop when something comes.
         send(Side::kPlugin, {.frame_bytes = kFrame, .frames_per_second = 30});
-        stops.push_back(beyond_sleeps_ms([&] { plugin_->stop(); }));
+        stops.measure([&] { plugin_->stop(); });
         pause(Side::kPlugin);
     }
     set_sound(0, true);
-    return {{"start_ms", quantile(starts, 0.5)},
-            {"stop_ms", quantile(stops, 0.5)},
+    return {{"start_ms", quantile(starts.work, 0.5)},
+            {"stop_ms", quantile(stops.work, 0.5)},
+            {"stop_joins_ms", quantile(stops.joins, 0.5)},
             {"resident_mib", static_cast<double>(resident) / 0x100000},
             {"resident_beyond_buffers_mib",
              (static_cast<double>(resident) - static_cast<double>(kFixed)) / 0x100000}};

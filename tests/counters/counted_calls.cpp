@@ -1,0 +1,109 @@
+#include "tests/counters/counted_calls.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstddef>
+#include <new>
+#include <utility>
+
+namespace {
+
+thread_local bool g_counting = false;
+std::atomic<uint64_t> g_copied{0}, g_cleared{0}, g_allocations{0}, g_locks{0}, g_signals{0};
+
+void add(std::atomic<uint64_t>& sum, uint64_t number) {
+    if (g_counting) {
+        sum += number;
+    }
+}
+
+}  // namespace
+
+namespace test {
+
+Counted counted() {
+    return {g_copied, g_cleared, g_allocations, g_locks, g_signals};
+}
+
+Counted operator-(const Counted& later, const Counted& earlier) {
+    return {later.copied_bytes - earlier.copied_bytes, later.cleared_bytes - earlier.cleared_bytes,
+            later.allocations - earlier.allocations, later.locks - earlier.locks,
+            later.signals - earlier.signals};
+}
+
+bool count_on_this_thread(bool on) {
+    return std::exchange(g_counting, on);
+}
+
+}  // namespace test
+
+// operator new and new[], plain and with std::nothrow, as the compiler mangles them.
+extern "C" {
+void* __real_memcpy(void* to, const void* from, size_t size);
+void* __real_memmove(void* to, const void* from, size_t size);
+void* __real_memset(void* to, int value, size_t size);
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+void* __real_realloc(void* memory, size_t size);
+void* __real__Znwm(size_t size);
+void* __real__Znam(size_t size);
+void* __real__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
+void* __real__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __real_pthread_cond_signal(pthread_cond_t* condition);
+int __real_pthread_cond_broadcast(pthread_cond_t* condition);
+
+void* __wrap_memcpy(void* to, const void* from, size_t size) {
+    add(g_copied, size);
+    return __real_memcpy(to, from, size);
+}
+void* __wrap_memmove(void* to, const void* from, size_t size) {
+    add(g_copied, size);
+    return __real_memmove(to, from, size);
+}
+void* __wrap_memset(void* to, int value, size_t size) {
+    add(g_cleared, size);
+    return __real_memset(to, value, size);
+}
+void* __wrap_malloc(size_t size) {
+    add(g_allocations, 1);
+    return __real_malloc(size);
+}
+void* __wrap_calloc(size_t count, size_t size) {
+    add(g_allocations, 1);
+    return __real_calloc(count, size);
+}
+void* __wrap_realloc(void* memory, size_t size) {
+    add(g_allocations, 1);
+    return __real_realloc(memory, size);
+}
+void* __wrap__Znwm(size_t size) {
+    add(g_allocations, 1);
+    return __real__Znwm(size);
+}
+void* __wrap__Znam(size_t size) {
+    add(g_allocations, 1);
+    return __real__Znam(size);
+}
+void* __wrap__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
+    add(g_allocations, 1);
+    return __real__ZnwmRKSt9nothrow_t(size, tag);
+}
+void* __wrap__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
+    add(g_allocations, 1);
+    return __real__ZnamRKSt9nothrow_t(size, tag);
+}
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    add(g_locks, 1);
+    return __real_pthread_mutex_lock(mutex);
+}
+int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
+    add(g_signals, 1);
+    return __real_pthread_cond_signal(condition);
+}
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
+    add(g_signals, 1);
+    return __real_pthread_cond_broadcast(condition);
+}
+}
