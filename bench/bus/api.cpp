@@ -24,7 +24,7 @@ constexpr uint32_t kInterval = 333333;  // 100 ns units
 constexpr uint32_t kMaxFrame = 0x200000;
 constexpr uint64_t kNanoseconds = 1'000'000'000;
 constexpr uint64_t kIsoPeriod = 10'000'000;  // ns
-constexpr timeval kLongWait{60, 0};  // libusb's own for the calls without a time-out
+constexpr timeval kLongWait{60, 0};          // libusb's own for the calls without a time-out
 
 libusb_device_descriptor describe(uint16_t vendor, uint16_t product) {
     libusb_device_descriptor descriptor = {};
@@ -40,18 +40,65 @@ libusb_device_descriptor describe(uint16_t vendor, uint16_t product) {
 
 // --- descriptors, which only libuvc reads --------------------------------------------------------
 
-#define LE16(value) static_cast<uint8_t>((value) & 0xff), static_cast<uint8_t>((value) >> 8)
-#define LE32(value) LE16((value) & 0xffff), LE16((value) >> 16)
+#define LE16(value) static_cast<uint8_t>((value)&0xff), static_cast<uint8_t>((value) >> 8)
+#define LE32(value) LE16((value)&0xffff), LE16((value) >> 16)
 
 /// VideoControl header (UVC 1.00): one streaming interface, number 1.
 const uint8_t g_control_extra[] = {13, 0x24, 0x01, LE16(0x0100), LE16(13), LE32(48000000), 1, 1};
 /// Input header, one uncompressed format (YUY2), one frame.
-const uint8_t g_stream_extra[] = {
-    14, 0x24, 0x01, 1, LE16(14 + 27 + 30), kBulkIn, 0, 2, 0, 0, 0, 1, 0,
-    27, 0x24, 0x04, 1, 1, 'Y', 'U', 'Y', '2', 0, 0, 0x10, 0, 0x80, 0, 0, 0xaa, 0, 0x38, 0x9b, 0x71,
-    16, 1, 0, 0, 0, 0,
-    30, 0x24, 0x05, 1, 0, LE16(kWidth), LE16(kHeight), LE32(1000000), LE32(100000000),
-    LE32(kMaxFrame), LE32(kInterval), 1, LE32(kInterval)};
+const uint8_t g_stream_extra[] = {14,
+                                  0x24,
+                                  0x01,
+                                  1,
+                                  LE16(14 + 27 + 30),
+                                  kBulkIn,
+                                  0,
+                                  2,
+                                  0,
+                                  0,
+                                  0,
+                                  1,
+                                  0,
+                                  27,
+                                  0x24,
+                                  0x04,
+                                  1,
+                                  1,
+                                  'Y',
+                                  'U',
+                                  'Y',
+                                  '2',
+                                  0,
+                                  0,
+                                  0x10,
+                                  0,
+                                  0x80,
+                                  0,
+                                  0,
+                                  0xaa,
+                                  0,
+                                  0x38,
+                                  0x9b,
+                                  0x71,
+                                  16,
+                                  1,
+                                  0,
+                                  0,
+                                  0,
+                                  0,
+                                  30,
+                                  0x24,
+                                  0x05,
+                                  1,
+                                  0,
+                                  LE16(kWidth),
+                                  LE16(kHeight),
+                                  LE32(1000000),
+                                  LE32(100000000),
+                                  LE32(kMaxFrame),
+                                  LE32(kInterval),
+                                  1,
+                                  LE32(kInterval)};
 
 #undef LE16
 #undef LE32
@@ -243,8 +290,7 @@ extern "C" {
 int libusb_init(libusb_context** context) {
     auto* made = new libusb_context;
     made->devices[0] = {made, Side::kPlugin, describe(kCameraVendor, kCameraProduct)};
-    made->devices[1] = {made, Side::kLibuvc,
-                        describe(bench::kLibuvcVendor, bench::kLibuvcProduct)};
+    made->devices[1] = {made, Side::kLibuvc, describe(bench::kLibuvcVendor, bench::kLibuvcProduct)};
     *context = made;
     return 0;
 }
@@ -270,8 +316,8 @@ int libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor
     return 0;
 }
 int libusb_get_config_descriptor(libusb_device*, uint8_t, libusb_config_descriptor** descriptor) {
-    *descriptor = static_cast<libusb_config_descriptor*>(
-        std::calloc(1, sizeof(libusb_config_descriptor)));
+    *descriptor =
+        static_cast<libusb_config_descriptor*>(std::calloc(1, sizeof(libusb_config_descriptor)));
     (*descriptor)->bLength = LIBUSB_DT_CONFIG_SIZE;
     (*descriptor)->bDescriptorType = LIBUSB_DT_CONFIG;
     (*descriptor)->bNumInterfaces = 2;
@@ -393,8 +439,7 @@ int libusb_cancel_transfer(libusb_transfer* transfer) {
     libusb_context* context = transfer->dev_handle->device->context;
     {
         std::lock_guard lock(context->lock);
-        const auto found =
-            std::find(context->pending.begin(), context->pending.end(), transfer);
+        const auto found = std::find(context->pending.begin(), context->pending.end(), transfer);
         if (found == context->pending.end()) {
             return LIBUSB_ERROR_NOT_FOUND;
         }

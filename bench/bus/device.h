@@ -109,7 +109,7 @@ struct libusb_context {
     std::atomic<bool> any_cancelled{false};
     std::atomic<bench::Stream*> stream{nullptr};  ///< that of the transfers, once there are any
     uint64_t next_iso = 0;
-    bench::Bell bell;                 ///< for contexts without a stream
+    bench::Bell bell;  ///< for contexts without a stream
     bench::Bell& waker() { return stream != nullptr ? stream.load()->bell() : bell; }
 };
 

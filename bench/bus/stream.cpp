@@ -102,9 +102,9 @@ void Stream::stop() {
 }
 
 bool Stream::at_end() const {
-    return offset_ >= traffic_.frame_bytes || (!traffic_.header_only_end &&
-                                               offset_ + (payload_bytes() - kPayloadHeader) >=
-                                                   traffic_.frame_bytes);
+    return offset_ >= traffic_.frame_bytes ||
+           (!traffic_.header_only_end &&
+            offset_ + (payload_bytes() - kPayloadHeader) >= traffic_.frame_bytes);
 }
 
 uint64_t Stream::due() {

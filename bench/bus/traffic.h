@@ -28,18 +28,18 @@ enum class PayloadKind {
 };
 
 struct Traffic {
-    uint32_t frame_bytes = 0;        ///< the multiplexed header of 32 bytes included
-    uint64_t frames = UINT64_MAX;    ///< how many; none after them
-    int substreams = 1;              ///< how many headers of 32 bytes share a frame, 1 to 7
-    bool header_only_end = true;     ///< a frame ends with a payload of its own, else with its last
+    uint32_t frame_bytes = 0;      ///< the multiplexed header of 32 bytes included
+    uint64_t frames = UINT64_MAX;  ///< how many; none after them
+    int substreams = 1;            ///< how many headers of 32 bytes share a frame, 1 to 7
+    bool header_only_end = true;   ///< a frame ends with a payload of its own, else with its last
     PayloadKind kind = PayloadKind::kFrames;
     /// Closed loop: the end of frame k waits until frame k - window has been delivered, and once it
     /// has had to wait, until all have been: the device sends bursts of `window` frames. 0: it never
     /// waits.
     uint64_t window = 0;
-    double frames_per_second = 0;    ///< 0: as fast as they are taken
-    bool spin = false;               ///< the event thread spins for the next payload, not sleeps
-    int event_cpu = -1;              ///< where the event thread goes; -1: anywhere
+    double frames_per_second = 0;  ///< 0: as fast as they are taken
+    bool spin = false;             ///< the event thread spins for the next payload, not sleeps
+    int event_cpu = -1;            ///< where the event thread goes; -1: anywhere
 };
 
 /// The payload size that the devices negotiate from now on, header included, in bytes.

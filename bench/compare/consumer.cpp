@@ -17,8 +17,7 @@ using std::chrono::milliseconds;
 uint64_t clock_ns(clockid_t clock) {
     timespec time = {};
     clock_gettime(clock, &time);
-    return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 +
-           static_cast<uint64_t>(time.tv_nsec);
+    return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
 }
 
 /// The number that the device has written over the frame's last bytes.
@@ -138,8 +137,28 @@ Outcome Consumer::outcome() {
     return std::move(outcome_);
 }
 
+namespace {
+
+/// A few frames in lock step: a consumer that has waited in vain for a while may be pausing.
+void awaken(Side side, Consumer& consumer, Traffic traffic, unsigned limit_ms) {
+    traffic.window = 1;
+    traffic.frames_per_second = 0;
+    traffic.frames = 5;
+    consumer.arm({.warm = 0, .frames = traffic.frames});
+    send(side, traffic);
+    consumer.wait(limit_ms);
+    pause(side);
+}
+
+}  // namespace
+
 Outcome run(Side side, Consumer& consumer, Traffic traffic, const Consumption& plan,
             unsigned limit_ms, unsigned grace_ms) {
+    if (traffic.window == 0) {
+        Traffic first = traffic;
+        first.header_only_end = side == Side::kPlugin;
+        awaken(side, consumer, first, limit_ms);
+    }
     consumer.arm(plan);
     traffic.frames = plan.warm + plan.frames;
     send(side, traffic);

@@ -1,7 +1,5 @@
 #include "bench/compare/sections.h"
 
-#include <dlfcn.h>
-#include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <time.h>
@@ -18,8 +16,7 @@
 #include "bench/compare/sides.h"
 
 namespace {
-// By the calling thread: in usleep, and waiting for other threads to end.
-thread_local uint64_t g_slept_us = 0, g_joined_ns = 0;
+thread_local uint64_t g_slept_us = 0;  // by the calling thread, in usleep
 }  // namespace
 
 /// Stands before the C library's for the whole process and counts what the caller slept.
@@ -28,16 +25,6 @@ extern "C" int usleep(useconds_t microseconds) {
     const timespec pause = {static_cast<time_t>(microseconds / 1000000),
                             static_cast<long>(microseconds % 1000000) * 1000};
     return nanosleep(&pause, nullptr);
-}
-
-/// Likewise for what the caller waited for a thread.
-extern "C" int pthread_join(pthread_t thread, void** result) {
-    static auto* const real =
-        reinterpret_cast<int (*)(pthread_t, void**)>(dlsym(RTLD_NEXT, "pthread_join"));
-    const uint64_t begin = bench::now_ns();
-    const int error = real(thread, result);
-    g_joined_ns += bench::now_ns() - begin;
-    return error;
 }
 
 namespace bench {
@@ -92,6 +79,12 @@ json outcome_json(const Outcome& outcome, const Consumption& plan) {
     return result;
 }
 
+uint64_t thread_cpu_ns() {
+    timespec time;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
+}
+
 /// The floor of the event thread's work: nanoseconds per byte to copy the same payloads from as many
 /// transfer buffers into as many frame buffers as the plug-in has.
 class CopyFloor {
@@ -105,8 +98,8 @@ class CopyFloor {
             copy(payload, frame, 10);
             const uint64_t begin = thread_cpu_ns();
             copy(payload, frame, frames);
-            result_ = static_cast<double>(thread_cpu_ns() - begin) /
-                      static_cast<double>(frames * frame);
+            result_ =
+                static_cast<double>(thread_cpu_ns() - begin) / static_cast<double>(frames * frame);
         });
         thread.join();
         return result_;
@@ -115,12 +108,6 @@ class CopyFloor {
   private:
     static constexpr size_t kTransfers = 3, kBuffers = 5;
 
-    static uint64_t thread_cpu_ns() {
-        timespec time;
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-        return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 +
-               static_cast<uint64_t>(time.tv_nsec);
-    }
     void copy(uint32_t payload, uint32_t frame, uint64_t frames) {
         const uint32_t room = payload - kPayloadHeader;
         for (uint64_t i = 0; i < frames; ++i) {
@@ -151,9 +138,7 @@ class Sections {
     json growth();
 
   private:
-    StreamSide& side(Side which) {
-        return which == Side::kPlugin ? *plugin_ : *libuvc_;
-    }
+    StreamSide& side(Side which) { return which == Side::kPlugin ? *plugin_ : *libuvc_; }
     void open_plugin() {
         if (plugin_ == nullptr) {
             plugin_ = make_plugin_side(options_.plugin);
@@ -203,19 +188,21 @@ uint64_t resident_bytes() {
     return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-/// What a step of the host takes beyond the sleeps of its procedure, in milliseconds.
+/// What a step of the host takes, in milliseconds. The devices of this bus answer at once, so what
+/// is left beside its work are the waits that belong to it: its own sleeps, rounds of event handling
+/// that hold a lock, and the ends of threads.
 struct StepTimes {
-    std::vector<double> work;   ///< without the waits for threads to end
-    std::vector<double> joins;  ///< these alone
+    std::vector<double> work;           ///< CPU time of the caller
+    std::vector<double> beyond_sleeps;  ///< all but its sleeps
 
     template <typename Step>
     void measure(Step step) {
-        g_slept_us = g_joined_ns = 0;
-        const uint64_t begin = now_ns();
+        g_slept_us = 0;
+        const uint64_t begin = now_ns(), cpu = thread_cpu_ns();
         step();
-        const double all = static_cast<double>(now_ns() - begin) / kMillion;
-        joins.push_back(static_cast<double>(g_joined_ns) / kMillion);
-        work.push_back(all - static_cast<double>(g_slept_us) / 1000 - joins.back());
+        work.push_back(static_cast<double>(thread_cpu_ns() - cpu) / kMillion);
+        beyond_sleeps.push_back(static_cast<double>(now_ns() - begin) / kMillion -
+                                static_cast<double>(g_slept_us) / 1000);
     }
 };
 
@@ -243,7 +230,8 @@ json Sections::resources() {
     set_sound(0, true);
     return {{"start_ms", quantile(starts.work, 0.5)},
             {"stop_ms", quantile(stops.work, 0.5)},
-            {"stop_joins_ms", quantile(stops.joins, 0.5)},
+            {"start_beyond_sleeps_ms", quantile(starts.beyond_sleeps, 0.5)},
+            {"stop_beyond_sleeps_ms", quantile(stops.beyond_sleeps, 0.5)},
             {"resident_mib", static_cast<double>(resident) / 0x100000},
             {"resident_beyond_buffers_mib",
              (static_cast<double>(resident) - static_cast<double>(kFixed)) / 0x100000}};
@@ -255,8 +243,8 @@ json Sections::resources() {
 /// use, which libuvc has none of: its only buffer would be overwritten.
 json Sections::closed_cell(uint32_t payload, uint32_t frame, int cores, bool read) {
     Traffic traffic = {.frame_bytes = frame, .spin = cores == 2, .event_cpu = 0};
-    Consumption plan = {.warm = 20, .frames = frames_for(frame), .read = read,
-                        .cpu = cores == 2 ? 1 : 0};
+    Consumption plan = {
+        .warm = 20, .frames = frames_for(frame), .read = read, .cpu = cores == 2 ? 1 : 0};
     json runs = json::array();
     std::vector<double> floors;
     for (unsigned i = 0; i < options_.repeats; ++i) {
@@ -265,8 +253,12 @@ json Sections::closed_cell(uint32_t payload, uint32_t frame, int cores, bool rea
         runs.push_back(run_closed(Side::kLibuvc, traffic, plan, 1));
         runs.push_back(run_closed(Side::kPlugin, traffic, plan, kDeepWindow));
     }
-    return {{"payload", payload}, {"frame", frame}, {"cores", cores}, {"read", read},
-            {"copy_ns_per_byte", quantile(floors, 0.5)}, {"runs", std::move(runs)}};
+    return {{"payload", payload},
+            {"frame", frame},
+            {"cores", cores},
+            {"read", read},
+            {"copy_ns_per_byte", quantile(floors, 0.5)},
+            {"runs", std::move(runs)}};
 }
 
 json Sections::closed() {
@@ -290,10 +282,10 @@ json Sections::closed() {
 json Sections::paced_cell(uint32_t frame, double rate) {
     constexpr double kSeconds = 0.4;
     const auto frames = static_cast<uint64_t>(kSeconds * rate);
-    Traffic traffic = {.frame_bytes = frame, .frames_per_second = rate, .spin = true,
-                       .event_cpu = 0};
-    const Consumption plan = {.warm = 3, .frames = frames, .read = true, .cpu = 1,
-                              .open_ended = true};
+    Traffic traffic = {
+        .frame_bytes = frame, .frames_per_second = rate, .spin = true, .event_cpu = 0};
+    const Consumption plan = {
+        .warm = 3, .frames = frames, .read = true, .cpu = 1, .open_ended = true};
     json cell = {{"frame", frame}, {"rate", rate}, {"runs", json::array()}};
     for (unsigned i = 0; i < options_.repeats; ++i) {
         for (const Side which : {Side::kPlugin, Side::kLibuvc}) {
@@ -321,8 +313,12 @@ json Sections::paced() {
 json Sections::stalls() {
     start_both(16384);
     const Traffic traffic = {.frame_bytes = 200'000, .frames_per_second = 200, .event_cpu = 0};
-    const Consumption plan = {.warm = 5, .frames = 300, .cpu = 1, .stall_every = 50,
-                              .stall_us = 15000, .open_ended = true};
+    const Consumption plan = {.warm = 5,
+                              .frames = 300,
+                              .cpu = 1,
+                              .stall_every = 50,
+                              .stall_us = 15000,
+                              .open_ended = true};
     const json result = {{"plugin", run_closed(Side::kPlugin, traffic, plan, 0)},
                          {"libuvc", run_closed(Side::kLibuvc, traffic, plan, 0)}};
     stop_both();
@@ -351,8 +347,10 @@ json Sections::growth() {
     open_plugin();
     const auto measure = [&](uint32_t payload, uint32_t frame, double rate, int substreams) {
         const auto frames = static_cast<uint64_t>(0.5 * rate);
-        const Traffic traffic = {.frame_bytes = frame, .substreams = substreams,
-                                 .frames_per_second = rate, .event_cpu = 0};
+        const Traffic traffic = {.frame_bytes = frame,
+                                 .substreams = substreams,
+                                 .frames_per_second = rate,
+                                 .event_cpu = 0};
         const Consumption plan = {.warm = 2, .frames = frames, .cpu = 1, .open_ended = true};
         std::vector<double> shares, switches;
         for (unsigned i = 0; i < std::min(options_.repeats, 3U); ++i) {
@@ -400,9 +398,12 @@ json run_sections(const Options& options, const std::set<std::string>& only) {
     const struct {
         const char* name;
         json (Sections::*run)();
-    } kAll[] = {{"resources", &Sections::resources}, {"closed", &Sections::closed},
-                {"paced", &Sections::paced},         {"stalls", &Sections::stalls},
-                {"end", &Sections::end},             {"growth", &Sections::growth}};
+    } kAll[] = {{"resources", &Sections::resources},
+                {"closed", &Sections::closed},
+                {"paced", &Sections::paced},
+                {"stalls", &Sections::stalls},
+                {"end", &Sections::end},
+                {"growth", &Sections::growth}};
     json result = {{"raised", options.raised}, {"repeats", options.repeats}};
     for (const auto& section : kAll) {
         if (only.empty() || only.count(section.name) != 0) {

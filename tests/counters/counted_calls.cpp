@@ -43,6 +43,10 @@ extern "C" {
 void* __real_memcpy(void* to, const void* from, size_t size);
 void* __real_memmove(void* to, const void* from, size_t size);
 void* __real_memset(void* to, int value, size_t size);
+// The same where the compiler knows how much room there is.
+void* __real___memcpy_chk(void* to, const void* from, size_t size, size_t room);
+void* __real___memmove_chk(void* to, const void* from, size_t size, size_t room);
+void* __real___memset_chk(void* to, int value, size_t size, size_t room);
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
@@ -65,6 +69,18 @@ void* __wrap_memmove(void* to, const void* from, size_t size) {
 void* __wrap_memset(void* to, int value, size_t size) {
     add(g_cleared, size);
     return __real_memset(to, value, size);
+}
+void* __wrap___memcpy_chk(void* to, const void* from, size_t size, size_t room) {
+    add(g_copied, size);
+    return __real___memcpy_chk(to, from, size, room);
+}
+void* __wrap___memmove_chk(void* to, const void* from, size_t size, size_t room) {
+    add(g_copied, size);
+    return __real___memmove_chk(to, from, size, room);
+}
+void* __wrap___memset_chk(void* to, int value, size_t size, size_t room) {
+    add(g_cleared, size);
+    return __real___memset_chk(to, value, size, room);
 }
 void* __wrap_malloc(size_t size) {
     add(g_allocations, 1);
