@@ -243,6 +243,10 @@ GROWTH = {"resolution": ("bytes per frame, 30 frames/s", "frame"),
           "substreams": ("sub-streams in 0.3 MB, 120 frames/s", "substreams")}
 
 
+def amount_text(amount):
+    return f"{amount / 1000:.0f}k" if amount >= 1000 else f"{amount:g}"
+
+
 def growth_picture(result):
     growth = result["compare"].get("growth")
     if not growth:
@@ -261,7 +265,7 @@ def growth_picture(result):
         for (x, y), (amount, cost) in zip(place, points):
             parts.append(f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3.5" fill="{COLOURS[0]}"/>'
                          + text(x, y - 8, f"{cost:.1f}", "s", "middle")
-                         + text(x, top + size + 15, f"{amount:g}", "s", "middle"))
+                         + text(x, top + size + 15, amount_text(amount), "s", "middle"))
         parts.append(text(left, top + size + 32, label))
     return svg(width, height, parts)
 
