@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "LittleEndian.h"
 #include "aitdbg.h"
 
 namespace {
@@ -55,6 +56,23 @@ constexpr Slot kSlots[] = {
      &R::h264_2_frame_seq, &R::h264_2_timestamp},
 };
 
+/// Byte by byte: a header begins wherever the data before it ends, and is little-endian.
+TmkFramebaseHeader ReadHeader(const uint8_t* at) {
+    TmkFramebaseHeader h;
+    h.wVersion = GetLe16(at);
+    h.wHeaderLen = GetLe16(at + 2);
+    h.wStreamType = GetLe16(at + 4);
+    h.wImageWidth = GetLe16(at + 6);
+    h.wImageHeight = GetLe16(at + 8);
+    h.wFrameRate = GetLe16(at + 10);
+    h.dwFrameSeq = GetLe32(at + 12);
+    h.dwTimeStamp = GetLe32(at + 16);
+    h.dwFlag = GetLe32(at + 20);
+    h.dwReserved = GetLe32(at + 24);
+    h.dwPlayloadSize = GetLe32(at + 28);
+    return h;
+}
+
 /// Fills the slot of the header's format; false for an unknown one.
 bool FillSlot(const TmkFramebaseHeader& h, uint8_t* data, AitH264_MediaSample* out) {
     for (const Slot& slot : kSlots) {
@@ -97,8 +115,7 @@ int H264Parser_tmk_mode(unsigned char* frame, unsigned int frame_size, AitH264_M
             return 0;
         }
         // A copy: with a header shorter than 28 bytes, zeroing the padding would change it.
-        TmkFramebaseHeader h;
-        memcpy(&h, frame + offset, sizeof h);
+        const TmkFramebaseHeader h = ReadHeader(frame + offset);
         if (offset + h.dwPlayloadSize > frame_size) {
             // The second number is the size alone, whatever the text says; log readers know it so.
             AIT_LOG(4,
