@@ -96,7 +96,6 @@ TEST(WorldDeathTest, ADeadlockIsNoticed) {
         pthread_mutex_lock(&mutex);
         pthread_mutex_lock(&mutex);
     };
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(wait_for_good(), "all threads wait for good");
 }
 
