@@ -173,8 +173,3 @@ void choose_platform(unsigned platform) {
 }
 
 }  // namespace fuzz
-
-/// AITCAM_ExecuteShell: without the copy the listing itself is read.
-extern "C" int __wrap__Z19AITCAM_ExecuteShellPKc(const char*) {
-    return 0;
-}

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <list>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -54,6 +55,7 @@ struct State {
     std::vector<std::unique_ptr<libusb_context>> contexts;
     std::vector<std::unique_ptr<libusb_device_handle>> handles;
     std::vector<libusb_transfer*> transfers;
+    std::map<int, const libusb_device_handle*> claims;  // by interface
     std::vector<libusb_device**> lists;
 };
 
@@ -207,6 +209,7 @@ Bus::~Bus() {
 
 void Bus::plug(Device* device) {
     unplug();
+    g_Bus->claims.clear();
     g_Bus->device = device;
     ++g_Bus->changes;
     write_listing();
@@ -342,6 +345,7 @@ void libusb_close(libusb_device_handle* handle) {
             forbidden("to close a handle with transfers in flight");
         }
     }
+    std::erase_if(g_Bus->claims, [&](const auto& claim) { return claim.second == handle; });
     forget(g_Bus->handles, handle, "to close a handle twice");
 }
 
@@ -363,11 +367,22 @@ int libusb_detach_kernel_driver(libusb_device_handle* handle, int interface) {
 }
 
 int libusb_claim_interface(libusb_device_handle* handle, int interface) {
-    return connected_call(handle, "libusb_claim_interface", interface);
+    const int error = connected_call(handle, "libusb_claim_interface", interface);
+    if (error != 0) {
+        return error;
+    }
+    const auto claimed = g_Bus->claims.emplace(interface, handle).first;
+    return claimed->second == handle ? 0 : static_cast<int>(LIBUSB_ERROR_BUSY);
 }
 
 int libusb_release_interface(libusb_device_handle* handle, int interface) {
-    return connected_call(handle, "libusb_release_interface", interface);
+    const int error = connected_call(handle, "libusb_release_interface", interface);
+    const auto claimed = g_Bus->claims.find(interface);
+    if (error != 0 || claimed == g_Bus->claims.end() || claimed->second != handle) {
+        return error != 0 ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
+    }
+    g_Bus->claims.erase(claimed);
+    return 0;
 }
 
 int libusb_set_interface_alt_setting(libusb_device_handle* handle, int interface, int) {
