@@ -77,7 +77,7 @@ class Connection {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static test::LoneCamera camera(test::LoneCamera::run_time());
+    static virtcam::line::test::LoneCamera camera(virtcam::line::test::LoneCamera::run_time());
     camera.set_paced(false);
     const size_t step = size > 0 ? 1 + data[0] : 1;
     try {
