@@ -112,7 +112,7 @@ constexpr Time kRequest = 2 * kQuestion;  // behind the monitor's
 constexpr Time kShortRequest = 1s + kQuestion;  // of the loader's road, behind the monitor's
 constexpr Time kStop = 1s;             // the sleeps of a stop: 10, 400 and 200 ms, and its threads
 constexpr Time kTwoStops = 2 * kStop;  // behind that of the loader, which noticed the loss
-constexpr Time kPause = 2s;            // the camera's own test
+constexpr Time kPause = 2s + kNone;    // the camera's own test
 constexpr Time kLoop = 1100ms;         // the loader looks once a second whether it is to end
 
 // clang-format off
