@@ -137,7 +137,7 @@ void CLibUSB_UvcCtrl::CrossFrameBoundary(BulkPayload& payload, unsigned char* ds
 }
 
 /// Appends the payload's data to the frame; false when it does not fit and was skipped.
-bool CLibUSB_UvcCtrl::AppendPayload(const BulkPayload& payload, unsigned char* dst) {
+inline bool CLibUSB_UvcCtrl::AppendPayload(const BulkPayload& payload, unsigned char* dst) {
     AIT_LOG_AS("FillVideoBuf_Bulk");
     if (dst == nullptr || payload.DataLength() <= 0) {
         return true;

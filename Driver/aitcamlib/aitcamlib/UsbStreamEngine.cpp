@@ -136,20 +136,19 @@ void UsbStreamEngine::callback(libusb_transfer* transfer) {
     if (engine->Queue() == nullptr) {
         return;
     }
-    if (engine->CompletionCarriesData(transfer)) {
+    if (transfer->status == LIBUSB_TRANSFER_COMPLETED || HasTimedOut(*transfer)) {
         engine->FillFromTransfer(transfer);
     }
 }
 
-/// A transfer that ended in any other way than with data or a time-out is not resubmitted: it stays
-/// idle until the stop, and the stream goes on with the remaining ones.
-bool UsbStreamEngine::CompletionCarriesData(const libusb_transfer* transfer) {
+/// Logs how a transfer ended that is not completed. One that has ended in any other way than by a
+/// time-out is not resubmitted: it stays idle until the stop, and the stream goes on with the
+/// remaining ones.
+bool UsbStreamEngine::HasTimedOut(const libusb_transfer& transfer) {
     AIT_LOG_AS("callback");
-    switch (transfer->status) {
-        case LIBUSB_TRANSFER_COMPLETED:
-            return true;
+    switch (transfer.status) {
         case LIBUSB_TRANSFER_TIMED_OUT:
-            AIT_LOG(4, "LIBUSB_TRANSFER_TIMED_OUT! EP = %x\n", transfer->endpoint);
+            AIT_LOG(4, "LIBUSB_TRANSFER_TIMED_OUT! EP = %x\n", transfer.endpoint);
             return true;
         case LIBUSB_TRANSFER_CANCELLED:
             AIT_LOG(4, "LIBUSB_TRANSFER_CANCELLED!\n");
@@ -158,11 +157,11 @@ bool UsbStreamEngine::CompletionCarriesData(const libusb_transfer* transfer) {
             AIT_LOG(4, "LIBUSB_TRANSFER_NO_DEVICE \r\n");
             return false;
         case LIBUSB_TRANSFER_OVERFLOW:
-            AIT_LOG(4, "LIBUSB_TRANSFER_OVERFLOW! EP = %x\n", transfer->endpoint);
+            AIT_LOG(4, "LIBUSB_TRANSFER_OVERFLOW! EP = %x\n", transfer.endpoint);
             return false;
         default:
             // The wording names audio on both engines; log readers know it so.
-            AIT_LOG(4, "Audio Transfer Unknown Status=%d\r\n", transfer->status);
+            AIT_LOG(4, "Audio Transfer Unknown Status=%d\r\n", transfer.status);
             return false;
     }
 }

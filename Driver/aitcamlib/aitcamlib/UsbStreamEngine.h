@@ -152,7 +152,7 @@ class UsbStreamEngine {
   private:
     class ConsumerCall;
 
-    static bool CompletionCarriesData(const libusb_transfer* transfer);
+    static bool HasTimedOut(const libusb_transfer& transfer);
     static const CFrameBuf* Oldest(StaticSyncQueue<CFrameBuf*>* queue);
     TransferCbParam* Param(int index) const;
     void HandleEvents(suseconds_t limitUs) REQUIRES(m_TransferMtx);
