@@ -19,7 +19,7 @@ class Build(unittest.TestCase):
         for name in ("CMakeLists.txt", "CMakePresets.json", "scripts/build", "scripts/print-help"):
             (self.root / name).parent.mkdir(exist_ok=True)
             shutil.copy(ROOT / name, self.root / name)
-        for name in ("Src", "virtcam", "host", "gst", "tests", "packaging"):
+        for name in ("Src", "virtcam", "host", "gst", "tests", "bench", "packaging"):
             (self.root / name).mkdir()
             (self.root / name / "CMakeLists.txt").touch()
         (self.root / "Src/CMakeLists.txt").write_text(
