@@ -347,9 +347,7 @@ void CameraControl::apply(const Assignment& assignment) {
     }
     nv12_by_host_ |= assignment.property.number == CAM_PROPERTY_NV12_MODE_CONTROL;
     const SetOutcome outcome = camhost::set_property(*session_, assignment);
-    const bool same = assignment.property.kind == camhost::ValueKind::kSize &&
-                      outcome.sentence.ends_with("it is so already");
-    if ((outcome.result == SetOutcome::Result::kRefused && !same) ||
+    if ((outcome.result == SetOutcome::Result::kRefused && !outcome.same) ||
         outcome.result == SetOutcome::Result::kIgnored) {
         listener_.warned(outcome.sentence);
     }

@@ -59,7 +59,7 @@ bool Channel::take_access_unit(std::span<const uint8_t> record, int64_t instant,
     const int64_t interval =
         interval_of(main ? static_cast<unsigned>(settings.main_rate) : row_of(stream_).rate);
     // After a loss on its way the plug-in is silent until a key frame.
-    if (unit->key && gap_before(instant, interval)) {
+    if (unit->lost || (unit->key && gap_before(instant, interval))) {
         queue_.break_off();
     }
     const auto pushed = push(unit->head, unit->body, {instant, interval}, unit->key, settings);

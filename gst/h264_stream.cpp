@@ -4,8 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "host/pictures/annexb.h"
+
+// Sequence parameters are read here because the library that reads them, libgstcodecparsers, comes
+// with a development package that depends on all of OpenCV's (libgstreamer-plugins-bad1.0-dev), and
+// promises no stable interface.
 
 namespace gstcam {
 
@@ -163,13 +168,18 @@ std::optional<SequenceParameters> parse(std::span<const uint8_t> payload) {
 
 std::optional<AccessUnits::Unit> AccessUnits::add(std::span<const uint8_t> record) {
     const camhost::AccessUnitParts parts = camhost::parts_of(record);
+    if (parts.slices == 0 && waiting_.size() + record.size() > kMostWaiting) {
+        waiting_.clear();
+        lost_ = true;
+        return std::nullopt;
+    }
     if (parts.slices == 0) {
         waiting_.insert(waiting_.end(), record.begin(), record.end());
         return std::nullopt;
     }
     head_.swap(waiting_);
     waiting_.clear();
-    return Unit{head_, record, parts.idr};
+    return Unit{head_, record, parts.idr, std::exchange(lost_, false)};
 }
 
 std::optional<SequenceParameters> sequence_parameters(std::span<const uint8_t> unit) {

@@ -16,6 +16,7 @@ class AccessUnits {
         std::span<const uint8_t> head;  ///< records that came before the last one
         std::span<const uint8_t> body;  ///< the last record
         bool key = false;               ///< a picture to begin with
+        bool lost = false;              ///< what came before it was given up
     };
 
     /// The access unit that the record completes, if it does: valid until the next call.
@@ -23,9 +24,13 @@ class AccessUnits {
     /// Forgets what waits for its picture.
     void reset() { waiting_.clear(); }
 
+    /// Parameter sets are short: more than this, without a picture, is none, and given up.
+    static constexpr size_t kMostWaiting = size_t{64} << 10;
+
   private:
     std::vector<uint8_t> waiting_;
     std::vector<uint8_t> head_;
+    bool lost_ = false;
 };
 
 /// The part of a sequence parameter set (ITU-T H.264, 7.3.2.1.1) that caps tell.

@@ -130,11 +130,11 @@ std::string accepted(const Attempt& attempt) {
     return words;
 }
 
-std::string refused(const Attempt& attempt) {
+SetOutcome refused(const Attempt& attempt) {
     if (attempt.property.number == CAM_PROPERTY_DIMENSION && attempt.same_before()) {
-        return "refused: it is so already";
+        return {Result::kRefused, "refused: it is so already", true};
     }
-    return format("refused (the camera is %s)", words_for(attempt.state));
+    return {Result::kRefused, format("refused (the camera is %s)", words_for(attempt.state))};
 }
 
 /// What came of the attempt; the sentence without its subject.
@@ -154,7 +154,7 @@ SetOutcome outcome_of(const Attempt& attempt) {
                 "refused now (the camera is not recording), kept for the next start of recording" +
                     note};
     }
-    return {Result::kRefused, refused(attempt)};
+    return refused(attempt);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@ struct SetOutcome {
     };
     Result result = Result::kRefused;
     std::string sentence;  ///< "mirror=on: sent ..."
+    bool same = false;     ///< kRefused because it is so already
 };
 
 SetOutcome set_property(Session& session, const Assignment& assignment);

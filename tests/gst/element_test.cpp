@@ -282,6 +282,14 @@ TEST_F(Element, RefusedPropertyIsAWarning) {
     EXPECT_THAT(warning->text, HasSubstr("sharpness=3: refused"));
 }
 
+TEST_F(Element, SizeThatItHasAlreadyIsNoWarning) {
+    Pipeline pipeline(camera("size=640x480") + "camera.main" + kSink);
+    pipeline.play();
+    ASSERT_NE(pipeline.pull("sink"), nullptr);
+    const ObjectRef<GstBus> bus(gst_element_get_bus(pipeline.get()));
+    EXPECT_EQ(MessageRef(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_WARNING)), nullptr);
+}
+
 TEST_F(Element, TextThatIsNoSizeIsAWarningThatSaysWhatItWants) {
     Pipeline pipeline(camera() + "camera.main" + kSink);
     g_object_set(pipeline.camera(), "size", "big", nullptr);

@@ -254,6 +254,21 @@ TEST(H264, RecordsOfAKeyFrameMakeOneUnit) {
     EXPECT_FALSE(next->key);
 }
 
+TEST(H264, ParameterSetsWithoutAPictureAreGivenUp) {
+    AccessUnits units;
+    const auto parts = fake::split_key_frame();
+    for (size_t bytes = 0; bytes <= AccessUnits::kMostWaiting; bytes += parts[0].size()) {
+        EXPECT_FALSE(units.add(parts[0]));
+    }
+    auto unit = units.add(parts[2]);
+    ASSERT_TRUE(unit);
+    EXPECT_LT(unit->head.size(), AccessUnits::kMostWaiting);
+    EXPECT_TRUE(unit->lost);
+    unit = units.add(parts[2]);
+    ASSERT_TRUE(unit);
+    EXPECT_FALSE(unit->lost);
+}
+
 TEST(H264, SizeIsReadFromTheSequenceParameters) {
     const auto found = sequence_parameters(fake::h264_units().front());
     ASSERT_TRUE(found);
