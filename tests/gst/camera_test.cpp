@@ -11,6 +11,8 @@
 #include <thread>
 
 #include "tests/gst/pipeline.h"
+#include "tests/host/subprocess.h"
+#include "tests/host/temporary_folder.h"
 #include "tests/recording_check/counter_run.h"
 #include "tests/virtcam/picture_decoder.h"
 #include "virtcam/bus/control.h"
@@ -149,6 +151,43 @@ INSTANTIATE_TEST_SUITE_P(All, Combination,
                              std::replace(name.begin(), name.end(), '-', '_');
                              return name;
                          });
+
+/// The first pictures of a y4m file of luma alone.
+std::vector<std::vector<uint8_t>> pictures_of(const std::string& file, size_t bytes, size_t count) {
+    constexpr std::string_view kMark = "FRAME\n";
+    std::vector<std::vector<uint8_t>> pictures;
+    for (size_t at = file.find(kMark); at != std::string::npos && pictures.size() < count;
+         at = file.find(kMark, at + kMark.size() + bytes)) {
+        const auto begin = file.begin() + static_cast<std::ptrdiff_t>(at + kMark.size());
+        pictures.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(bytes));
+    }
+    return pictures;
+}
+
+TEST_F(Camera, PicturesAreThoseThatCamhostRecords) {
+    // Pictures as fast as they are taken: the n-th after power-on shows the same moment each time.
+    json configuration = running();
+    configuration["camera"]["paced"] = false;
+    constexpr size_t kBytes = size_t{320} * 240;
+    const camhost::test::TemporaryFolder folder;
+    virtcam::bus::unplug();  // camhost has a camera of its own, in the same listing
+    const auto recording = camhost::test::run_process(
+        {getenv("CAMHOST"), "record", "--plugin", getenv("PLUGIN"), "--virtual-bus",
+         getenv("VIRTUAL_BUS"), "--virtual=" + configuration.dump(), "--signal", "gray",
+         "--streams", "gray", "--duration", "300ms", "--output", folder.path() / "out"});
+    ASSERT_EQ(recording.code, 0) << recording.out << recording.err;
+    const auto recorded = pictures_of(folder.text_of("out/gray.y4m"), kBytes, 5);
+    ASSERT_EQ(recorded.size(), 5U);
+
+    virtcam::bus::reset(configuration);
+    Pipeline pipeline(camera("combination=gray") + branch("gray"));
+    pipeline.play();
+    for (const auto& picture : recorded) {
+        const SampleRef sample = pipeline.pull("gray");
+        ASSERT_NE(sample, nullptr);
+        EXPECT_EQ(bytes_of(sample.get()), picture);
+    }
+}
 
 TEST_F(Camera, SoundIsContiguous) {
     Pipeline pipeline(camera() + branch("audio"));
