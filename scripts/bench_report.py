@@ -107,7 +107,7 @@ def counted_rows(result):
         yield at_most("context switches per frame, one core, every byte read, lock step (worst of nine)",
                       switches, 2.2, 2.2, exact=True)
     if "end" in compare:
-        yield at_most("end of frame without data: latency as part of a frame period",
+        yield at_most("end of frame without data: latency (lower tenth) as part of a frame period",
                       compare["end"]["plugin"]["share_of_period"] * 100, 5, 1, "%", exact=True)
     if "stalls" in compare:
         yield exactly("frames lost, an observer stalls 15 ms every 50 frames at 200 frames/s",
