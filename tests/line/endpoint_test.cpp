@@ -23,9 +23,9 @@ class Puppet : public LoneCamera {
   public:
     Puppet() : LoneCamera(run_time()) {}
 
-    std::optional<Ending> answer(const Request& request) override {
+    std::optional<Ending> answer(const Request& request, TimePoint now) override {
         ++asked;
-        return request.is_control() ? LoneCamera::answer(request) : std::exchange(next, {});
+        return request.is_control() ? LoneCamera::answer(request, now) : std::exchange(next, {});
     }
 
     void say(Bytes bytes) {
@@ -98,6 +98,44 @@ TEST_F(EndpointTest, LateAnswerIsKnownButNotDue) {
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->due, at(30));
     EXPECT_FALSE(endpoint_.due());
+}
+
+TEST_F(EndpointTest, StallHaltsWhatIsNotIsochronous) {
+    add_rule(R"({"on": {"transfer": "any"}, "do": "stall"})");
+    Request sound = iso_in(1);
+    puppet_.set_paced(false);
+    puppet_.say({1});
+    endpoint_.submit(sound);
+    ASSERT_TRUE(endpoint_.serve(at(0)));
+    EXPECT_FALSE(puppet_.camera().halted(0x82));
+    Request control = get_descriptor();
+    add_rule(R"({"on": {"control": {}}, "do": "stall"})");
+    endpoint_.submit(control);
+    ASSERT_TRUE(endpoint_.serve(at(0)));
+    EXPECT_FALSE(puppet_.camera().halted(0));
+    Request bulk = bulk_in();
+    puppet_.say({1});
+    endpoint_.submit(bulk);
+    ASSERT_TRUE(endpoint_.serve(at(0)));
+    EXPECT_TRUE(puppet_.camera().halted(0x81));
+}
+
+TEST_F(EndpointTest, HaltedEndpointAnswersNothingElse) {
+    LoneCamera camera(LoneCamera::run_time());
+    Endpoint endpoint(camera);
+    camera.camera().halt(0x81);
+    for (int i = 0; i < 3; ++i) {
+        Request request = bulk_in();
+        endpoint.submit(request);
+        const auto answer = endpoint.serve(at(0));
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(answer->ending.status, Status::kStall);
+    }
+    camera.camera().control({0x02, 1, 0, 0x81, 0}, {});
+    Request request = bulk_in();
+    endpoint.submit(request);
+    EXPECT_FALSE(endpoint.serve(at(0))) << "nothing streams, so nothing is answered";
+    endpoint.withdraw(request, at(0));
 }
 
 TEST_F(EndpointTest, WithdrawnRequestTakesItsAnswerAlong) {

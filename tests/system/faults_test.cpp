@@ -175,8 +175,20 @@ TEST_F(Faults, ShortProbeAnswer) {
     expect_recovery();
 }
 
-TEST_F(Faults, BulkStallAndOverflow) {
-    for (const char* status : {"stall", "overflow", "error"}) {
+TEST_F(Faults, BulkStallHaltsTheEndpointUntilTheNextStart) {
+    start_streaming();
+    set_rule({{"transfer", "bulk"}, {"endpoint", 0x81}}, "stall");
+    expect_struck(1);
+    EXPECT_TRUE(camera_->wait_for_records(CAM_STREAM_PCM, 5)) << "the sound stopped as well";
+    EXPECT_EQ(remote_.status().at("halted"), json::array({0x81}));
+    EXPECT_EQ(state(), CAM_STATE_PLAYING);
+    expect_stop();
+    EXPECT_EQ(remote_.status().at("halted"), json::array());
+    expect_recovery();
+}
+
+TEST_F(Faults, BulkOverflowAndError) {
+    for (const char* status : {"overflow", "error"}) {
         SCOPED_TRACE(status);
         start_streaming();
         set_rule({{"transfer", "bulk"}, {"endpoint", 0x81}}, {{"status", status}});

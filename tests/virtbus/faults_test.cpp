@@ -235,6 +235,31 @@ TEST_F(Faults, PresenceByTheClock) {
     EXPECT_TRUE(virtcam::bus::wait_until([] { return virtcam::bus::camera().attached(); }, 2s));
 }
 
+TEST_F(Faults, StallHaltsTheEndpointUntilItIsCleared) {
+    const auto halted = [&] {
+        std::array<uint8_t, 2> status{0xFF, 0xFF};
+        EXPECT_EQ(libusb_control_transfer(handle_, 0x82, 0, 0, kVideo, status.data(), 2, 1000), 2);
+        return status[0] == 1;
+    };
+    const auto read = [&] {
+        std::vector<uint8_t> payload(8192);
+        int count = 0;
+        return libusb_bulk_transfer(handle_, kVideo, payload.data(), 8192, &count, 2000);
+    };
+    virtcam::bus::add_fault({{"on", {{"transfer", "bulk"}}}, {"nth", 2}, {"do", "stall"}});
+    start_video();
+    EXPECT_EQ(read(), 0);
+    EXPECT_FALSE(halted());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(read(), LIBUSB_ERROR_PIPE);
+        EXPECT_TRUE(halted());
+    }
+    EXPECT_EQ(libusb_clear_halt(handle_, kVideo), 0);
+    EXPECT_FALSE(halted());
+    start_video();
+    EXPECT_EQ(read(), 0);
+}
+
 TEST_F(Faults, PowerCycleKillsTheHandle) {
     virtcam::bus::add_fault({{"on", {{"call", "libusb_clear_halt"}}}, {"do", "power_cycle"}});
     EXPECT_EQ(libusb_clear_halt(handle_, kVideo), LIBUSB_ERROR_NO_DEVICE);

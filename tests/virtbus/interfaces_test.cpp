@@ -47,16 +47,21 @@ TEST_F(Interfaces, AlternateSettingNeedsClaimAndExistence) {
     EXPECT_EQ(libusb_release_interface(handle_, 3), 0);
 }
 
+constexpr const char* kIdleSound =
+    "transfer on endpoint 0x82, which alternate setting 0 of interface 3 does not have";
+
 TEST_F(Interfaces, IsoEndpointExistsInItsSettingOnly) {
     ASSERT_EQ(libusb_claim_interface(handle_, 3), 0);
     Transfer transfer = Transfer::iso(handle_);
     EXPECT_EQ(transfer.submit(), LIBUSB_ERROR_IO);
+    expect_complaint(kIdleSound);
     EXPECT_EQ(libusb_set_interface_alt_setting(handle_, 3, 1), 0);
     EXPECT_EQ(transfer.submit(), 0);
     EXPECT_TRUE(handle_events_until(context_, [&] { return transfer.completions() == 1; }));
     EXPECT_EQ(libusb_release_interface(handle_, 3), 0);
     EXPECT_EQ(libusb_claim_interface(handle_, 3), 0);
     EXPECT_EQ(transfer.submit(), LIBUSB_ERROR_IO) << "released interfaces return to setting 0";
+    expect_complaint(kIdleSound);
     EXPECT_EQ(libusb_release_interface(handle_, 3), 0);
 }
 
@@ -65,9 +70,11 @@ TEST_F(Interfaces, WrongTypeOrEndpointIsRefused) {
     Transfer transfer = Transfer::bulk(handle_);
     transfer->endpoint = 0x85;
     EXPECT_EQ(transfer.submit(), LIBUSB_ERROR_IO);
+    expect_complaint("transfer on endpoint 0x85, which does not exist");
     transfer->endpoint = kVideo;
     transfer->type = LIBUSB_TRANSFER_TYPE_INTERRUPT;
     EXPECT_EQ(transfer.submit(), LIBUSB_ERROR_IO);
+    expect_complaint("interrupt transfer on endpoint 0x81, which is bulk");
     EXPECT_EQ(libusb_release_interface(handle_, 1), 0);
 }
 
@@ -128,6 +135,7 @@ TEST_F(Interfaces, ResetReturnsSettingsToZero) {
     EXPECT_EQ(libusb_reset_device(handle_), 0);
     Transfer transfer = Transfer::iso(handle_);
     EXPECT_EQ(transfer.submit(), LIBUSB_ERROR_IO);
+    expect_complaint(kIdleSound);
     EXPECT_EQ(libusb_release_interface(handle_, 3), 0);
 }
 

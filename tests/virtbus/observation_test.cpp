@@ -104,6 +104,23 @@ TEST_F(Program, LeaksAreToldAtTheEnd) {
     EXPECT_EQ(status["bus"]["complaints"].size(), 3U);
 }
 
+TEST_F(Program, ExpectedComplaintsAreRecordedOnly) {
+    EXPECT_EQ(
+        run(LEAKY_PROGRAM, {{"camera", {{"identity", "run-time"}}},
+                            {"bus",
+                             {{"expected_complaints",
+                               {"a context was never exited", "a device list was never freed"}}}}}),
+        0);
+    EXPECT_EQ(text("err.txt"),
+              "virtbus: complaint: a handle of 114d:2066 was never closed, interface 1 is "
+              "claimed\n");
+    const json complaints = json::parse(text("status.json"))["bus"]["complaints"];
+    ASSERT_EQ(complaints.size(), 3U);
+    EXPECT_EQ(complaints[0]["expected"], true);
+    EXPECT_EQ(complaints[1]["expected"], false);
+    EXPECT_EQ(complaints[0]["count"], 1);
+}
+
 TEST_F(Program, MalformedConfigurationStopsItAtInit) {
     EXPECT_EQ(run(LEAKY_PROGRAM, {{"cemera", 1}}), 1);
     EXPECT_EQ(text("err.txt"),

@@ -1,8 +1,34 @@
 // Each misuse of the library earns its line.
 #include "tests/virtbus/bus_fixture.h"
+#include "virtcam/bus/complaint_log.h"
 
 namespace virtcam::bus::test {
 namespace {
+
+TEST(ComplaintLog, CountsWhatIsEqual) {
+    virtcam::bus::ComplaintLog log;
+    log.expect({"known"});
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 16; ++i) {
+        log.raise("code", "one");
+        log.raise("code", "known");
+    }
+    log.raise("code", "other");
+    log.tell_counts();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "virtbus: complaint: one\n"
+              "virtbus: complaint: one (10 times)\n"
+              "virtbus: complaint: other\n"
+              "virtbus: complaint: one (16 times)\n");
+    const std::vector<virtcam::bus::Complaint> all = log.all();
+    ASSERT_EQ(all.size(), 3U);
+    EXPECT_EQ(all[0].count, 16U);
+    EXPECT_FALSE(all[0].expected);
+    EXPECT_EQ(all[1].count, 16U);
+    EXPECT_TRUE(all[1].expected);
+    EXPECT_EQ(log.take(), all);
+    EXPECT_TRUE(log.all().empty());
+}
 
 class Strictness : public OpenFixture {
   protected:
@@ -41,6 +67,7 @@ TEST_F(Strictness, ControlToADisplacedEndpointNeedsItsInterface) {
     expect_complaint("control transfer to interface 3, which is not claimed");
     EXPECT_EQ(libusb_control_transfer(handle_, 0xA2, 0x81, 0x0100, 0x8F, rate.data(), 3, 100),
               LIBUSB_ERROR_IO);
+    expect_complaint("control transfer to endpoint 0x8f, which does not exist");
     libusb_claim_interface(handle_, 3);
 }
 
@@ -125,9 +152,17 @@ TEST_F(Strictness, ReleaseOfWhatWasNotClaimed) {
 TEST_F(Strictness, SettingAndHaltOfWhatIsNotClaimed) {
     libusb_release_interface(handle_, 1);
     EXPECT_EQ(libusb_set_interface_alt_setting(handle_, 1, 0), LIBUSB_ERROR_NOT_FOUND);
-    EXPECT_EQ(libusb_clear_halt(handle_, kVideo), LIBUSB_ERROR_OTHER);
+    EXPECT_EQ(libusb_clear_halt(handle_, kVideo), 0) << "usbfs takes what is free by itself";
     expect_complaint("libusb_set_interface_alt_setting: interface 1 is not claimed");
     expect_complaint("libusb_clear_halt: interface 1 is not claimed");
+    check_complaints();
+    libusb_context* other = make_context();
+    libusb_device_handle* second = open_camera(other);
+    EXPECT_EQ(libusb_clear_halt(second, kAudio), LIBUSB_ERROR_OTHER)
+        << "another handle has interface 3";
+    expect_complaint("libusb_clear_halt: interface 3 is not claimed");
+    libusb_close(second);
+    libusb_exit(other);
     libusb_claim_interface(handle_, 1);
 }
 

@@ -42,11 +42,14 @@ class UnitControl : public testing::TestWithParam<ControlField> {};
 TEST_P(UnitControl, AnswersItsRangeAndKeepsWhatIsSet) {
     Host host(running_camera());
     const ControlField& field = GetParam();
+    host.set_control(3, 11, 1, 0);  // a white balance by hand is one that hosts can set
     EXPECT_EQ(read_field(host, field, 0x82), field.min);
     EXPECT_EQ(read_field(host, field, 0x83), field.max);
     EXPECT_EQ(read_field(host, field, 0x84), field.resolution);
     EXPECT_EQ(read_field(host, field, 0x87), field.initial);
-    EXPECT_EQ(read_field(host, field, 0x81), field.initial);
+    if (field.id != Control::kWhiteBalanceAuto) {
+        EXPECT_EQ(read_field(host, field, 0x81), field.initial);
+    }
     for (const int32_t value : {field.min, field.max}) {
         ASSERT_TRUE(write_field(host, field, value));
         EXPECT_EQ(read_field(host, field, 0x81), value);
@@ -95,6 +98,22 @@ TEST(UnitControls, NumbersOutOfRangeAreClamped) {
     EXPECT_EQ(static_cast<int32_t>(load_u32(back, 4)), -36000);
     ASSERT_TRUE(host.set_control(1, 0x0B, 2, 11));
     EXPECT_EQ(host.in(0xA1, 0x81, 0x0B00, 0x0100, 2).data, (Bytes{10, 0}));
+}
+
+TEST(UnitControls, WhiteBalanceIsTheCamerasWhileAutomaticIsOn) {
+    Host host(running_camera());
+    const auto info = [&] { return host.in(0xA1, 0x86, 0x0A00, 0x0300, 1).data; };
+    const auto balance = [&] { return host.in(0xA1, 0x81, 0x0A00, 0x0300, 2).data; };
+    EXPECT_EQ(info(), Bytes{7}) << "get, set, disabled by automatic mode";
+    EXPECT_FALSE(host.set_control(3, 10, 2, 6500));
+    EXPECT_EQ(host.in(0xA1, 0x81, 0x0200, 0x0000, 1).data, Bytes{2}) << "wrong state";
+    EXPECT_EQ(balance(), (Bytes{0xF8, 0x11})) << "4600 as before";
+    ASSERT_TRUE(host.set_control(3, 11, 1, 0));
+    EXPECT_EQ(info(), Bytes{3});
+    EXPECT_TRUE(host.set_control(3, 10, 2, 6500));
+    EXPECT_EQ(balance(), (Bytes{0x64, 0x19}));
+    ASSERT_TRUE(host.set_control(3, 11, 1, 1));
+    EXPECT_FALSE(host.set_control(3, 10, 2, 3000));
 }
 
 TEST(UnitControls, UnknownSelectorEntityAndRequestStall) {
@@ -354,13 +373,59 @@ TEST(Negotiation, AnswersTheRequestsOfBothHosts) {
     for (const uint8_t request : {0x81, 0x82, 0x83, 0x87}) {
         EXPECT_EQ(host.in(0xA1, request, 0x0100, 0x0001, 26).data.size(), 26U);
     }
-    EXPECT_EQ(host.in(0xA1, 0x85, 0x0100, 0x0001, 2).data, (Bytes{26, 0}));
+    EXPECT_EQ(host.in(0xA1, 0x85, 0x0100, 0x0001, 2).data, (Bytes{34, 0}));
     EXPECT_EQ(host.in(0xA1, 0x86, 0x0100, 0x0001, 1).data, Bytes{3});
     EXPECT_EQ(host.in(0xA1, 0x81, 0x0200, 0x0001, 26).data.size(), 26U);
     EXPECT_TRUE(host.in(0xA1, 0x82, 0x0200, 0x0001, 26).stall);
     EXPECT_TRUE(host.in(0xA1, 0x84, 0x0100, 0x0001, 26).stall);
-    EXPECT_EQ(host.in(0xA1, 0x81, 0x0100, 0x0001, 34).data.size(), 26U) << "a short answer";
+    EXPECT_EQ(host.in(0xA1, 0x81, 0x0100, 0x0001, 48).data.size(), 34U) << "a short answer";
     EXPECT_TRUE(host.in(0xA1, 0x81, 0x0300, 0x0001, 26).stall);
+}
+
+TEST(Negotiation, TakesTheBlocksOfEitherVersion) {
+    Host host(running_camera());
+    Bytes block(34, 0);
+    block[2] = 4;
+    block[3] = 1;
+    ASSERT_FALSE(host.out(0x21, 0x01, 0x0100, 0x0001, block).stall);
+    block = host.in(0xA1, 0x81, 0x0100, 0x0001, 34).data;
+    ASSERT_EQ(block.size(), 34U);
+    EXPECT_EQ(load_u32(block, 26), 48'000'000U) << "dwClockFrequency";
+    EXPECT_EQ(block[30], 3) << "frame ID and end of frame tell frames apart";
+    EXPECT_FALSE(host.out(0x21, 0x01, 0x0200, 0x0001, block).stall);
+    block.resize(26);
+    EXPECT_FALSE(host.out(0x21, 0x01, 0x0200, 0x0001, block).stall);
+    block.resize(30);
+    EXPECT_TRUE(host.out(0x21, 0x01, 0x0100, 0x0001, block).stall);
+    EXPECT_EQ(host.in(0xA1, 0x81, 0x0200, 0x0000, 1).data, Bytes{7}) << "a wrong length";
+}
+
+TEST(Halt, LastsUntilTheHostClearsIt) {
+    Host host(running_camera());
+    const auto status = [&] { return host.in(0x82, 0, 0, 0x81, 2).data; };
+    EXPECT_EQ(status(), (Bytes{0, 0}));
+    host.camera.halt(0x81);
+    EXPECT_EQ(status(), (Bytes{1, 0}));
+    EXPECT_EQ(host.camera.status()["halted"], nlohmann::json::array({0x81}));
+    EXPECT_FALSE(host.out(0x02, 1, 0, 0x81, {}).stall) << "CLEAR_FEATURE";
+    EXPECT_EQ(status(), (Bytes{0, 0}));
+    EXPECT_FALSE(host.out(0x02, 3, 0, 0x81, {}).stall) << "SET_FEATURE";
+    EXPECT_TRUE(host.camera.halted(0x81));
+    EXPECT_FALSE(host.out(0x01, 11, 0, 0, {}).stall);
+    EXPECT_TRUE(host.camera.halted(0x81)) << "SET_INTERFACE of another interface";
+    EXPECT_TRUE(host.stop()) << "SET_INTERFACE";
+    EXPECT_FALSE(host.camera.halted(0x81));
+    for (const auto& clear :
+         {+[](Host& h) { h.camera.bus_reset(); }, +[](Host& h) { h.out(0x00, 9, 1, 0, {}); }}) {
+        host.camera.halt(0x81);
+        clear(host);
+        EXPECT_EQ(status(), (Bytes{0, 0}));
+    }
+    EXPECT_TRUE(host.out(0x02, 3, 0, 0x82, {}).stall) << "no handshake to tell it with";
+    EXPECT_TRUE(host.out(0x02, 3, 0, 0x85, {}).stall);
+    EXPECT_TRUE(host.in(0x82, 0, 0, 0x85, 2).stall);
+    EXPECT_EQ(host.in(0x80, 0, 0, 0, 2).data, (Bytes{0, 0}));
+    EXPECT_TRUE(host.in(0x81, 0, 0, 9, 2).stall) << "no such interface";
 }
 
 /// Largest sample of one second of sound, the click left out.

@@ -199,6 +199,18 @@ TEST(Descriptors, ProcessingUnitEndsWithTheVideoStandardsThatToolsLookFor) {
     EXPECT_EQ(units, 1U);
 }
 
+TEST(Descriptors, VersionHasTheFrameBasedFormats) {
+    Camera camera(running_camera());
+    for (const Descriptor& d : walk(camera.configuration_descriptor())) {
+        if (d.type == 0x24 && d.bytes[2] == 1 && d.bytes.size() == 13 && d.bytes[12] == 1 &&
+            load_u32(d.bytes, 7) == 48'000'000) {
+            EXPECT_EQ(load_u16(d.bytes, 3), 0x0110) << "bcdUVC";
+            return;
+        }
+    }
+    FAIL() << "no header of the video control interface";
+}
+
 TEST(Descriptors, BootCodeHasNoneThatNeedAClass) {
     for (const auto kind : {CameraConfig::BootCode::kNewer, CameraConfig::BootCode::kOlder}) {
         Camera camera(boot(kind));

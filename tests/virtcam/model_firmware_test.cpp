@@ -244,7 +244,7 @@ TEST(Restart, PowerCycleAndReplugReturnToTheStartIdentityAndKeepFlash) {
     EXPECT_EQ(host.camera.flash(), make_image(32));
     host.camera.unplug();
     EXPECT_FALSE(host.camera.attached());
-    EXPECT_FALSE(host.camera.bulk_in(0x81, 8192).has_value());
+    EXPECT_FALSE(host.camera.bulk_in(0x81, 8192, host.now).has_value());
     host.camera.unplug();
     host.camera.plug();
     EXPECT_TRUE(host.camera.attached());

@@ -90,7 +90,7 @@ TimePoint Host::pass(std::chrono::nanoseconds duration) {
 
 std::optional<Frame> Host::take() {
     Frame frame;
-    while (auto payload = camera.bulk_in(0x81, 65536)) {
+    while (auto payload = camera.bulk_in(0x81, 65536, now)) {
         EXPECT_GE(payload->size(), 12U);
         EXPECT_EQ((*payload)[0], 12);
         frame.data.insert(frame.data.end(), payload->begin() + 12, payload->end());

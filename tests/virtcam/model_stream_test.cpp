@@ -247,15 +247,39 @@ TEST(Payloads, EndOfFrameMayRideOnTheLastData) {
     EXPECT_EQ(frame->payloads.front().size(), 1024U);
 }
 
+TEST(Payloads, SourceClockTellsWhenEachLeft) {
+    Host host(running_camera());
+    ASSERT_TRUE(host.start());
+    host.pass(milliseconds(0));
+    constexpr uint32_t kClockPerMs = 48'000;
+    uint32_t pts = 0;
+    const auto frame_number =
+        static_cast<uint16_t>(host.now.time_since_epoch() / milliseconds(1) % 2048);
+    for (uint32_t ms = 0; ms < 3; ++ms) {
+        const auto payload = host.camera.bulk_in(0x81, 512, host.now + milliseconds(ms));
+        ASSERT_TRUE(payload.has_value());
+        pts = load_u32(*payload, 2);
+        EXPECT_EQ(load_u32(*payload, 6), pts + ms * kClockPerMs);
+        EXPECT_EQ(load_u16(*payload, 10), (frame_number + ms) % 2048);
+    }
+    while (host.camera.bulk_in(0x81, 65536, host.now)) {
+    }
+    host.pass(milliseconds(40));
+    const auto next = host.camera.bulk_in(0x81, 512, host.now);
+    ASSERT_TRUE(next.has_value());
+    EXPECT_GT(load_u32(*next, 2), pts);
+    EXPECT_EQ(load_u32(*next, 6), 40 * kClockPerMs) << "of the clock that began with the stream";
+}
+
 TEST(Payloads, RoomBoundsThem) {
     Host host(running_camera());
     ASSERT_TRUE(host.start());
     host.pass(milliseconds(0));
-    EXPECT_FALSE(host.camera.bulk_in(0x81, 12).has_value());
-    const auto payload = host.camera.bulk_in(0x81, 512);
+    EXPECT_FALSE(host.camera.bulk_in(0x81, 12, host.now).has_value());
+    const auto payload = host.camera.bulk_in(0x81, 512, host.now);
     ASSERT_TRUE(payload.has_value());
     EXPECT_EQ(payload->size(), 512U);
-    EXPECT_FALSE(host.camera.bulk_in(0x82, 8192).has_value());
+    EXPECT_FALSE(host.camera.bulk_in(0x82, 8192, host.now).has_value());
 }
 
 TEST(PlainFormats, CarryOnePictureEach) {
@@ -331,10 +355,10 @@ TEST(Lifetime, EveryStopEndsTheStreamAndDropsTheFrameInProgress) {
     for (const auto stop : stops) {
         ASSERT_TRUE(host.start());
         host.pass(milliseconds(0));
-        ASSERT_TRUE(host.camera.bulk_in(0x81, 8192).has_value());
+        ASSERT_TRUE(host.camera.bulk_in(0x81, 8192, host.now).has_value());
         stop(host);
         EXPECT_EQ(host.pass(milliseconds(0)), TimePoint::max());
-        EXPECT_FALSE(host.camera.bulk_in(0x81, 8192).has_value());
+        EXPECT_FALSE(host.camera.bulk_in(0x81, 8192, host.now).has_value());
         ASSERT_TRUE(host.start());
         const auto frame = host.next_frame();
         ASSERT_TRUE(frame.has_value());
@@ -367,7 +391,7 @@ TEST(Threads, ControlAndDataMayRunBesideAdvance) {
     });
     std::thread taker([&] {
         for (int i = 0; i < 2000; ++i) {
-            host.camera.bulk_in(0x81, 8192);
+            host.camera.bulk_in(0x81, 8192, host.now);
             host.camera.iso_in(0x82, 100);
         }
     });

@@ -24,17 +24,16 @@ void LIBUSB_CALL libusb_exit(libusb_context* context) {
     });
 }
 
-// The library has no log of its own to filter.
+// The library has no log of its own to filter, like a libusb that was built without one.
 void LIBUSB_CALL libusb_set_debug(libusb_context*, int) {}
 void LIBUSB_CALL libusb_set_log_cb(libusb_context*, libusb_log_cb, int) {}
 
 int LIBUSB_CALL libusb_set_option(libusb_context*, enum libusb_option option, ...) {
     switch (option) {
         case LIBUSB_OPTION_LOG_LEVEL:
-        case LIBUSB_OPTION_NO_DEVICE_DISCOVERY:
             return LIBUSB_SUCCESS;
         default:
-            return LIBUSB_ERROR_NOT_SUPPORTED;
+            return LIBUSB_ERROR_NOT_SUPPORTED;  // the devices are always looked for
     }
 }
 

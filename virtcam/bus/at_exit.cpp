@@ -15,6 +15,7 @@ namespace {
     for (const auto& leak : bus.leaks()) {
         bus.complaints().raise(leak.code, leak.text);
     }
+    bus.complaints().tell_counts();
     bus.write_status();
 }
 

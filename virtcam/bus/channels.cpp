@@ -20,10 +20,10 @@ line::Ending fitted(line::Ending pushed, const line::Request& request) {
 
 }  // namespace
 
-std::optional<line::Ending> Channels::FarEnd::answer(const line::Request& request) {
+std::optional<line::Ending> Channels::FarEnd::answer(const line::Request& request, TimePoint now) {
     const bool stream = request.is_iso() || request.kind == faults::TransferKind::kBulk;
     if (!channels_.scripted_ || !stream || !request.to_host()) {
-        return Device::answer(request);
+        return Device::answer(request, now);
     }
     auto& pushed = channels_.at(request.endpoint).scripted;
     if (pushed.empty()) {

@@ -69,7 +69,7 @@ class Channels {
         faults::RuleSet& rules() override { return port_.rules(); }
         void run(faults::DeviceAction action) override { port_.run(action); }
         bool iso_paced() const override { return port_.iso_paced() && !channels_.scripted_; }
-        std::optional<line::Ending> answer(const line::Request& request) override;
+        std::optional<line::Ending> answer(const line::Request& request, TimePoint now) override;
 
       private:
         Channels& channels_;

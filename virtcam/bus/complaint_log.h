@@ -9,19 +9,33 @@
 
 namespace virtcam::bus {
 
-/// Complaints in the order in which they were raised. Thread-safe.
+/// Complaints in the order in which each was raised first. Thread-safe.
+///
+/// Unless quiet, each is printed as one line on standard error when it is raised; equal ones again
+/// at the tenth, hundredth ... time, with their number, and at the end if that has grown since.
 class ComplaintLog {
   public:
-    /// Records a complaint and, unless quiet, prints it as one line on standard error.
     void raise(const std::string& code, const std::string& text);
+    /// Prints how often complaints were raised that were not printed each time.
+    void tell_counts();
 
     void set_quiet(bool quiet);
+    /// Texts that are recorded, and not printed, when they are raised from now on.
+    void expect(std::vector<std::string> texts);
     std::vector<Complaint> all() const;
     std::vector<Complaint> take();
 
   private:
+    struct Entry {
+        Complaint complaint;
+        uint64_t told = 0;  ///< count at the last print
+    };
+
+    void print(Entry& entry);
+
     mutable std::mutex mutex_;
-    std::vector<Complaint> list_;
+    std::vector<Entry> list_;
+    std::vector<std::string> expected_;
     bool quiet_ = false;
 };
 

@@ -119,7 +119,10 @@ int Handles::clear_halt(libusb_device_handle* handle, uint8_t endpoint) {
         shared_.complaints.raise(
             "halt_unclaimed",
             "libusb_clear_halt: interface " + std::to_string(interface) + " is not claimed");
-        return LIBUSB_ERROR_OTHER;
+        // usbfs takes the interface by itself when nobody else has it.
+        if (port_.interfaces().driver_name(interface) != "(none)") {
+            return LIBUSB_ERROR_OTHER;
+        }
     }
     const bool done =
         port_.kernel_request({model::usb::kRecipientEndpoint, model::usb::kClearFeature,

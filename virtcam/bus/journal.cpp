@@ -14,19 +14,6 @@ constexpr size_t kLogLimit = 100'000;
 
 constexpr unsigned kKernelTimeOutMs = 5000;  // of the kernel's own control messages
 
-const char* type_name(int type) {
-    switch (type) {
-        case LIBUSB_TRANSFER_TYPE_CONTROL:
-            return "control";
-        case LIBUSB_TRANSFER_TYPE_ISOCHRONOUS:
-            return "iso";
-        case LIBUSB_TRANSFER_TYPE_BULK:
-            return "bulk";
-        default:
-            return "interrupt";
-    }
-}
-
 const char* status_name(faults::Status status) {
     constexpr const char* kNames[] = {"completed", "error",     "timed_out", "cancelled",
                                       "stall",     "no_device", "overflow"};

@@ -20,6 +20,7 @@ void Port::power_on(line::Equipment equipment) {
     started_ = model::Clock::now();
     journal_.begin(started_);
     shared_.complaints.set_quiet(config_.quiet);
+    shared_.complaints.expect(config_.expected_complaints);
     listing_.move_to(config_.listing);
     fixed_devices_ = make_fixed_devices(config_.other_devices);
     last_address_ = static_cast<uint8_t>(fixed_devices_.size());

@@ -21,4 +21,17 @@ int error_for(libusb_transfer_status status) {
     return LIBUSB_ERROR_OTHER;
 }
 
+const char* type_name(int type) {
+    switch (type) {
+        case LIBUSB_TRANSFER_TYPE_CONTROL:
+            return "control";
+        case LIBUSB_TRANSFER_TYPE_ISOCHRONOUS:
+            return "iso";
+        case LIBUSB_TRANSFER_TYPE_BULK:
+            return "bulk";
+        default:
+            return "interrupt";
+    }
+}
+
 }  // namespace virtcam::bus

@@ -14,4 +14,7 @@ inline libusb_transfer_status to_libusb(faults::Status status) {
 /// What the synchronous call reports for a transfer that ended so; 0 for a good one.
 int error_for(libusb_transfer_status status);
 
+/// "control", "iso", "bulk" or "interrupt", of a libusb_transfer_type.
+const char* type_name(int type);
+
 }  // namespace virtcam::bus

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "virtcam/bus/status_codes.h"
 #include "virtcam/model/usb.h"
 
 namespace virtcam::bus {
@@ -15,6 +16,13 @@ constexpr int kSetupLength = LIBUSB_CONTROL_SETUP_SIZE;
 /// Of a control transfer whose buffer is long enough.
 model::Setup setup_of(const libusb_transfer& transfer) {
     return line::read_setup({transfer.buffer, LIBUSB_CONTROL_SETUP_SIZE});
+}
+
+std::string recipient_text(const model::Setup& setup) {
+    const auto target = static_cast<uint8_t>(setup.index);
+    return (setup.request_type & model::usb::kRecipientMask) == model::usb::kRecipientEndpoint
+               ? endpoint_text(target)
+               : "interface " + std::to_string(target);
 }
 
 int check_recipient(libusb_device_handle* handle, const model::Setup& setup,
@@ -34,6 +42,8 @@ int check_recipient(libusb_device_handle* handle, const model::Setup& setup,
             return LIBUSB_SUCCESS;
     }
     if (!interfaces.exists(interface)) {
+        complaints.raise("control_nowhere",
+                         "control transfer to " + recipient_text(setup) + ", which does not exist");
         return LIBUSB_ERROR_IO;
     }
     if (interfaces.claimed_by(interface, handle)) {
@@ -82,6 +92,15 @@ int check_packets(const libusb_transfer& transfer, int packets, ComplaintLog& co
     return LIBUSB_SUCCESS;
 }
 
+/// Why no endpoint answers to an address in the present settings.
+std::string absence_text(int interface, const InterfaceTable& interfaces) {
+    if (interface < 0) {
+        return ", which does not exist";
+    }
+    return ", which alternate setting " + std::to_string(interfaces.setting(interface)) +
+           " of interface " + std::to_string(interface) + " does not have";
+}
+
 int check_stream(const libusb_transfer& transfer, int packets, const InterfaceTable& interfaces,
                  ComplaintLog& complaints) {
     const int interface = interfaces.interface_of(transfer.endpoint);
@@ -92,8 +111,17 @@ int check_stream(const libusb_transfer& transfer, int packets, const InterfaceTa
         return LIBUSB_ERROR_IO;
     }
     const auto* endpoint = interfaces.active_endpoint(transfer.endpoint);
-    if (endpoint == nullptr ||
-        (endpoint->bmAttributes & LIBUSB_TRANSFER_TYPE_MASK) != transfer.type) {
+    if (endpoint == nullptr) {
+        complaints.raise(interface < 0 ? "no_endpoint" : "endpoint_not_selected",
+                         "transfer on " + endpoint_text(transfer.endpoint) +
+                             absence_text(interface, interfaces));
+        return LIBUSB_ERROR_IO;
+    }
+    if (const int type = endpoint->bmAttributes & LIBUSB_TRANSFER_TYPE_MASK;
+        type != transfer.type) {
+        complaints.raise("wrong_type", std::string(type_name(transfer.type)) + " transfer on " +
+                                           endpoint_text(transfer.endpoint) + ", which is " +
+                                           type_name(type));
         return LIBUSB_ERROR_IO;
     }
     return transfer.type == LIBUSB_TRANSFER_TYPE_ISOCHRONOUS

@@ -45,11 +45,13 @@ bool parse_drivers(const json& value) {
 
 void parse_bus(const json& bus, Config& config) {
     check_members(bus, "\"bus\"",
-                  {"listing", "kernel_drivers", "present", "iso_paced", "quiet", "other_devices"});
+                  {"listing", "kernel_drivers", "present", "iso_paced", "quiet", "other_devices",
+                   "expected_complaints"});
     config.listing = bus.value("listing", config.listing);
     config.present = bus.value("present", config.present);
     config.iso_paced = bus.value("iso_paced", config.iso_paced);
     config.quiet = bus.value("quiet", config.quiet);
+    config.expected_complaints = bus.value("expected_complaints", config.expected_complaints);
     if (bus.contains("kernel_drivers")) {
         config.kernel_drivers = parse_drivers(bus["kernel_drivers"]);
     }

@@ -25,6 +25,7 @@ struct Config {
     bool present = true;          ///< the camera is plugged in at the start
     bool iso_paced = true;        ///< one isochronous packet per millisecond and endpoint
     bool quiet = false;           ///< complaints are recorded but not printed
+    std::vector<std::string> expected_complaints;  ///< whole lines that are not printed
     std::vector<OtherDevice> other_devices;
     nlohmann::json rules = nlohmann::json::array();  ///< "faults" followed by "events"
 

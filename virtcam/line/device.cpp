@@ -55,17 +55,20 @@ Ending answer_out(model::Camera& camera, const Request& request) {
 
 }  // namespace
 
-std::optional<Ending> Device::answer(const Request& request) {
+std::optional<Ending> Device::answer(const Request& request, model::TimePoint now) {
     if (request.is_control()) {
         return answer_control(camera(), request);
     }
     if (request.is_iso()) {
         return answer_iso(camera(), request);
     }
+    if (camera().halted(request.endpoint)) {
+        return ended(Status::kStall);
+    }
     if (!request.to_host()) {
         return answer_out(camera(), request);
     }
-    auto payload = camera().bulk_in(request.endpoint, request.room);
+    auto payload = camera().bulk_in(request.endpoint, request.room, now);
     if (!payload) {
         return std::nullopt;
     }

@@ -21,9 +21,9 @@ class Device {
     virtual void run(faults::DeviceAction action) = 0;
     /// True when isochronous endpoints keep to one packet per millisecond.
     virtual bool iso_paced() const = 0;
-    /// The device's answer to a request, nothing when it has none yet. The camera's, unless a front
+    /// The device's answer to a request at `now`, nothing when it has none yet. The camera's, unless a front
     /// end has others.
-    virtual std::optional<Ending> answer(const Request& request);
+    virtual std::optional<Ending> answer(const Request& request, model::TimePoint now);
 };
 
 }  // namespace virtcam::line

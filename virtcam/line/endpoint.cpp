@@ -44,7 +44,7 @@ bool Endpoint::prepare(TimePoint now) {
             return false;
         }
     }
-    auto ending = request.is_control() ? ask_control(request) : ask_transfer(request);
+    auto ending = request.is_control() ? ask_control(request, now) : ask_transfer(request, now);
     if (!ending) {
         return false;
     }
@@ -54,7 +54,7 @@ bool Endpoint::prepare(TimePoint now) {
     return !stuck_;
 }
 
-std::optional<Ending> Endpoint::ask_control(const Request& request) {
+std::optional<Ending> Endpoint::ask_control(const Request& request, TimePoint now) {
     if (request.malformed) {
         return ended(faults::Status::kStall);
     }
@@ -70,15 +70,15 @@ std::optional<Ending> Endpoint::ask_control(const Request& request) {
     if (auto refused = refusal(action)) {
         return refused;
     }
-    auto ending = device_->answer(request);
+    auto ending = device_->answer(request, now);
     if (ending) {
         apply(action, *ending);
     }
     return ending;
 }
 
-std::optional<Ending> Endpoint::ask_transfer(const Request& request) {
-    auto ending = device_->answer(request);
+std::optional<Ending> Endpoint::ask_transfer(const Request& request, TimePoint now) {
+    auto ending = device_->answer(request, now);
     if (!ending) {
         return std::nullopt;
     }
@@ -88,6 +88,9 @@ std::optional<Ending> Endpoint::ask_transfer(const Request& request) {
     faults::Action action =
         device_->rules().on_transfer(*request.kind, request.endpoint, ending->data);
     apply(action, *ending);
+    if (!request.is_iso() && ending->status == faults::Status::kStall) {
+        device_->camera().halt(request.endpoint);
+    }
     afterwards_ = std::move(action.device);
     return ending;
 }

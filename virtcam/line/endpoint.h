@@ -12,7 +12,8 @@ namespace virtcam::line {
 
 /// Requests are answered in their order. The first one is put to the device, the rules change the
 /// answer, and it is handed out when it is due; a rule may also hold it for good, and with it those
-/// behind. Not thread-safe.
+/// behind. A bulk or interrupt transfer that ends with a stall, whoever refused it, halts the
+/// endpoint of the camera. Not thread-safe.
 class Endpoint {
   public:
     struct Answer {
@@ -41,8 +42,8 @@ class Endpoint {
 
   private:
     bool prepare(model::TimePoint now);
-    std::optional<Ending> ask_control(const Request& request);
-    std::optional<Ending> ask_transfer(const Request& request);
+    std::optional<Ending> ask_control(const Request& request, model::TimePoint now);
+    std::optional<Ending> ask_transfer(const Request& request, model::TimePoint now);
     bool paced(const Request& request) const { return request.is_iso() && device_->iso_paced(); }
 
     Device* device_;

@@ -327,7 +327,7 @@ bool Camera::bulk_out(uint8_t endpoint, std::span<const uint8_t> data) {
     return impl_->presence.attached() && impl_->device->bulk_out(endpoint, data);
 }
 
-std::optional<std::vector<uint8_t>> Camera::bulk_in(uint8_t endpoint, size_t room) {
+std::optional<std::vector<uint8_t>> Camera::bulk_in(uint8_t endpoint, size_t room, TimePoint now) {
     std::optional<Bytes> payload;
     bool wakes = false;
     {
@@ -336,13 +336,23 @@ std::optional<std::vector<uint8_t>> Camera::bulk_in(uint8_t endpoint, size_t roo
             return std::nullopt;
         }
         const TimePoint before = impl_->device->next_wake(TimePoint::min());
-        payload = impl_->device->bulk_in(endpoint, room);
+        payload = impl_->device->bulk_in(endpoint, room, now);
         wakes = impl_->device->next_wake(TimePoint::min()) < before;
     }
     if (wakes) {
         impl_->notify();
     }
     return payload;
+}
+
+void Camera::halt(uint8_t endpoint) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->device->halt(endpoint);
+}
+
+bool Camera::halted(uint8_t endpoint) const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->device->halted(endpoint);
 }
 
 std::vector<uint8_t> Camera::iso_in(uint8_t endpoint, size_t room) {

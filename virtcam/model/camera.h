@@ -80,8 +80,15 @@ class Camera {
     bool bulk_out(uint8_t endpoint, std::span<const uint8_t> data);
 
     /// Next UVC payload of bulk IN endpoint 0x81, at most `room` bytes, or nothing (NAK) when none
-    /// is due. A payload is one transfer: it ends with a short packet or at `room` bytes.
-    std::optional<std::vector<uint8_t>> bulk_in(uint8_t endpoint, size_t room);
+    /// is due. A payload is one transfer: it ends with a short packet or at `room` bytes. `now` is
+    /// what its source clock reference tells.
+    std::optional<std::vector<uint8_t>> bulk_in(uint8_t endpoint, size_t room, TimePoint now);
+
+    /// Halts a bulk endpoint (address with direction bit), as the device does when it refuses a
+    /// transfer: until CLEAR_FEATURE, SET_INTERFACE of its interface, SET_CONFIGURATION or a reset
+    /// the front end is to answer each transfer on it with a stall.
+    void halt(uint8_t endpoint);
+    bool halted(uint8_t endpoint) const;
 
     /// Data of the next isochronous packet (one service interval of 1 ms) of endpoint 0x82; empty
     /// when the alternate setting is 0. The caller keeps the clock: one call per millisecond.

@@ -91,7 +91,7 @@ std::string interface_text(const Setup& setup, ByteView data) {
                        : selector == usb::kVsStreamErrorCode ? "VS error code"
                                                              : "VS control";
     std::string text = std::string("UVC ") + name + request;
-    if (data.size() >= kProbeLength) {
+    if (data.size() >= kShortProbeLength) {
         return text +
                format(" format %u frame %u interval %u", data[2], data[3], load_u32(data, 4));
     }

@@ -115,7 +115,7 @@ void processing_unit(Writer& w) {
     w.raw({2});
     w.u16(kProcessingControls);
     w.raw({0});
-    w.raw({0});  // bmVideoStandards: none. Of UVC 1.1, but tools miss it in UVC 1.00, too
+    w.raw({0});  // bmVideoStandards: none
     w.end();
 }
 
@@ -132,7 +132,7 @@ void video_control(Writer& w) {
     const size_t header = w.size();
     w.begin(kCsInterface);
     w.raw({1});
-    w.u16(0x0100);  // bcdUVC
+    w.u16(0x0110);  // bcdUVC: the first with frame-based formats
     w.u16(0);       // total length, below
     w.u32(48000000);
     w.raw({1, usb::kInterfaceVideoStreaming});

@@ -45,11 +45,11 @@ bool Device::bulk_out(uint8_t endpoint, ByteView data) {
     return descriptors::has_endpoint(personality_, endpoint) && state_.firmware.bulk_data(data);
 }
 
-std::optional<Bytes> Device::bulk_in(uint8_t endpoint, size_t room) {
+std::optional<Bytes> Device::bulk_in(uint8_t endpoint, size_t room, TimePoint now) {
     if (endpoint != usb::kEndpointVideo || !streaming_) {
         return std::nullopt;
     }
-    return queue_.take(room);
+    return queue_.take(room, {device_clock(now), bus_frame_number(now)});
 }
 
 Bytes Device::iso_in(uint8_t endpoint, size_t room) {
@@ -61,12 +61,20 @@ Bytes Device::iso_in(uint8_t endpoint, size_t room) {
 
 void Device::bus_reset() {
     stop_stream();
+    halted_.clear();
     audio_alternate_ = 0;
     configuration_ = 0;
 }
 
 bool Device::take_burned() {
     return std::exchange(state_.requests.burned, false);
+}
+
+uint32_t Device::device_clock(TimePoint now) const {
+    constexpr int64_t kTicksPerMicrosecond = 48;
+    const auto elapsed = std::max(now - clock_zero_, Clock::duration::zero());
+    return static_cast<uint32_t>(std::chrono::nanoseconds(elapsed).count() * kTicksPerMicrosecond /
+                                 1000);
 }
 
 void Device::start_stream(const StreamParameters& parameters) {
@@ -110,6 +118,9 @@ std::optional<PictureJob> Device::next_job(TimePoint now) {
         ++waiting_ticks_;
     }
     advance_scene(waiting_ticks_);
+    if (first_frame_) {
+        clock_zero_ = now;
+    }
     PictureJob job;
     job.generation = generation_;
     job.first = std::exchange(first_frame_, false);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "virtcam/model/bytes.h"
@@ -35,9 +36,12 @@ class Device {
 
     ControlReply control(const Setup& setup, ByteView out);
     bool bulk_out(uint8_t endpoint, ByteView data);
-    std::optional<Bytes> bulk_in(uint8_t endpoint, size_t room);
+    std::optional<Bytes> bulk_in(uint8_t endpoint, size_t room, TimePoint now);
     Bytes iso_in(uint8_t endpoint, size_t room);
     void bus_reset();
+    /// Every transfer on the endpoint is refused until the host clears it.
+    void halt(uint8_t endpoint) { halted_.insert(endpoint); }
+    bool halted(uint8_t endpoint) const { return halted_.count(endpoint) != 0; }
 
     /// True once after a burn.
     bool take_burned();
@@ -61,7 +65,9 @@ class Device {
     Answer standard_request(const Setup& setup);
     Answer get_descriptor(const Setup& setup) const;
     Answer set_interface(const Setup& setup);
+    Answer get_status(const Setup& setup) const;
     Answer clear_feature(const Setup& setup);
+    Answer set_feature(const Setup& setup);
     Answer class_request(const Setup& setup, ByteView out);
     Answer entity_request(const Setup& setup, ByteView out);
     Answer audio_request(const Setup& setup, ByteView out);
@@ -71,6 +77,7 @@ class Device {
     Answer extension_request(const Setup& setup, ByteView out);
     Answer vendor_request(const Setup& setup, ByteView out);
 
+    uint32_t device_clock(TimePoint now) const;
     void start_stream(const StreamParameters& parameters);
     void stop_stream();
     void advance_scene(uint64_t ticks);
@@ -89,12 +96,14 @@ class Device {
     uint8_t configuration_ = 0;
     uint8_t audio_alternate_ = 0;
     uint8_t request_error_ = 0;  ///< of the last request to the video function
+    std::set<uint8_t> halted_;   ///< addresses of endpoints
 
     // Video stream.
     bool streaming_ = false;
     uint64_t generation_ = 0;  ///< number of commits
     StreamParameters stream_;
     bool first_frame_ = false;
+    TimePoint clock_zero_;               ///< when the device clock of the stream began
     uint64_t waiting_ticks_ = 0;         ///< clock periods since the last frame was made
     std::optional<TimePoint> next_due_;  ///< unset until the first advance after the start
 

@@ -56,10 +56,14 @@ bool is_error_code(uint8_t entity, uint8_t selector, bool streaming) {
            selector == (streaming ? usb::kVsStreamErrorCode : usb::kVcRequestErrorCode);
 }
 
+bool is_negotiation(uint8_t selector, bool streaming) {
+    return streaming && (selector == usb::kVsProbe || selector == usb::kVsCommit);
+}
+
 /// Bytes of a video control that SET_CUR may reach; 0 when there is none.
 uint16_t settable_length(uint8_t entity, uint8_t selector, bool streaming) {
     if (streaming) {
-        return selector == usb::kVsProbe || selector == usb::kVsCommit ? kProbeLength : 0;
+        return is_negotiation(selector, streaming) ? kProbeLength : 0;
     }
     if (entity == usb::kEntityExtensionUnit) {
         const usb::ExtensionBlock* block = usb::extension_block(selector);
@@ -100,9 +104,11 @@ ControlReply Device::control(const Setup& setup, ByteView out) {
 Device::Answer Device::standard_request(const Setup& setup) {
     switch (setup.request) {
         case usb::kGetStatus:
-            return Bytes{0, 0};
+            return get_status(setup);
         case usb::kClearFeature:
             return clear_feature(setup);
+        case usb::kSetFeature:
+            return set_feature(setup);
         case usb::kSetAddress:
             return Bytes{};
         case usb::kGetDescriptor:
@@ -158,11 +164,43 @@ Device::Answer Device::set_interface(const Setup& setup) {
     if (personality_ == Personality::kRunTime) {
         if (number == usb::kInterfaceVideoStreaming) {
             stop_stream();
+            halted_.erase(usb::kEndpointVideo);
         } else if (number == usb::kInterfaceAudioStreaming) {
             audio_alternate_ = alternate;
             microphone_.restart();
         }
+    } else if (number == usb::kInterfaceDownload) {
+        halted_.erase(usb::kEndpointDownload);
     }
+    return Bytes{};
+}
+
+Device::Answer Device::get_status(const Setup& setup) const {
+    const uint8_t target = low(setup.index);
+    switch (recipient(setup)) {
+        case usb::kRecipientDevice:
+            return Bytes{0, 0};  // powered by the bus, wakes nobody
+        case usb::kRecipientInterface:
+            return descriptors::has_alternate(personality_, target, 0) ? Answer{Bytes{0, 0}}
+                                                                       : std::nullopt;
+        case usb::kRecipientEndpoint:
+            if (target != 0 && !descriptors::has_endpoint(personality_, target)) {
+                return std::nullopt;
+            }
+            return Bytes{static_cast<uint8_t>(halted(target) ? 1 : 0), 0};
+        default:
+            return std::nullopt;
+    }
+}
+
+/// Only bulk endpoints can be halted: the isochronous one has no handshake to tell it with.
+Device::Answer Device::set_feature(const Setup& setup) {
+    const uint8_t endpoint = low(setup.index);
+    if (recipient(setup) != usb::kRecipientEndpoint || setup.value != usb::kFeatureEndpointHalt ||
+        !descriptors::has_endpoint(personality_, endpoint) || endpoint == usb::kEndpointAudio) {
+        return std::nullopt;
+    }
+    halt(endpoint);
     return Bytes{};
 }
 
@@ -171,6 +209,7 @@ Device::Answer Device::clear_feature(const Setup& setup) {
         (low(setup.index) != 0 && !descriptors::has_endpoint(personality_, low(setup.index)))) {
         return std::nullopt;
     }
+    halted_.erase(low(setup.index));
     if (low(setup.index) == usb::kEndpointVideo) {
         stop_stream();  // a bulk camera has no other signal of its host's stop
     }
@@ -253,11 +292,14 @@ uint8_t Device::error_of(const Setup& setup) const {
         return is_error_code(entity, selector, streaming) ? usb::kErrorInvalidRequest
                                                           : usb::kErrorInvalidControl;
     }
-    if (setup.request != usb::kSetCur || setup.length != length) {
+    const bool right_length = is_negotiation(selector, streaming) ? is_probe_length(setup.length)
+                                                                  : setup.length == length;
+    if (setup.request != usb::kSetCur || !right_length) {
         return usb::kErrorInvalidRequest;
     }
     const bool needs_a_step_before =
-        streaming || (entity == usb::kEntityExtensionUnit && selector == usb::kFirmwareData);
+        streaming || controls_.automatic(entity, selector) ||
+        (entity == usb::kEntityExtensionUnit && selector == usb::kFirmwareData);
     return needs_a_step_before ? usb::kErrorWrongState : usb::kErrorOutOfRange;
 }
 

@@ -48,6 +48,7 @@ void Device::report(json& status) const {
     status["version"] = state_.facts.version;
     status["anti_flicker"] = controls_.value(Control::kPowerLine);
     status["self_test"] = state_.facts.self_test_result;
+    status["halted"] = halted_;
     status["lux"] = state_.facts.lux;
     for (const Command& command : commands()) {
         if (command.shown != nullptr) {

@@ -13,8 +13,6 @@ constexpr uint8_t kHasPts = 0x04;
 constexpr uint8_t kHasScr = 0x08;
 constexpr uint8_t kEndOfHeader = 0x80;
 
-constexpr uint32_t kClockPerFrameNumber = 48000;  // 48 MHz over 1 kHz start-of-frame
-
 }  // namespace
 
 void PayloadQueue::restart() {
@@ -32,7 +30,7 @@ void PayloadQueue::put(Bytes frame, uint32_t pts) {
     frame_id_ = !frame_id_;
 }
 
-std::optional<Bytes> PayloadQueue::take(size_t room) {
+std::optional<Bytes> PayloadQueue::take(size_t room, SourceClock clock) {
     const size_t limit = std::min<size_t>(room, max_payload_);
     if (!busy_ || limit <= kHeaderLength) {
         return std::nullopt;
@@ -47,8 +45,8 @@ std::optional<Bytes> PayloadQueue::take(size_t room) {
     payload.push_back(static_cast<uint8_t>(kEndOfHeader | kHasScr | kHasPts |
                                            (last ? kEndOfFrame : 0) | (frame_id_ ? kFrameId : 0)));
     append_le(payload, 4, pts_);
-    append_le(payload, 4, pts_);
-    append_le(payload, 2, pts_ / kClockPerFrameNumber & 0x7FF);
+    append_le(payload, 4, clock.device);
+    append_le(payload, 2, clock.frame_number);
     const auto from = frame_.begin() + static_cast<std::ptrdiff_t>(sent_);
     payload.insert(payload.end(), from, from + static_cast<std::ptrdiff_t>(data));
     sent_ += data;

@@ -9,6 +9,12 @@
 
 namespace virtcam::model {
 
+/// Source clock reference of a payload: both clocks at the moment when it leaves.
+struct SourceClock {
+    uint32_t device = 0;        ///< 48 MHz device clock, that of presentation times
+    uint16_t frame_number = 0;  ///< of the bus
+};
+
 /// Holds at most one frame: what the host does not take in time is not stored up.
 class PayloadQueue {
   public:
@@ -23,7 +29,7 @@ class PayloadQueue {
     /// Takes a frame; only when not busy(). `pts` is in ticks of the 48 MHz device clock.
     void put(Bytes frame, uint32_t pts);
     /// Next payload of at most `room` bytes, nothing when no frame waits or no header fits.
-    std::optional<Bytes> take(size_t room);
+    std::optional<Bytes> take(size_t room, SourceClock clock);
 
   private:
     uint32_t max_payload_;

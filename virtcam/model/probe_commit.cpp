@@ -9,6 +9,8 @@ namespace virtcam::model {
 namespace {
 
 constexpr uint16_t kHintFixedInterval = 1;
+constexpr uint32_t kDeviceClock = 48'000'000;  // Hz
+constexpr uint8_t kFramingByIdAndEnd = 3;      // bmFramingInfo
 
 uint8_t nearest_index(uint8_t wanted, size_t count) {
     return static_cast<uint8_t>(std::clamp<size_t>(wanted, 1, count));
@@ -41,7 +43,7 @@ ProbeCommit::ProbeCommit(uint32_t max_payload)
     : max_payload_(max_payload), current_(nearest(1, 1, 0)), committed_(current_) {}
 
 bool ProbeCommit::probe(ByteView block) {
-    if (block.size() != kProbeLength) {
+    if (!is_probe_length(block.size())) {
         return false;
     }
     current_ = nearest(block[2], block[3], load_u32(block, 4));
@@ -50,7 +52,7 @@ bool ProbeCommit::probe(ByteView block) {
 }
 
 std::optional<StreamParameters> ProbeCommit::commit(ByteView block) {
-    if (!probed_ || block.size() != kProbeLength || block[2] != current_.format_index ||
+    if (!probed_ || !is_probe_length(block.size()) || block[2] != current_.format_index ||
         block[3] != current_.frame_index || load_u32(block, 4) != current_.interval) {
         return std::nullopt;
     }
@@ -113,6 +115,8 @@ Bytes ProbeCommit::block(const StreamParameters& parameters) const {
     store_le(bytes, 4, 4, parameters.interval);
     store_le(bytes, 18, 4, max_frame_bytes(format, parameters.size));
     store_le(bytes, 22, 4, max_payload_);
+    store_le(bytes, 26, 4, kDeviceClock);
+    bytes[30] = kFramingByIdAndEnd;  // the versions of the format that follow: none
     return bytes;
 }
 

@@ -1,6 +1,7 @@
-// Negotiation of the video stream: the probe and commit controls of UVC 1.00, 4.3.1.1.
+// Negotiation of the video stream: the probe and commit controls of UVC 1.10, 4.3.1.1.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -9,7 +10,13 @@
 
 namespace virtcam::model {
 
-inline constexpr uint16_t kProbeLength = 26;
+inline constexpr uint16_t kProbeLength = 34;
+/// Of a host that knows UVC 1.00 only.
+inline constexpr uint16_t kShortProbeLength = 26;
+
+inline constexpr bool is_probe_length(size_t length) {
+    return length == kProbeLength || length == kShortProbeLength;
+}
 
 /// A negotiated stream.
 struct StreamParameters {

@@ -42,6 +42,7 @@ inline constexpr uint8_t kGetDef = 0x87;
 // GET_INFO capability bits (UVC 1.00, 4.1.2).
 inline constexpr uint8_t kInfoGet = 0x01;
 inline constexpr uint8_t kInfoSet = 0x02;
+inline constexpr uint8_t kInfoDisabledByAutomatic = 0x04;
 
 // Control selectors (UVC 1.00, tables; UAC 1.0, tables ).
 inline constexpr uint8_t kVcRequestErrorCode = 0x02;

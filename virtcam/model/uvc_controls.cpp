@@ -85,9 +85,14 @@ UvcControls::UvcControls() {
     }
 }
 
+bool UvcControls::automatic(uint8_t entity, uint8_t selector) const {
+    return entity == kPu && selector == usb::kPuWhiteBalance &&
+           value(Control::kWhiteBalanceAuto) != 0;
+}
+
 bool UvcControls::set(uint8_t entity, uint8_t selector, ByteView block) {
     const uint16_t length = control_length(entity, selector);
-    if (length == 0 || block.size() != length) {
+    if (length == 0 || block.size() != length || automatic(entity, selector)) {
         return false;
     }
     for (const ControlField& field : kFields) {
@@ -108,7 +113,9 @@ std::optional<Bytes> UvcControls::get(uint8_t request, uint8_t entity, uint8_t s
     if (request == usb::kGetLen) {
         append_le(answer, 2, block_length);
     } else if (request == usb::kGetInfo) {
-        answer.push_back(usb::kInfoGet | usb::kInfoSet);
+        answer.push_back(static_cast<uint8_t>(
+            usb::kInfoGet | usb::kInfoSet |
+            (automatic(entity, selector) ? usb::kInfoDisabledByAutomatic : 0)));
     } else if (answers_block(request)) {
         answer.resize(block_length);
         for (const ControlField& field : kFields) {

@@ -55,8 +55,11 @@ class UvcControls {
 
     int32_t value(Control id) const { return values_[static_cast<size_t>(id)]; }
 
+    /// True while an automatic mode sets the control, so that a host cannot.
+    bool automatic(uint8_t entity, uint8_t selector) const;
+
     /// SET_CUR. Numbers are clamped to their range and read back clamped. False (stall) when there
-    /// is no such control or the length is not its own.
+    /// is no such control, the length is not its own, or it is automatic().
     bool set(uint8_t entity, uint8_t selector, ByteView block);
 
     /// GET_CUR, GET_MIN, GET_MAX, GET_RES, GET_DEF, GET_INFO and GET_LEN; nothing (stall) for

@@ -77,7 +77,7 @@ void UrbStream::unlink(const Unlink& unlink, Bytes& wire) {
     }
     const TimePoint now = model::Clock::now();
     if (answers_before_unlink_) {
-        append_reply(victim->second.submit, Result{}, frame_number(now), wire);
+        append_reply(victim->second.submit, Result{}, model::bus_frame_number(now), wire);
     }
     // Must never be answered from here on: the kernel would drop the connection.
     endpoint_of(victim->second).withdraw(victim->second, now);
@@ -106,18 +106,12 @@ TimePoint UrbStream::serve(TimePoint now, Bytes& wire) {
 void UrbStream::send(line::Endpoint::Answer answer, Bytes& wire) {
     const Submit& submit = static_cast<const Urb&>(answer.request).submit;
     const uint32_t seqnum = submit.seqnum;
-    append_reply(submit, to_result(submit, std::move(answer.ending)), frame_number(answer.due),
-                 wire);
+    append_reply(submit, to_result(submit, std::move(answer.ending)),
+                 model::bus_frame_number(answer.due), wire);
     urbs_.erase(seqnum);
     for (const faults::DeviceAction action : answer.afterwards) {
         device_.run(action);
     }
-}
-
-uint32_t UrbStream::frame_number(TimePoint now) const {
-    constexpr uint32_t kFrameNumbers = 2048;  // USB 2.0, 8.4.3.1: 11 bits
-    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - started_);
-    return static_cast<uint32_t>(elapsed.count()) % kFrameNumbers;
 }
 
 }  // namespace virtcam::usbip

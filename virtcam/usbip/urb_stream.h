@@ -44,7 +44,6 @@ class UrbStream {
     line::Endpoint& endpoint_of(const Urb& urb);
     bool on_the_bus() const;
     void send(line::Endpoint::Answer answer, Bytes& wire);
-    uint32_t frame_number(model::TimePoint now) const;
 
     line::Device& device_;
     uint64_t attachment_;                          ///< of the camera that was imported
@@ -52,7 +51,6 @@ class UrbStream {
     std::map<uint8_t, line::Endpoint> endpoints_;  ///< by address; control under 0
     bool muted_ = false;
     bool answers_before_unlink_ = false;
-    model::TimePoint started_ = model::Clock::now();
 };
 
 }  // namespace virtcam::usbip
