@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "host/commands/commands.h"
+#include "host/commands/surroundings.h"
 #include "host/commands/virtual_camera.h"
 
 namespace camhost {
@@ -23,12 +24,23 @@ ExitCode run_command(const Options& options) {
             return run_capabilities(options);
         case Command::kShell:
             return run_shell(options);
+        case Command::kScenario:
+            return run_scenario(options);
+        case Command::kSnapshot:
+            return run_snapshot(options);
+        case Command::kWatch:
+            return run_watch(options);
+        case Command::kTrace:
+            return run_trace(options);
     }
     return ExitCode::kUsage;
 }
 
-ExitCode run(int argc, char** argv) {
+int run(int argc, char** argv) {
     const Options options = parse_arguments(argc, argv);
+    if (options.common.virtual_camera && !in_television_surroundings()) {
+        return run_in_sandbox(argv);
+    }
     if (options.common.virtual_camera && !on_virtual_bus()) {
         std::filesystem::path status;
         if (!options.record.output.empty() && options.command == Command::kRecord) {
@@ -37,21 +49,21 @@ ExitCode run(int argc, char** argv) {
         }
         restart_on_virtual_bus(options.common, status, argv);
     }
-    return run_command(options);
+    return static_cast<int>(run_command(options));
 }
 
 }  // namespace
 }  // namespace camhost
 
 int main(int argc, char** argv) {
-    camhost::ExitCode code = camhost::ExitCode::kFailed;
+    auto code = static_cast<int>(camhost::ExitCode::kFailed);
     try {
         code = camhost::run(argc, argv);
     } catch (const camhost::Failure& failure) {
         std::cerr << "camhost: " << failure.what() << '\n';
-        code = failure.code();
+        code = static_cast<int>(failure.code());
     } catch (const std::exception& error) {
         std::cerr << "camhost: " << error.what() << '\n';
     }
-    return static_cast<int>(code);
+    return code;
 }

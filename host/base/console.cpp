@@ -18,7 +18,7 @@ constexpr const char* kClearLine = "\r\x1b[K";
 Console::Console(int fd) : fd_(fd), terminal_(isatty(fd) == 1) {}
 
 void Console::write_all(const std::string& text) {
-    size_t done = 0;
+    size_t done = silent_ ? text.size() : 0;
     while (done < text.size()) {
         const ssize_t written = write(fd_, text.data() + done, text.size() - done);
         if (written < 0 && errno != EINTR) {
@@ -37,7 +37,21 @@ void Console::clear_bar() {
 
 void Console::line(const std::string& text) {
     clear_bar();
+    lines_drawn_ = 0;
     write_all(text + "\n");
+}
+
+void Console::redraw(const std::vector<std::string>& lines) {
+    clear_bar();
+    std::string text;
+    if (terminal_ && lines_drawn_ > 0) {
+        text = format("\x1b[%zuA\x1b[J", lines_drawn_);  // up, and clear what is below
+    }
+    for (const std::string& line : lines) {
+        text += line + "\n";
+    }
+    write_all(text);
+    lines_drawn_ = lines.size();
 }
 
 void Console::progress(double fraction, const std::string& text) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace camhost {
 
@@ -23,6 +24,11 @@ class Console {
     void progress(double fraction, const std::string& text);
     /// Shows something of unknown length: redrawn on a terminal, printed once elsewhere.
     void waiting(const std::string& text, double seconds);
+    /// Shows lines that take the place of those of the last call, on a terminal; elsewhere they are
+    /// printed one after the other.
+    void redraw(const std::vector<std::string>& lines);
+    /// Silent, it prints nothing.
+    void set_silent(bool silent) { silent_ = silent; }
     /// Ends the progress or waiting line.
     void progress_done();
 
@@ -32,7 +38,9 @@ class Console {
 
     int fd_;
     bool terminal_;
+    bool silent_ = false;
     bool bar_shown_ = false;
+    size_t lines_drawn_ = 0;
     int last_quarter_ = 0;
     std::string last_waiting_;
 };

@@ -1,90 +1,191 @@
-// camhost check: a short recording and a judgement of everything that a host relies on.
+// camhost check: the acceptance test of a camera.
 #include <algorithm>
-#include <functional>
-#include <vector>
+#include <fstream>
 
+#include "host/acceptance/check.h"
+#include "host/base/nearest_name.h"
 #include "host/base/temporary_folder.h"
 #include "host/base/text.h"
 #include "host/commands/commands.h"
 #include "host/commands/workbench.h"
-#include "host/pictures/annexb.h"
-#include "host/properties/combination.h"
-#include "host/recording/conformance.h"
-#include "host/recording/report.h"
-#include "host/session/property_access.h"
 
 namespace camhost {
 
 namespace {
 
-constexpr std::chrono::milliseconds kCheckDuration{2000};
-constexpr std::chrono::milliseconds kStillInterval{500};
+using Verdict = CheckResult::Verdict;
 
-/// Counts and prints pass and fail lines.
-class Verdicts {
-  public:
-    explicit Verdicts(Console& console) : console_(console) {}
+constexpr const char* kFound = "found";
 
-    void add(bool passed, const std::string& what, const std::string& detail = "") {
-        console_.line(std::string(passed ? "pass  " : "FAIL  ") + what +
-                      (detail.empty() ? "" : " (" + detail + ")"));
-        ++(passed ? passed_ : failed_);
-    }
-    void add(const Finding& finding) { add(finding.passed, finding.what, finding.detail); }
-    unsigned passed() const { return passed_; }
-    unsigned failed() const { return failed_; }
-
-  private:
-    Console& console_;
-    unsigned passed_ = 0;
-    unsigned failed_ = 0;
+struct Outcome {
+    std::string name;
+    CheckResult result;
+    double seconds = 0;
 };
 
-/// The combination with the most kinds of stream in it.
-const Combination& richest(Selector selector) {
-    return selector == Selector::kSignalType
-               ? *find_combination(selector, CAM_SIGNAL_H264_H264_GRAY)
-               : *find_combination(selector, CAM_VIDEO_H264_H264);
+std::vector<std::string> names_of(const std::vector<Check>& checks) {
+    std::vector<std::string> names{kFound};
+    for (const Check& each : checks) {
+        names.push_back(each.name);
+    }
+    return names;
 }
 
-/// The combination with JPEG in it.
-const Combination& with_stills(Selector selector) {
-    return selector == Selector::kSignalType ? *find_combination(selector, CAM_SIGNAL_H264_GRAY_SI)
-                                             : *find_combination(selector, CAM_VIDEO_H264_MJPEG);
+bool is_chosen(const CheckOptions& options, const std::string& name) {
+    return options.only.empty() ||
+           std::find(options.only.begin(), options.only.end(), name) != options.only.end();
 }
 
-void check_combination(Session& session, Selector selector, const Combination& combination,
-                       const std::filesystem::path& folder, const Controls& controls,
-                       Verdicts* verdicts) {
-    const SetOutcome chosen = set_property(
-        session, {find_property(property_of(selector)), {.value = combination.number}});
-    verdicts->add(chosen.result != SetOutcome::Result::kRefused,
-                  std::string("takes the combination ") + combination.name);
-    std::filesystem::create_directories(folder);
-    RecordingPlan plan;
-    plan.name = combination.name;
-    plan.streams = every_stream();
-    plan.duration = kCheckDuration;
-    if (selector == Selector::kSignalType && combination.carries.count(Stream::kJpeg) > 0) {
-        plan.jpeg_interval = kStillInterval;
+/// Names are checked before the camera is brought up, which takes seconds.
+void require_known(const CheckOptions& options) {
+    std::vector<std::string> known = names_of(all_checks(Selector::kSignalType));
+    const auto others = names_of(all_checks(Selector::kVideoMode));
+    known.insert(known.end(), others.begin(), others.end());
+    for (const std::string& name : options.only) {
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            throw Failure(ExitCode::kUsage, "there is no check '" + name + "'" +
+                                                suggestion(name, known) +
+                                                " (camhost check --list)");
+        }
     }
-    const RecordingResult result = run_recording(session, plan, folder, controls);
-    if (result.end == RecordingResult::End::kInterrupted) {
-        throw Failure(ExitCode::kInterrupted, "interrupted");
+}
+
+void list() {
+    constexpr int kStandardOutput = 1;
+    Console console(kStandardOutput);
+    console.line(format("%-30s %s", kFound, "Init reports a camera that can be used"));
+    for (const Check& each : all_checks(Selector::kSignalType)) {
+        console.line(format("%-30s %s", each.name.c_str(), each.what.c_str()));
     }
-    verdicts->add(result.end == RecordingResult::End::kComplete, "records for two seconds",
-                  words_for(result.end));
-    verdicts->add(result.stop_confirmed, "StopRecording answers true");
-    verdicts->add(session.state() == CAM_STATE_READY, "is ready again afterwards",
-                  words_for(session.state()));
-    for (const Finding& finding : judge(combination.carries, result)) {
-        verdicts->add(finding);
+}
+
+std::string escaped(const std::string& text) {
+    std::string result;
+    for (const char letter : text) {
+        switch (letter) {
+            case '<':
+                result += "&lt;";
+                break;
+            case '&':
+                result += "&amp;";
+                break;
+            case '"':
+                result += "&quot;";
+                break;
+            default:
+                result += letter;
+                break;
+        }
     }
+    return result;
+}
+
+/// Runs the checks and keeps what came of them.
+class AcceptanceTest {
+  public:
+    AcceptanceTest(const CheckOptions& options, Console& console)
+        : options_(options), console_(console) {}
+
+    void add(const std::string& name, CheckResult result, double seconds) {
+        console_.line(format("%s  %-30s %s", words_for(result.verdict), name.c_str(),
+                             result.measured.c_str()));
+        outcomes_.push_back({name, std::move(result), seconds});
+    }
+
+    /// Each check that was chosen; what a loss of the camera leaves is skipped.
+    void run(const std::vector<Check>& checks, CheckBench& bench) {
+        std::string over;
+        for (const Check& check : checks) {
+            if (!is_chosen(options_, check.name)) {
+                continue;
+            }
+            if (!over.empty()) {
+                add(check.name, skipped(over), 0);
+                continue;
+            }
+            const auto begin = Clock::now();
+            CheckResult result;
+            try {
+                result = check.run(bench);
+            } catch (const Failure& failure) {
+                if (failure.code() != ExitCode::kCameraLost) {
+                    throw;
+                }
+                result = passed_if(false, failure.what());
+                over = "the camera is gone";
+            }
+            bench.controls.show_requests();
+            add(check.name, std::move(result),
+                std::chrono::duration<double>(Clock::now() - begin).count());
+        }
+    }
+
+    size_t count(Verdict verdict) const {
+        return static_cast<size_t>(
+            std::count_if(outcomes_.begin(), outcomes_.end(),
+                          [&](const Outcome& each) { return each.result.verdict == verdict; }));
+    }
+
+    void conclude() const {
+        console_.line(format("%zu passed, %zu failed, %zu skipped", count(Verdict::kPass),
+                             count(Verdict::kFail), count(Verdict::kSkip)));
+        if (!options_.junit.empty()) {
+            write_junit();
+        }
+    }
+
+  private:
+    void write_junit() const {
+        std::ofstream file(options_.junit);
+        file << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"camhost check\" "
+                "tests=\""
+             << outcomes_.size() << "\" failures=\"" << count(Verdict::kFail) << "\" skipped=\""
+             << count(Verdict::kSkip) << "\">\n";
+        for (const Outcome& each : outcomes_) {
+            file << "  <testcase classname=\"camhost.check\" name=\"" << escaped(each.name)
+                 << format("\" time=\"%.3f\">", each.seconds);
+            const std::string measured = escaped(each.result.measured);
+            if (each.result.verdict == Verdict::kFail) {
+                file << "<failure message=\"" << measured << "\"/>";
+            } else if (each.result.verdict == Verdict::kSkip) {
+                file << "<skipped message=\"" << measured << "\"/>";
+            } else {
+                file << "<system-out>" << measured << "</system-out>";
+            }
+            file << "</testcase>\n";
+        }
+        file << "</testsuite>\n";
+        file.close();
+        if (!file) {
+            throw Failure(ExitCode::kFailed, "cannot write " + options_.junit.string());
+        }
+    }
+
+    const CheckOptions& options_;
+    Console& console_;
+    std::vector<Outcome> outcomes_;
+};
+
+/// What a camera that does not come up fails; nothing else can be tried.
+ExitCode without_camera(const Failure& failure, AcceptanceTest& test, const CheckOptions& options) {
+    test.add(kFound, passed_if(false, failure.what()), 0);
+    for (const Check& each : all_checks(Selector::kSignalType)) {
+        if (is_chosen(options, each.name)) {
+            test.add(each.name, skipped("no camera"), 0);
+        }
+    }
+    test.conclude();
+    return failure.code();
 }
 
 }  // namespace
 
 ExitCode run_check(const Options& options) {
+    require_known(options.check);
+    if (options.check.list) {
+        list();
+        return ExitCode::kOk;
+    }
     std::optional<TemporaryFolder> temporary;
     std::filesystem::path folder = options.record.output;
     if (folder.empty()) {
@@ -93,26 +194,31 @@ ExitCode run_check(const Options& options) {
     std::filesystem::create_directories(folder);
     Workbench bench(options.common,
                     options.common.log.empty() ? folder / "plugin.log" : options.common.log);
-    Session& session = bench.bring_up();
-    Verdicts verdicts(bench.console());
-    verdicts.add(bench.plugin().version() > 0, "cam_version answers",
-                 format("%d", bench.plugin().version()));
-    verdicts.add(session.state() == CAM_STATE_READY, "is ready after Init",
-                 words_for(session.state()));
-    const Selector selector = session.selector();
-    for (const Combination* each : {&richest(selector), &with_stills(selector)}) {
-        if (!session.lost()) {
-            check_combination(session, selector, *each, folder / each->name, bench.controls(),
-                              &verdicts);
+    AcceptanceTest test(options.check, bench.console());
+    const auto begin = Clock::now();
+    Session* session = nullptr;
+    try {
+        session = &bench.bring_up();
+    } catch (const Failure& failure) {
+        if (failure.code() != ExitCode::kNoCamera) {
+            throw;
         }
+        return without_camera(failure, test, options.check);
     }
-    const bool lost = session.lost();
-    verdicts.add(!lost, "the camera stayed");
-    bench.console().line(format("%u passed, %u failed", verdicts.passed(), verdicts.failed()));
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    if (is_chosen(options.check, kFound)) {
+        test.add(kFound, passed_if(true, format("after %.1f s", seconds)), seconds);
+    }
+    const Controls controls = bench.controls();
+    CheckBench checks(*session, controls, folder, bench.plugin().version(),
+                      options.check.interactive);
+    test.run(all_checks(session->selector()), checks);
+    const bool lost = session->lost() && !options.check.interactive;
+    test.conclude();
     if (lost) {
         return ExitCode::kCameraLost;
     }
-    return verdicts.failed() == 0 ? ExitCode::kOk : ExitCode::kCheckFailed;
+    return test.count(Verdict::kFail) == 0 ? ExitCode::kOk : ExitCode::kCheckFailed;
 }
 
 }  // namespace camhost

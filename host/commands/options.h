@@ -12,7 +12,19 @@
 
 namespace camhost {
 
-enum class Command { kRecord, kCheck, kGet, kSet, kList, kCapabilities, kShell };
+enum class Command {
+    kRecord,
+    kCheck,
+    kGet,
+    kSet,
+    kList,
+    kCapabilities,
+    kShell,
+    kScenario,
+    kSnapshot,
+    kWatch,
+    kTrace
+};
 
 /// What every command takes.
 struct CommonOptions {
@@ -22,6 +34,8 @@ struct CommonOptions {
     std::filesystem::path log;  ///< empty: plugin.log in the output folder, or nowhere
     std::chrono::milliseconds init_timeout{60'000};
     bool trace_usb = false;
+    std::filesystem::path pcap;  ///< capture of the virtual bus; empty: none
+    bool pcap_payloads = false;
 };
 
 struct RecordOptions {
@@ -39,15 +53,39 @@ struct RecordOptions {
     std::filesystem::path json;
     std::vector<ScheduledChange> changes;
     size_t queue_bytes = RecordQueue::Limits().bytes;
+    int takes = 1;  ///< recordings of the same combination, one after the other
 };
 
 /// How long each recording lasts.
 std::chrono::milliseconds recording_duration(const RecordOptions& options);
 
+struct CheckOptions {
+    bool list = false;
+    std::vector<std::string> only;  ///< empty: all
+    std::filesystem::path junit;
+    bool interactive = false;
+};
+
+struct WatchOptions {
+    bool json = false;
+};
+
+struct ScenarioOptions {
+    enum class Action { kList, kShow, kRun };
+    Action action = Action::kList;
+    std::vector<std::string> names;  ///< run: none means all
+    std::filesystem::path folder;    ///< of the scenarios; empty: the one of the source tree
+    std::filesystem::path keep;      ///< keeps what the runs leave; empty: nowhere
+    std::filesystem::path json;
+};
+
 struct Options {
     Command command = Command::kRecord;
     CommonOptions common;
-    RecordOptions record;            ///< record and check (its output folder)
+    RecordOptions record;  ///< record and check (its output folder)
+    CheckOptions check;
+    WatchOptions watch;
+    ScenarioOptions scenario;
     std::vector<std::string> words;  ///< get: names; set: assignments
 };
 

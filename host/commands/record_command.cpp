@@ -1,8 +1,10 @@
 // camhost record: one combination, or a tour over all.
+#include "host/base/text.h"
 #include "host/commands/commands.h"
 #include "host/commands/record_report.h"
 #include "host/commands/record_stage.h"
 #include "host/commands/record_tour.h"
+#include "host/commands/record_verdict.h"
 #include "host/commands/workbench.h"
 
 namespace camhost {
@@ -12,9 +14,18 @@ namespace {
 ExitCode record_one(const RecordOptions& options, const Session& session, StageRecorder& recorder,
                     RecordReport& report) {
     const Stage stage = named_stage(options, session);
-    const StageResult result = recorder.record(stage, options.output);
-    report.add(stage, result);
-    return result.code;
+    ExitCode code = ExitCode::kOk;
+    for (int take = 1; take <= options.takes; ++take) {
+        const bool only = options.takes == 1;
+        const StageResult result = recorder.record(
+            stage, only ? options.output : options.output / format("take-%d", take));
+        report.add(stage, result);
+        code = code == ExitCode::kOk || cuts_short(result.code) ? result.code : code;
+        if (cuts_short(result.code)) {
+            break;
+        }
+    }
+    return code;
 }
 
 ExitCode record(const RecordOptions& options, Workbench& bench, Session& session) {

@@ -141,14 +141,18 @@ StreamSet StageRecorder::expected(const Stage& stage, const RecordingPlan& plan)
     return streams;
 }
 
-RecordingResult StageRecorder::run(const Stage& stage, const RecordingPlan& plan,
-                                   const std::filesystem::path& folder) {
+void StageRecorder::choose(const Stage& stage) {
     if (stage.number) {
         change(property_of(session_.selector()), {.value = *stage.number});
     }
     if (stage.nv12) {
         change(CAM_PROPERTY_NV12_MODE_CONTROL, {.value = 1});
     }
+}
+
+RecordingResult StageRecorder::run(const Stage& stage, const RecordingPlan& plan,
+                                   const std::filesystem::path& folder) {
+    choose(stage);
     RecordingResult recording = run_recording(session_, plan, folder, controls_);
     if (stage.nv12 && !session_.lost()) {
         change(CAM_PROPERTY_NV12_MODE_CONTROL, {.value = 0});

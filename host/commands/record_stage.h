@@ -43,6 +43,8 @@ class StageRecorder {
 
     /// Sets what the options say for all stages: size and rates.
     void apply_general_settings();
+    /// Sets the combination of the stage.
+    void choose(const Stage& stage);
     /// Records the stage into `folder`, which is made.
     StageResult record(const Stage& stage, const std::filesystem::path& folder);
 

@@ -1,5 +1,7 @@
 #include "host/recording/recorder.h"
 
+#include <cmath>
+
 #include "host/base/exit_code.h"
 #include "host/pictures/annexb.h"
 #include "host/pictures/raw_picture.h"
@@ -21,7 +23,7 @@ Recorder::Recorder(const StreamSet& streams, const std::filesystem::path& folder
     : folder_(folder), sample_rate_(sample_rate), queue_(limits) {
     for (const Stream stream : streams) {
         auto& channel = channels_[static_cast<size_t>(stream)];
-        channel.emplace(stream);
+        channel.emplace(stream, sample_rate);
         channel->observer = std::make_unique<StreamObserver>(stream, queue_);
     }
     if (streams.count(kEndTeller) == 0) {
@@ -88,6 +90,7 @@ void Recorder::note_end_of_recording() {
     for (auto& channel : channels_) {
         if (channel) {
             channel->restarts = channel->statistics.records() > 0;
+            channel->statistics.set_sample_rate(sample_rate_);
         }
     }
 }
@@ -108,9 +111,28 @@ void Recorder::write_record(Channel& channel, const Record& record) {
             channel.writer = make_writer(record.stream);
         }
         channel.writer->write(record, restarted);
+        if (info(record.stream).time_stamped) {
+            note_packet(channel, record, restarted);
+        }
     } catch (const Failure& failure) {
         channel.error = failure.what();
     }
+}
+
+/// In call mode a key frame comes as three records; they are one packet.
+void Recorder::note_packet(Channel& channel, const Record& record, bool restarted) {
+    const int64_t time = channel.times.next(record, restarted);
+    const AccessUnitParts parts =
+        record.stream == Stream::kPcm ? AccessUnitParts{} : parts_of(record.data);
+    const bool is_key = parts.sps || parts.idr;
+    if (channel.open) {
+        channel.packets.back().size += record.data.size();
+    } else if (record.stream == Stream::kPcm || is_key || !channel.packets.empty()) {
+        // Nothing can be shown before the first key frame.
+        channel.packets.push_back({time, channel.written, record.data.size(), is_key});
+    }
+    channel.open = record.stream != Stream::kPcm && is_key && parts.slices == 0;
+    channel.written += record.data.size();
 }
 
 std::unique_ptr<StreamWriter> Recorder::make_writer(Stream stream) const {
@@ -137,7 +159,61 @@ std::vector<RecordedStream> Recorder::finish() {
             result.push_back(finish_channel(row.stream, *channel));
         }
     }
+    write_container(result);
     return result;
+}
+
+namespace {
+
+/// The rate that is written into a file: whole pictures per second where it is nearly one.
+double nominal_rate(const StreamSummary& figures) {
+    if (!figures.time_stamps || figures.time_stamps->median_ms <= 0) {
+        return 0;
+    }
+    const double rate = 1000 / figures.time_stamps->median_ms;
+    const double whole = std::round(rate);
+    return std::abs(rate - whole) < 0.05 * whole ? whole : rate;
+}
+
+}  // namespace
+
+std::vector<MkvSound> Recorder::sounds(const RecordedStream& stream) const {
+    const auto& packets = channels_[static_cast<size_t>(Stream::kPcm)]->packets;
+    // After a change of the rate there are several files; each player takes one rate.
+    if (packets.empty() || stream.written.files.size() != 1) {
+        return {};
+    }
+    constexpr int64_t kFrameBytes = 4;
+    const int rate = sample_rate_;
+    const auto length = static_cast<int64_t>(packets.front().size) * 1'000'000 / kFrameBytes / rate;
+    return {{stream.written.files.front(), rate, packets.front().time - length}};
+}
+
+/// What is written a second time here lies in the streams' own files, so a failure loses nothing.
+void Recorder::write_container(std::vector<RecordedStream>& streams) const {
+    std::vector<MkvVideo> videos;
+    std::vector<MkvSound> tracks;
+    RecordedStream* first = nullptr;
+    for (RecordedStream& stream : streams) {
+        const auto& channel = channels_[static_cast<size_t>(stream.figures.stream)];
+        if (stream.figures.stream == Stream::kPcm) {
+            tracks = sounds(stream);
+        } else if (info(stream.figures.stream).time_stamped && !channel->packets.empty() &&
+                   stream.written.picture_size.width > 0) {
+            videos.push_back({stream.written.files.front(), info(stream.figures.stream).name,
+                              stream.written.picture_size, nominal_rate(stream.figures),
+                              channel->packets});
+            first = first == nullptr ? &stream : first;
+        }
+    }
+    if (first == nullptr) {
+        return;
+    }
+    try {
+        write_mkv(folder_ / "recording.mkv", videos, tracks);
+    } catch (const Failure& failure) {
+        first->error = failure.what();
+    }
 }
 
 RecordedStream Recorder::finish_channel(Stream stream, Channel& channel) const {

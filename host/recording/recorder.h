@@ -10,9 +10,11 @@
 #include <thread>
 #include <vector>
 
+#include "host/streams/presentation_times.h"
 #include "host/streams/record_queue.h"
 #include "host/streams/statistics.h"
 #include "host/streams/stream_observer.h"
+#include "host/writers/mkv_file.h"
 #include "host/writers/stream_writer.h"
 
 namespace camhost {
@@ -52,11 +54,15 @@ class Recorder {
     std::vector<ICameraObserver*> observers() const;
 
     struct Channel {
-        explicit Channel(Stream stream) : statistics(stream) {}
+        Channel(Stream stream, int sample_rate) : statistics(stream, sample_rate) {}
         std::unique_ptr<StreamObserver> observer;
         StreamStatistics statistics;
         std::unique_ptr<StreamWriter> writer;
         std::string error;
+        PresentationTimes times;
+        std::vector<MkvPacket> packets;  ///< of H.264 and sound, as they lie in their files
+        uint64_t written = 0;            ///< bytes
+        bool open = false;               ///< the last packet waits for its slice
         bool restarts = false;  ///< the next record is the first after a restart of recording
     };
 
@@ -64,6 +70,9 @@ class Recorder {
     void note_end_of_recording();
     void write_record(Channel& channel, const Record& record);
     std::unique_ptr<StreamWriter> make_writer(Stream stream) const;
+    static void note_packet(Channel& channel, const Record& record, bool restarted);
+    void write_container(std::vector<RecordedStream>& streams) const;
+    std::vector<MkvSound> sounds(const RecordedStream& stream) const;
     RecordedStream finish_channel(Stream stream, Channel& channel) const;
 
     std::filesystem::path folder_;

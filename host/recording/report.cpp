@@ -47,6 +47,10 @@ void print_remarks(Console& console, const RecordedStream& stream) {
                    "clock readings for a wrap; left out above",
                    static_cast<ull>(stream.figures.clock_jumps)));
     }
+    if (stream.figures.missing_samples > 0) {
+        remark(
+            format("%llu samples are missing", static_cast<ull>(stream.figures.missing_samples)));
+    }
     if (stream.figures.dropped > 0) {
         remark(format("%llu record(s) DROPPED by camhost: the disk did not keep up",
                       static_cast<ull>(stream.figures.dropped)));
@@ -77,6 +81,7 @@ nlohmann::json stream_json(const RecordedStream& stream) {
                         {"restarts", figures.restarts},
                         {"steps_back", figures.steps_back},
                         {"clock_jumps", figures.clock_jumps},
+                        {"missing_samples", figures.missing_samples},
                         {"dropped", figures.dropped},
                         {"notes", stream.written.notes}};
     json["files"] = nlohmann::json::array();

@@ -43,6 +43,13 @@ void StreamStatistics::add(const Record& record, uint64_t pictures, bool restart
         ++totals_.end_markers;
         return;
     }
+    if (stream_ == Stream::kPcm) {
+        if (restarted) {
+            sound_.restart(sample_rate_);
+        }
+        constexpr size_t kFrameBytes = 4;  // 16-bit stereo
+        sound_.add(record.arrival.time_since_epoch(), record.data.size() / kFrameBytes);
+    }
     if (totals_.records == 0) {
         first_arrival_ = record.arrival;
         last_delivery_ = record.arrival;
@@ -91,6 +98,12 @@ StreamSummary StreamStatistics::summary() const {
     result.arrival = arrivals_.summary();
     if (info(stream_).time_stamped) {
         result.time_stamps = time_stamps_.summary();
+    }
+    if (stream_ == Stream::kPcm) {
+        // Its blocks come by twos and threes, at unequal times: only their sum tells.
+        result.arrival.gaps = sound_.gaps();
+        result.time_stamps->gaps = sound_.gaps();
+        result.missing_samples = sound_.missing();
     }
     return result;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/streams/record.h"
+#include "host/streams/sample_clock.h"
 
 namespace camhost {
 
@@ -34,11 +35,12 @@ struct StreamSummary {
     uint64_t pictures = 0;  ///< H.264: access units; elsewhere the same as records
     uint64_t bytes = 0;
     uint64_t end_markers = 0;
-    uint64_t dropped = 0;      ///< records that camhost itself could not take, see RecordQueue
-    uint64_t restarts = 0;     ///< times that recording was restarted
-    uint64_t steps_back = 0;   ///< time stamps before the one that they follow, restarts apart
-    uint64_t clock_jumps = 0;  ///< see StreamStatistics::kClockJumpTicks
-    double seconds = 0;        ///< from the first arrival to the last
+    uint64_t dropped = 0;          ///< records that camhost itself could not take, see RecordQueue
+    uint64_t restarts = 0;         ///< times that recording was restarted
+    uint64_t steps_back = 0;       ///< time stamps before the one that they follow, restarts apart
+    uint64_t missing_samples = 0;  ///< PCM: what its gaps come to
+    uint64_t clock_jumps = 0;      ///< see StreamStatistics::kClockJumpTicks
+    double seconds = 0;            ///< from the first arrival to the last
     IntervalTracker::Summary arrival;
     std::optional<IntervalTracker::Summary> time_stamps;
 
@@ -54,11 +56,15 @@ class StreamStatistics {
     /// intervals, which would show nothing else.
     static constexpr int32_t kClockJumpTicks = 386'547'056;
 
-    explicit StreamStatistics(Stream stream) : stream_(stream) {}
+    /// @param sample_rate of sound, in Hz.
+    explicit StreamStatistics(Stream stream, int sample_rate = 16'000)
+        : stream_(stream), sample_rate_(sample_rate), sound_(sample_rate) {}
 
     /// `pictures` is the number of pictures that the record completes; `restarted` tells that it is
     /// the first after a restart of recording, so that its time stamp begins anew.
     void add(const Record& record, uint64_t pictures, bool restarted);
+    /// The rate of the sound from the next restart on.
+    void set_sample_rate(int hertz) { sample_rate_ = hertz; }
     StreamSummary summary() const;
     uint64_t records() const { return totals_.records; }
 
@@ -67,6 +73,8 @@ class StreamStatistics {
     void add_time_stamp_interval(int32_t ticks);
 
     Stream stream_;
+    int sample_rate_ = 16'000;
+    SampleClock sound_;
     StreamSummary totals_;
     Clock::time_point first_arrival_;
     Clock::time_point last_arrival_;

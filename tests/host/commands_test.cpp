@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "host/pictures/jpeg_decoder.h"
 #include "tests/host/subprocess.h"
@@ -438,23 +439,91 @@ TEST_F(Camhost, ShellEndsWhenTheCameraGoes) {
 // --- check ---------------------------------------------------------------------------------------
 
 TEST_F(Camhost, CheckPassesAGoodCamera) {
-    const ProcessResult result = run({"check"});
+    const ProcessResult result =
+        run({"check", "--only", "found", "--only", "ready", "--only", "combination:h264-h264-gray",
+             "--only", "combination:h264-gray-si", "--only", "unplug", "--junit", report_path()});
     EXPECT_EQ(result.code, kOk) << result.out;
-    EXPECT_THAT(result.out, HasSubstr("pass  H.264 main: every access unit decodes"));
-    EXPECT_THAT(result.out, HasSubstr("pass  JPEG: every picture decodes"));
-    EXPECT_THAT(result.out, HasSubstr(", 0 failed"));
+    EXPECT_THAT(result.out, HasSubstr("PASS  found"));
+    EXPECT_THAT(result.out, HasSubstr("PASS  combination:h264-h264-gray"));
+    EXPECT_THAT(result.out, HasSubstr("PASS  combination:h264-gray-si"));
+    EXPECT_THAT(result.out, HasSubstr("SKIP  unplug"));
+    EXPECT_THAT(result.out, HasSubstr("4 passed, 0 failed, 1 skipped"));
+    const std::string junit = folder_.text_of("report.json");
+    EXPECT_THAT(junit, HasSubstr("tests=\"5\" failures=\"0\" skipped=\"1\""));
+    EXPECT_THAT(junit, HasSubstr("name=\"combination:h264-gray-si\""));
 }
 
 TEST_F(Camhost, CheckFailsACameraThatSendsNothing) {
-    const ProcessResult result = run({"check"}, "no-frames");
+    const ProcessResult result = run({"check", "--only", "combination:h264-gray"}, "no-frames");
     EXPECT_EQ(result.code, 7);
-    EXPECT_THAT(result.out, HasSubstr("FAIL  H.264 main arrives (0 records)"));
+    EXPECT_THAT(result.out, HasSubstr("FAIL  combination:h264-gray"));
+    EXPECT_THAT(result.out, HasSubstr("not so: H.264 main arrives (0 records)"));
 }
 
 TEST_F(Camhost, CheckFailsOddPictures) {
-    const ProcessResult result = run({"check"}, "odd-size");
+    const ProcessResult result = run({"check", "--only", "combination:gray"}, "odd-size");
     EXPECT_EQ(result.code, 7);
-    EXPECT_THAT(result.out, HasSubstr("FAIL  gray: records have the size of a picture"));
+    EXPECT_THAT(result.out, HasSubstr("not so: gray: records have the size of a picture"));
+}
+
+TEST_F(Camhost, CheckListsItsNamesAndKnowsTheNearest) {
+    const ProcessResult list = run({"check", "--list"});
+    EXPECT_EQ(list.code, kOk);
+    EXPECT_THAT(list.out, HasSubstr("key-frame "));
+    const ProcessResult wrong = run({"check", "--only", "key-frames"});
+    EXPECT_EQ(wrong.code, kUsage);
+    EXPECT_THAT(wrong.err, HasSubstr("did you mean 'key-frame'?"));
+}
+
+TEST_F(Camhost, UnknownCommandSuggestsTheNearest) {
+    const ProcessResult result = run_process({CAMHOST_PROGRAM, "recrod", "--duration", "1s"});
+    EXPECT_EQ(result.code, kUsage);
+    EXPECT_THAT(result.err, HasSubstr("there is no command 'recrod'; did you mean 'record'?"));
+}
+
+TEST_F(Camhost, EveryHelpEndsWithAnExampleAndNamesItsValues) {
+    for (const char* command : {"record", "check", "get", "set", "list", "capabilities", "shell",
+                                "snapshot", "watch", "trace", "scenario"}) {
+        const ProcessResult help = run_process({CAMHOST_PROGRAM, command, "--help"});
+        EXPECT_EQ(help.code, kOk);
+        const size_t example = help.out.rfind("Example:\n  camhost " + std::string(command));
+        ASSERT_NE(example, std::string::npos) << command;
+        EXPECT_EQ(help.out.find("Options", example), std::string::npos) << command;
+        EXPECT_THAT(help.out, Not(HasSubstr(" TEXT")));
+    }
+}
+
+TEST_F(Camhost, SnapshotWritesOneStill) {
+    const std::string still = folder_.path() / "still.jpg";
+    const ProcessResult result = run({"snapshot", still});
+    EXPECT_EQ(result.code, kOk) << result.out << result.err;
+    const std::string bytes = folder_.text_of("still.jpg");
+    EXPECT_FALSE(camhost::decode_jpeg(std::vector<uint8_t>(bytes.begin(), bytes.end())).empty());
+}
+
+TEST_F(Camhost, WatchTellsEachSecond) {
+    const ProcessResult json = run({"watch", "--json", "--duration", "2200ms"});
+    EXPECT_EQ(json.code, kOk) << json.err;
+    std::istringstream lines(json.out);
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        const auto object = nlohmann::json::parse(line);
+        EXPECT_EQ(object["state"], "recording");
+        EXPECT_GT(object["streams"]["main"]["records_per_second"], 0);
+        EXPECT_TRUE(object["streams"]["pcm"].contains("level_db"));
+    }
+    EXPECT_GE(count, 2);
+    const ProcessResult table = run({"watch", "--duration", "1200ms"});
+    EXPECT_THAT(table.out, HasSubstr("records/s"));
+    EXPECT_THAT(table.out, HasSubstr("H.264 main"));
+    EXPECT_THAT(table.out, Not(HasSubstr("\x1b"))) << "escape codes into a pipe";
+}
+
+TEST_F(Camhost, WatchTakesKeysOnATerminal) {
+    const ProcessResult result = run({"watch", "--duration", "20s"}, "",
+                                     {{"key frame", 0, "m"}, {"mirror=on", 0, "q"}}, true);
+    EXPECT_EQ(result.code, kOk) << result.out << result.err;
+    EXPECT_THAT(result.out, HasSubstr("mirror=on: sent"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "tests/line/lone_camera.h"
 #include "virtcam/line/fault_effect.h"
+#include "virtcam/line/sub_streams.h"
 
 namespace virtcam::line::test {
 namespace {
@@ -138,6 +139,155 @@ TEST_F(EndpointTest, HaltedEndpointAnswersNothingElse) {
     endpoint.withdraw(request, at(0));
 }
 
+/// What the host gets of payloads 1, 2, 3, ..., one for each request, under a rule.
+class FateTest : public EndpointTest {
+  protected:
+    Bytes ask(int requests) {
+        Bytes got;
+        for (int i = 0; i < requests; ++i) {
+            Request request = bulk_in();
+            endpoint_.submit(request);
+            if (const auto answer = endpoint_.serve(at(0))) {
+                got.insert(got.end(), answer->ending.data.begin(), answer->ending.data.end());
+            } else {
+                endpoint_.withdraw(request, at(0));
+            }
+        }
+        return got;
+    }
+    /// Says 1, 2, 3 and so on, then nothing.
+    class Counter : public LoneCamera {
+      public:
+        Counter() : LoneCamera(run_time()) {}
+        std::optional<Ending> answer(const Request&, TimePoint) override {
+            if (last == 6) {
+                return std::nullopt;
+            }
+            Ending ending;
+            ending.room = 512;
+            ending.data = {++last};
+            ending.count = 1;
+            return ending;
+        }
+        uint8_t last = 0;
+    };
+    void rule(const char* text) { counter_.rules().add(nlohmann::json::parse(text)); }
+
+    Counter counter_;
+    Endpoint endpoint_{counter_};
+};
+
+TEST_F(FateTest, LostAnswerGivesWayToTheNext) {
+    rule(R"({"on": {"transfer": "bulk"}, "from": 2, "count": 2, "do": "lose"})");
+    EXPECT_EQ(ask(5), (Bytes{1, 4, 5, 6})) << "the fifth has nothing to get";
+}
+
+TEST_F(FateTest, DoubledAnswerComesTwice) {
+    rule(R"({"on": {"transfer": "bulk"}, "nth": 2, "do": "double"})");
+    EXPECT_EQ(ask(5), (Bytes{1, 2, 2, 3, 4}));
+}
+
+TEST_F(FateTest, SwappedAnswerComesAfterTheNext) {
+    rule(R"({"on": {"transfer": "bulk"}, "nth": 2, "do": "swap"})");
+    EXPECT_EQ(ask(5), (Bytes{1, 3, 2, 4, 5}));
+}
+
+TEST_F(FateTest, EndOfTheStreamForgetsWhatWasKept) {
+    rule(R"({"on": {"transfer": "bulk"}, "nth": 2, "do": "double"})");
+    EXPECT_EQ(ask(2), (Bytes{1, 2}));
+    endpoint_.end_stream();
+    EXPECT_EQ(ask(1), Bytes{3});
+}
+
+TEST_F(FateTest, EveryAndChanceChooseAmongTheOccurrences) {
+    rule(R"({"on": {"transfer": "bulk"}, "from": 2, "every": 2, "do": "lose"})");
+    EXPECT_EQ(ask(6), (Bytes{1, 3, 5}));
+    const auto lost = [](uint64_t seed) {
+        virtcam::faults::RuleSet rules;
+        rules.add(
+            {{"on", {{"transfer", "bulk"}}}, {"chance", 0.25}, {"seed", seed}, {"do", "lose"}});
+        std::vector<int> struck;
+        for (int i = 0; i < 1000; ++i) {
+            if (rules.on_transfer(TransferKind::kBulk, 0x81, {}).fate ==
+                virtcam::faults::Fate::kLost) {
+                struck.push_back(i);
+            }
+        }
+        return struck;
+    };
+    EXPECT_EQ(lost(7), lost(7));
+    EXPECT_NE(lost(7), lost(8));
+    EXPECT_NEAR(static_cast<double>(lost(7).size()), 250, 50);
+}
+
+Bytes header_of(uint16_t id, uint32_t room) {
+    Bytes header;
+    for (const auto& [width, value] :
+         std::initializer_list<std::pair<size_t, uint32_t>>{{2, 1},
+                                                            {2, 28},
+                                                            {2, id},
+                                                            {2, 320},
+                                                            {2, 240},
+                                                            {2, 10},
+                                                            {4, 7},
+                                                            {4, 900},
+                                                            {4, 0},
+                                                            {4, room},
+                                                            {4, room}}) {
+        virtcam::model::append_le(header, width, value);
+    }
+    return header;
+}
+
+TEST(SubStreams, AreFoundWhereverTheyBegin) {
+    virtcam::line::SubStreams streams;
+    const auto payload = [](uint8_t flags, const Bytes& data) {
+        Bytes bytes{12, flags, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+        bytes.insert(bytes.end(), data.begin(), data.end());
+        return bytes;
+    };
+    const auto ids = [&](const Bytes& bytes) {
+        std::vector<std::pair<size_t, int>> found;
+        for (const auto& header : streams.find(bytes)) {
+            found.emplace_back(header.offset, header.id);
+        }
+        return found;
+    };
+    using Found = std::vector<std::pair<size_t, int>>;
+    Bytes frame = header_of(0x2B, 64);
+    frame.resize(96);
+    const Bytes second = header_of(0x2D, 32);
+    frame.insert(frame.end(), second.begin(), second.end());
+    frame.resize(160);
+    EXPECT_EQ(ids(payload(0x82, frame)), (Found{{12, 0x2B}, {108, 0x2D}}));
+    // In two payloads, cut in the data, then in the second header: followed, not reported.
+    for (const auto& [cut, expected] :
+         {std::pair<size_t, Found>{50, {{58, 0x2D}}}, std::pair<size_t, Found>{100, {}}}) {
+        const auto middle = frame.begin() + static_cast<std::ptrdiff_t>(cut);
+        EXPECT_EQ(ids(payload(0x81, Bytes(frame.begin(), middle))), (Found{{12, 0x2B}}));
+        EXPECT_EQ(ids(payload(0x83, Bytes(middle, frame.end()))), expected);
+    }
+    // A frame that was never ended: the frame ID tells.
+    EXPECT_EQ(ids(payload(0x80, frame)).size(), 2U);
+    EXPECT_EQ(ids(payload(0x81, frame)).size(), 2U);
+    EXPECT_EQ(ids(payload(0x82, Bytes(100, 0xFF))), Found{}) << "no multiplexed stream";
+}
+
+TEST(SubStreams, FieldsAreSetAndAddedTo) {
+    Bytes header = header_of(0x2B, 64);
+    virtcam::faults::RuleSet rules;
+    rules.add(nlohmann::json::parse(
+        R"({"on": {"sub_stream": "h264"}, "nth": 2,
+            "do": {"fields": {"type": 99, "sequence": {"add": -3}, "room": 4294967295}}})"));
+    EXPECT_TRUE(rules.on_sub_stream(0x2D).fields.empty());
+    EXPECT_TRUE(rules.on_sub_stream(0x2B).fields.empty()) << "the first one";
+    virtcam::line::apply(rules.on_sub_stream(0x2B).fields, header);
+    EXPECT_EQ(virtcam::model::load_u16(header, 4), 99);
+    EXPECT_EQ(virtcam::model::load_u32(header, 12), 4U);
+    EXPECT_EQ(virtcam::model::load_u32(header, 24), 64U);
+    EXPECT_EQ(virtcam::model::load_u32(header, 28), 0xFFFFFFFFU);
+}
+
 TEST_F(EndpointTest, WithdrawnRequestTakesItsAnswerAlong) {
     add_rule(R"({"on": {"transfer": "bulk"}, "nth": 1, "do": {"late_ms": 30, "unplug": true}})");
     Request first = bulk_in();
@@ -232,7 +382,7 @@ TEST_F(EndpointTest, LateHostLosesNothingAndAPausedOneBeginsAnew) {
     puppet_.say({});
     endpoint_.submit(request);
     EXPECT_TRUE(endpoint_.serve(at(900))) << "the packet of 402 ms";
-    endpoint_.stop_clock();
+    endpoint_.end_stream();
     EXPECT_EQ(submit_and_look(901), at(902));
 }
 

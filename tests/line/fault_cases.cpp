@@ -119,6 +119,27 @@ std::vector<FaultCase> transfer_cases() {
         {"bulk_timeout_now", kIn, {{"timeout", "now"}}, reported(Status::kTimedOut)},
         {"bulk_late", kIn, {{"late_ms", 40}}, unchanged, 40ms},
         {"bulk_reply", kIn, {{"reply", "010203"}}, arrives({1, 2, 3})},
+        {"bulk_header",
+         kIn,
+         {{"header", {{"length", 13}, {"frame_id", "toggle"}, {"error", true}}}},
+         [](Seen& seen) {
+             seen.data.at(0) = 13;
+             seen.data.at(1) = (seen.data.at(1) ^ 0x01) | 0x40;
+         }},
+        {"bulk_overwrite",
+         kIn,
+         {{"overwrite", {{"offset", 1}, {"bytes", "ffee"}}}},
+         [](Seen& seen) {
+             seen.data.at(1) = 0xFF;
+             seen.data.at(2) = 0xEE;
+         }},
+        {"bulk_append",
+         kIn,
+         {{"append", 3}},
+         [](Seen& seen) {
+             seen.data.insert(seen.data.end(), 3, 0x5A);
+             seen.count += 3;
+         }},
         {"bulk_corrupt", kIn, {{"corrupt", {{"offset", 0}, {"xor", "0xff"}}}}, first_byte_inverted},
         {"bulk_short", kIn, {{"short", 40}}, cut_to(40)},
         {"bulk_actual_length",

@@ -63,6 +63,10 @@ json example(const std::string& member) {
         {"timeout", "wait"},
         {"corrupt", json::object({{"offset", 1}})},
         {"packets", json::array()},
+        {"header", json::object({{"length", 13}, {"frame_id", "toggle"}})},
+        {"overwrite", json::object({{"offset", 1}, {"bytes", "00"}})},
+        {"append", 5},
+        {"fields", json::object({{"sequence", 0}, {"time_stamp", {{"add", -90}}}})},
     };
     const auto found = examples.find(member);
     return found == examples.end() ? json(true) : found->second;
@@ -75,18 +79,19 @@ struct Point {
 };
 
 const std::vector<Point>& points() {
-    static const std::vector<std::string> kControlIn{"return",  "stall",         "status",
-                                                     "short",   "actual_length", "reply",
-                                                     "late_ms", "timeout",       "corrupt"};
+    static const std::vector<std::string> kControlIn{
+        "return", "stall",   "status",  "short",   "actual_length",
+        "reply",  "late_ms", "timeout", "corrupt", "overwrite"};
     static const std::vector<std::string> kControlOut{"return",        "stall",   "status", "short",
                                                       "actual_length", "late_ms", "timeout"};
-    static const std::vector<std::string> kIn{"stall", "status",  "short",   "actual_length",
-                                              "reply", "late_ms", "timeout", "corrupt"};
+    static const std::vector<std::string> kIn{
+        "stall",   "status", "short",  "actual_length", "reply",  "late_ms",   "timeout",
+        "corrupt", "lose",   "double", "swap",          "header", "overwrite", "append"};
     static const std::vector<std::string> kOut{"stall",         "status",  "short",
                                                "actual_length", "late_ms", "timeout"};
-    static const std::vector<std::string> kAny{"stall",         "status",  "short",
-                                               "actual_length", "reply",   "late_ms",
-                                               "timeout",       "corrupt", "packets"};
+    static const std::vector<std::string> kAny{
+        "stall",   "status", "short",  "actual_length", "reply",  "late_ms",   "timeout", "corrupt",
+        "packets", "lose",   "double", "swap",          "header", "overwrite", "append"};
     static const std::vector<Point> kPoints{
         {"call", R"({"call": "libusb_claim_interface", "argument": 1})", {"return"}},
         {"pointer", R"({"call": "libusb_alloc_transfer"})", {"null"}},
@@ -106,6 +111,7 @@ const std::vector<Point>& points() {
         {"any_in", R"({"transfer": "any", "endpoint": "0x82"})", kAny},
         {"any_out", R"({"transfer": "any", "endpoint": 1})", kOut},
         {"frame", R"({"frame": true})", kIn},
+        {"sub_stream", R"({"sub_stream": "h264"})", {"fields"}},
         {"time", R"({"time_ms": 5})", {}},
     };
     return kPoints;

@@ -54,7 +54,8 @@ Bus::Bus()
       process_(getpid()),
       camera_ticker_([this] { return drive_camera(); }),
       clock_ticker_([this] { return keep_clocks(); }),
-      journal_(environment("VIRTBUS_TRACE")),
+      journal_(environment("VIRTBUS_TRACE"), environment("VIRTBUS_PCAP"),
+               !environment("VIRTBUS_PCAP_PAYLOADS").empty()),
       port_(shared_, journal_, *this),
       handle_table_(shared_),
       devices_(shared_, handle_table_),
@@ -217,6 +218,7 @@ nlohmann::json Bus::bus_status() {
             {"listing", {{"path", listing.path()}, {"state", listing.state()}}},
             {"calls", journal_.call_counts()},
             {"transfers", journal_.transfer_counts()},
+            {"strikes", port_.rules().strike_counts()},
             {"complaints", to_json(shared_.complaints.all())},
             {"leaks", to_json(leaked)}};
 }

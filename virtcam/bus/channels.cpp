@@ -36,9 +36,7 @@ std::optional<line::Ending> Channels::FarEnd::answer(const line::Request& reques
 
 void Channels::submit(Urb& urb) {
     Channel& channel = at(urb.endpoint);
-    if (urb.is_control()) {
-        journal_.note_submission(urb);
-    }
+    journal_.note_submission(urb);
     channel.last_timeout = urb.transfer->timeout;
     channel.endpoint.submit(urb);
     serve(channel);
@@ -65,7 +63,7 @@ void Channels::flush(Channel& channel, faults::Status status) {
     while (!channel.endpoint.waiting().empty()) {
         finish(static_cast<Urb&>(*channel.endpoint.waiting().front()), line::ended(status));
     }
-    channel.endpoint.stop_clock();
+    channel.endpoint.end_stream();
 }
 
 void Channels::abandon(Urb& urb) {
@@ -168,7 +166,7 @@ void Channels::script(bool on) {
     scripted_ = on;
     for (auto& [address, channel] : channels_) {
         channel.scripted.clear();
-        channel.endpoint.stop_clock();
+        channel.endpoint.end_stream();
     }
     serve_all();
 }

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "virtcam/bus/status_codes.h"
+#include "virtcam/model/usb.h"
 
 namespace virtcam::bus {
 namespace {
@@ -54,6 +55,10 @@ void Journal::note_call(CallRecord call) {
 }
 
 void Journal::note_submission(Urb& urb) {
+    capture_.submitted(urb);
+    if (!urb.is_control()) {
+        return;
+    }
     if (controls_.size() == kLogLimit) {
         controls_.pop_front();
         ++first_control_;
@@ -68,23 +73,36 @@ void Journal::note_submission(Urb& urb) {
 }
 
 void Journal::note_ending(const Urb& urb) {
+    capture_.ended(urb);
     ++transfer_counts_[{urb.transfer->type, urb.ending.status}];
     if (!urb.control_record) {
         return;
     }
     const model::ByteView data = urb.setup.device_to_host() ? urb.ending.data : urb.out;
     const int result = result_of(urb.ending);
-    trace_.control(elapsed(), "", urb.setup, data, urb.transfer->timeout, result);
-    if (*urb.control_record >= first_control_ &&
-        *urb.control_record - first_control_ < controls_.size()) {
+    const bool is_kept = *urb.control_record >= first_control_ &&
+                         *urb.control_record - first_control_ < controls_.size();
+    std::optional<std::chrono::microseconds> took;
+    if (is_kept) {
+        const auto& record = controls_[*urb.control_record - first_control_];
+        took = std::chrono::duration_cast<std::chrono::microseconds>(model::Clock::now() -
+                                                                     record.when);
+    }
+    trace_.control(elapsed(), "", urb.setup, data, urb.transfer->timeout, result, took);
+    if (is_kept) {
         auto& record = controls_[*urb.control_record - first_control_];
         record.data.assign(data.begin(), data.end());
         record.result = result;
     }
 }
 
-void Journal::note_kernel_request(const model::Setup& setup, bool done) {
-    trace_.control(elapsed(), "kernel", setup, {}, kKernelTimeOutMs, done ? 0 : LIBUSB_ERROR_PIPE);
+void Journal::note_kernel_request(uint8_t address, const model::Setup& setup, model::ByteView data,
+                                  bool done) {
+    capture_.kernel_request(address, setup, data, done);
+    if (setup.request != model::usb::kGetDescriptor) {
+        trace_.control(elapsed(), "kernel", setup, {}, kKernelTimeOutMs,
+                       done ? 0 : LIBUSB_ERROR_PIPE, std::nullopt);
+    }
 }
 
 std::map<std::string, uint64_t> Journal::call_counts() const {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "virtcam/bus/capture.h"
 #include "virtcam/bus/objects.h"
 #include "virtcam/bus/records.h"
 #include "virtcam/bus/trace.h"
@@ -19,19 +20,23 @@ namespace virtcam::bus {
 class Journal {
   public:
     /// @param trace file of the trace; empty: none.
-    explicit Journal(const std::string& trace) : trace_(trace) {}
+    /// @param capture file of the capture; empty: none. `payloads`: with the data of streams.
+    Journal(const std::string& trace, const std::string& capture, bool payloads)
+        : trace_(trace), capture_(capture, payloads) {}
 
     /// Forgets everything; the trace counts its time from here.
     void begin(TimePoint now);
 
     void count_call(const char* name);
     void note_call(CallRecord call);
-    /// Opens the entry of a control transfer.
+    /// For the capture; of a control transfer it opens the entry, too.
     void note_submission(Urb& urb);
     /// Counts the ending of a transfer; of a control transfer the entry is completed.
     void note_ending(const Urb& urb);
-    /// A request that the host's own core sent: in the trace only.
-    void note_kernel_request(const model::Setup& setup, bool done);
+    /// A request that the host's own core sent, with the data of its answer: in trace and capture
+    /// only.
+    void note_kernel_request(uint8_t address, const model::Setup& setup, model::ByteView data,
+                             bool done);
 
     std::vector<ControlRecord> controls() const { return {controls_.begin(), controls_.end()}; }
     std::vector<CallRecord> calls() const { return {calls_.begin(), calls_.end()}; }
@@ -46,6 +51,7 @@ class Journal {
     std::chrono::milliseconds elapsed() const;
 
     Trace trace_;
+    Capture capture_;
     TimePoint begun_;
     std::deque<ControlRecord> controls_;
     uint64_t first_control_ = 0;  ///< number of the first entry

@@ -71,6 +71,7 @@ void Port::depart() {
 
 void Port::arrive() {
     info_ = describe_camera();
+    note_enumeration();
     configuration_ = ConfigDescriptor::parse(info_->config_bytes);
     if (configuration_) {
         interfaces_ = InterfaceTable(**configuration_, config_.kernel_drivers);
@@ -97,7 +98,7 @@ bool Port::kernel_request(const model::Setup& setup) {
     } else {
         done = done && !camera_->control(setup, {}).stall;
     }
-    journal_.note_kernel_request(setup, done);
+    journal_.note_kernel_request(info_ ? info_->address : 0, setup, {}, done);
     sync();
     return done;
 }
@@ -108,12 +109,25 @@ void Port::reset_camera() {
     configure_camera();
 }
 
+/// The kernel's reading of the descriptors: a capture makes no sense to its reader without them.
+void Port::note_enumeration() {
+    constexpr uint16_t kDeviceDescriptor = 0x0100;
+    constexpr uint16_t kConfigurationDescriptor = 0x0200;
+    for (const auto& [value, bytes] : {std::pair(kDeviceDescriptor, &info_->device_bytes),
+                                       std::pair(kConfigurationDescriptor, &info_->config_bytes)}) {
+        journal_.note_kernel_request(info_->address,
+                                     {model::usb::kDirectionIn, model::usb::kGetDescriptor, value,
+                                      0, static_cast<uint16_t>(bytes->size())},
+                                     *bytes, true);
+    }
+}
+
 /// Selects the camera's only configuration, as the kernel does for a device that arrives.
 void Port::configure_camera() {
     // Part of enumeration: out of reach of the scripted failures, which count a program's requests.
     const model::Setup setup{model::usb::kRecipientDevice, model::usb::kSetConfiguration,
                              (*configuration_)->bConfigurationValue, 0, 0};
-    journal_.note_kernel_request(setup, !camera_->control(setup, {}).stall);
+    journal_.note_kernel_request(info_->address, setup, {}, !camera_->control(setup, {}).stall);
 }
 
 std::shared_ptr<DeviceInfo> Port::describe_camera() {

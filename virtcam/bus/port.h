@@ -67,6 +67,7 @@ class Port : public line::Device {
   private:
     void depart();
     void arrive();
+    void note_enumeration();
     void configure_camera();
     std::shared_ptr<DeviceInfo> describe_camera();
     void write_listing();

@@ -19,7 +19,8 @@ Trace::Trace(const std::string& path) {
 }
 
 void Trace::control(std::chrono::milliseconds when, const char* who, const model::Setup& setup,
-                    std::span<const uint8_t> data, unsigned timeout_ms, int result) {
+                    std::span<const uint8_t> data, unsigned timeout_ms, int result,
+                    std::optional<std::chrono::microseconds> took) {
     if (!enabled()) {
         return;
     }
@@ -36,6 +37,10 @@ void Trace::control(std::chrono::milliseconds when, const char* who, const model
         file_ << libusb_error_name(result);
     } else {
         file_ << result;
+    }
+    if (took) {
+        std::snprintf(text, sizeof text, " | %.1f ms", took->count() / 1000.0);
+        file_ << text;
     }
     // At once, so that the trace of a program that crashes is complete.
     file_ << " | " << model::describe(setup, data) << std::endl;

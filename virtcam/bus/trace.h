@@ -21,8 +21,10 @@ class Trace {
     bool enabled() const { return file_.is_open(); }
     /// @param who "" for the program, "kernel" for what the host's own USB core sends.
     /// @param result bytes moved, or a libusb error code.
+    /// @param took from submission to end; nothing where that is not known.
     void control(std::chrono::milliseconds when, const char* who, const model::Setup& setup,
-                 std::span<const uint8_t> data, unsigned timeout_ms, int result);
+                 std::span<const uint8_t> data, unsigned timeout_ms, int result,
+                 std::optional<std::chrono::microseconds> took);
 
   private:
     std::ofstream file_;

@@ -53,6 +53,36 @@ struct Corruption {
     uint8_t mask = 0xFF;
 };
 
+/// Bytes that arrive in place of others from `offset` on; what there is no room for is left out.
+struct Overwriting {
+    size_t offset = 0;
+    std::vector<uint8_t> bytes;
+};
+
+/// Change of a video payload's header: its length, and bits of bmHeaderInfo.
+struct HeaderChange {
+    std::optional<uint8_t> length;
+    uint8_t clear = 0;
+    uint8_t set = 0;
+    uint8_t toggle = 0;
+};
+
+/// Change of one number in the header of a sub-stream.
+struct FieldChange {
+    size_t offset = 0;  ///< in that header, bytes
+    size_t width = 0;   ///< bytes
+    uint32_t value = 0;
+    bool add = false;  ///< to what is there; else in its place
+};
+
+/// What becomes of an answer that is as it should be.
+enum class Fate {
+    kArrives,
+    kLost,     ///< the request gets the next one
+    kTwice,    ///< it arrives, and again for the next request
+    kSwapped,  ///< it changes places with the next one
+};
+
 /// Change of one packet of an isochronous transfer.
 struct PacketChange {
     size_t index = 0;
@@ -73,6 +103,11 @@ struct Action {
     TimeOut time_out = TimeOut::kNone;              ///< "timeout": "wait" or "now"
     std::vector<Corruption> corruptions;            ///< "corrupt"
     std::vector<PacketChange> packets;              ///< "packets"
+    Fate fate = Fate::kArrives;                     ///< "lose", "double", "swap"
+    std::vector<HeaderChange> headers;              ///< "header"
+    std::vector<Overwriting> overwritings;          ///< "overwrite"
+    size_t appended = 0;                            ///< "append": bytes
+    std::vector<FieldChange> fields;                ///< "fields"
     std::vector<DeviceAction> device;               ///< "unplug", "plug", "power_cycle"
 
     /// Takes from `other` what this action leaves open; device actions are appended.

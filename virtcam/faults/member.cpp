@@ -111,6 +111,96 @@ void read_packets(const json& value, Action& action) {
     }
 }
 
+template <Fate kFate>
+void read_fate(const json& value, Action& action) {
+    if (value.get<bool>()) {
+        action.fate = kFate;
+    }
+}
+
+/// A bit of bmHeaderInfo: true sets it, false clears it, "toggle" inverts it.
+void read_bit(const json& header, const char* name, uint8_t bit, HeaderChange& change) {
+    const auto found = header.find(name);
+    if (found == header.end()) {
+        return;
+    }
+    if (*found == "toggle") {
+        change.toggle |= bit;
+    } else {
+        (found->get<bool>() ? change.set : change.clear) |= bit;
+    }
+}
+
+void read_header(const json& value, Action& action) {
+    require_object(value, "\"header\"",
+                   {"length", "frame_id", "end_of_frame", "presentation_time", "source_clock",
+                    "still", "error", "end_of_header"});
+    HeaderChange change;
+    take(value, "length", change.length);
+    constexpr std::pair<const char*, uint8_t> kBits[] = {
+        // UVC 1.10, 2.4.3.3
+        {"frame_id", 0x01},     {"end_of_frame", 0x02}, {"presentation_time", 0x04},
+        {"source_clock", 0x08}, {"still", 0x20},        {"error", 0x40},
+        {"end_of_header", 0x80}};
+    for (const auto& [name, bit] : kBits) {
+        read_bit(value, name, bit, change);
+    }
+    action.headers.push_back(change);
+}
+
+void read_overwrite(const json& value, Action& action) {
+    require_object(value, "\"overwrite\"", {"offset", "bytes"});
+    Overwriting overwriting;
+    overwriting.offset = value.contains("offset") ? size(value["offset"], "offset") : 0;
+    overwriting.bytes = bytes(value.value("bytes", json()), "bytes");
+    action.overwritings.push_back(std::move(overwriting));
+}
+
+void read_append(const json& value, Action& action) {
+    action.appended = size(value, "append");
+}
+
+struct Field {
+    std::string_view name;
+    size_t offset;
+    size_t width;
+};
+
+// The numbers of a sub-stream's header, in their order.
+constexpr Field kFields[] = {
+    {"version", 0, 2}, {"header_length", 2, 2}, {"type", 4, 2},      {"width", 6, 2},
+    {"height", 8, 2},  {"rate", 10, 2},         {"sequence", 12, 4}, {"time_stamp", 16, 4},
+    {"flags", 20, 4},  {"length", 24, 4},       {"room", 28, 4},
+};
+
+/// A number that takes the place of the old one, or {"add": number}.
+FieldChange read_field(const std::string& name, const json& value) {
+    const auto* field = std::find_if(std::begin(kFields), std::end(kFields),
+                                     [&](const Field& each) { return each.name == name; });
+    if (field == std::end(kFields)) {
+        refuse("unknown member \"" + name + "\" in \"fields\"");
+    }
+    constexpr int64_t kMost = 0xFFFFFFFF;
+    FieldChange change{field->offset, field->width, 0, value.is_object()};
+    if (change.add) {
+        require_object(value, "\"" + name + "\"", {"add"});
+        change.value =
+            static_cast<uint32_t>(number(value.value("add", json()), "add", -kMost, kMost));
+    } else {
+        change.value = static_cast<uint32_t>(number(value, name, 0, kMost));
+    }
+    return change;
+}
+
+void read_fields(const json& value, Action& action) {
+    if (!value.is_object()) {
+        refuse("\"fields\" must be an object");
+    }
+    for (const auto& [name, number] : value.items()) {
+        action.fields.push_back(read_field(name, number));
+    }
+}
+
 template <DeviceAction kChange>
 void read_change(const json& value, Action& action) {
     if (value.get<bool>()) {
@@ -122,7 +212,7 @@ constexpr unsigned kIn = kControlIn | kTransferIn;
 constexpr unsigned kControl = kControlIn | kControlOut;
 constexpr unsigned kBulk = kTransferIn | kTransferOut;
 constexpr unsigned kTransfer = kBulk | kIso;
-constexpr unsigned kAll = kCodeCall | kPointerCall | kControl | kTransfer | kTime;
+constexpr unsigned kAll = kCodeCall | kPointerCall | kControl | kTransfer | kTime | kSubStream;
 
 // clang-format off
 constexpr Member kMembers[] = {
@@ -137,6 +227,13 @@ constexpr Member kMembers[] = {
     {"timeout",       kControl | kTransfer, "control, transfer",            "\"wait\"",   read_timeout},
     {"corrupt",       kIn | kIso,           "control, transfer: IN",        nullptr,      read_corrupt},
     {"packets",       kIso,                 "iso",                          nullptr,      read_packets},
+    {"lose",          kTransferIn,          "bulk, interrupt: IN",          "true",       read_fate<Fate::kLost>},
+    {"double",        kTransferIn,          "bulk, interrupt: IN",          "true",       read_fate<Fate::kTwice>},
+    {"swap",          kTransferIn,          "bulk, interrupt: IN",          "true",       read_fate<Fate::kSwapped>},
+    {"header",        kTransferIn,          "bulk, interrupt: IN",          nullptr,      read_header},
+    {"overwrite",     kIn,                  "control, bulk, interrupt: IN", nullptr,      read_overwrite},
+    {"append",        kTransferIn,          "bulk, interrupt: IN",          nullptr,      read_append},
+    {"fields",        kSubStream,           "sub-stream",                   nullptr,      read_fields},
     {"unplug",        kAll,                 "all",                          "true",       read_change<DeviceAction::kUnplug>},
     {"plug",          kAll,                 "all",                          "true",       read_change<DeviceAction::kPlug>},
     {"power_cycle",   kAll,                 "all",                          "true",       read_change<DeviceAction::kPowerCycle>},

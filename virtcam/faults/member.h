@@ -20,6 +20,7 @@ enum Point : unsigned {
     kTransferOut = 1 << 5,
     kIso = 1 << 6,  ///< of the camera: towards the host only
     kTime = 1 << 7,
+    kSubStream = 1 << 8,
 };
 
 struct Member {

@@ -38,17 +38,26 @@ struct TransferSelector {
     bool end_of_frame = false;  ///< only UVC payloads whose end-of-frame bit is set
 };
 
+/// The header of a sub-stream in the multiplexed video stream.
+struct SubStreamSelector {
+    std::optional<uint16_t> id;  ///< its format ID; nothing: any
+};
+
 /// A moment, counted from the start of the bus.
 struct TimeSelector {
     std::chrono::milliseconds at{0};
 };
 
-using Selector = std::variant<CallSelector, ControlSelector, TransferSelector, TimeSelector>;
+using Selector =
+    std::variant<CallSelector, ControlSelector, TransferSelector, SubStreamSelector, TimeSelector>;
 
 struct Rule {
     Selector on;
     uint64_t first = 1;                                     ///< first occurrence hit, from 1
     uint64_t count = std::numeric_limits<uint64_t>::max();  ///< occurrences hit in a row
+    uint64_t every = 1;                                     ///< of those, each so many
+    double chance = 1;                                      ///< that it strikes there
+    uint64_t seed = 1;                                      ///< of that chance
     Action action;
 
     /// Reads a rule (docs/virtual-bus.md, "Faults").

@@ -59,6 +59,24 @@ TransferSelector parse_transfer(const json& on) {
     return transfer;
 }
 
+constexpr Names<uint16_t, 7> kSubStreamNames{{
+    {"yuy2", 0x29},
+    {"nv12", 0x2A},
+    {"h264", 0x2B},
+    {"jpeg", 0x2C},
+    {"gray", 0x2D},
+    {"nv21", 0x2F},
+    {"h264-2", 0x35},
+}};
+
+SubStreamSelector parse_sub_stream(const json& on) {
+    require_object(on, "\"on\" with \"sub_stream\"", {"sub_stream"});
+    if (on["sub_stream"] == "any") {
+        return {};
+    }
+    return {named(on["sub_stream"], "sub-stream", kSubStreamNames)};
+}
+
 TimeSelector parse_time(const json& on) {
     require_object(on, "\"on\" with \"time_ms\"", {"time_ms"});
     constexpr int64_t kDay = 86'400'000;
@@ -66,18 +84,23 @@ TimeSelector parse_time(const json& on) {
 }
 
 Selector parse_selector(const json& on) {
-    require_object(on, "\"on\"",
-                   {"call", "argument", "control", "transfer", "frame", "endpoint", "time_ms"});
+    require_object(
+        on, "\"on\"",
+        {"call", "argument", "control", "transfer", "frame", "endpoint", "sub_stream", "time_ms"});
     const int kinds = static_cast<int>(on.contains("call")) + on.contains("control") +
-                      on.contains("transfer") + on.contains("frame") + on.contains("time_ms");
+                      on.contains("transfer") + on.contains("frame") + on.contains("sub_stream") +
+                      on.contains("time_ms");
     if (kinds != 1) {
-        refuse("\"on\" takes exactly one of call, control, transfer, frame, time_ms");
+        refuse("\"on\" takes exactly one of call, control, transfer, frame, sub_stream, time_ms");
     }
     if (on.contains("call")) {
         return parse_call(on);
     }
     if (on.contains("control")) {
         return parse_control(on);
+    }
+    if (on.contains("sub_stream")) {
+        return parse_sub_stream(on);
     }
     if (on.contains("time_ms")) {
         return parse_time(on);
@@ -131,36 +154,61 @@ Reach reach(const TransferSelector& transfer) {
     return any;
 }
 
+Reach reach(const SubStreamSelector&) {
+    return {kSubStream, "\"sub_stream\""};
+}
+
 Reach reach(const TimeSelector&) {
     return {kTime, "\"time_ms\""};
+}
+
+double probability(const json& value) {
+    const double chance = value.is_number() ? value.get<double>() : -1;
+    if (chance < 0 || chance > 1) {
+        refuse("\"chance\" must be a number from 0 to 1");
+    }
+    return chance;
+}
+
+/// Which of the points that the selector meets are hit.
+void parse_occurrences(const json& rule, Rule& result) {
+    constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
+    const auto take_number = [&](const char* name, uint64_t& target) {
+        if (rule.contains(name)) {
+            target = static_cast<uint64_t>(number(rule[name], name, 1, kMost));
+        }
+    };
+    if (rule.contains("nth")) {
+        result.count = 1;
+    }
+    take_number("nth", result.first);
+    take_number("from", result.first);
+    take_number("count", result.count);
+    take_number("every", result.every);
+    take_number("seed", result.seed);
+    if (rule.contains("chance")) {
+        result.chance = probability(rule["chance"]);
+    }
 }
 
 }  // namespace
 
 Rule Rule::from_json(const json& rule) {
     try {
-        require_object(rule, "the rule", {"on", "nth", "from", "count", "do", "comment"});
+        require_object(rule, "the rule",
+                       {"on", "nth", "from", "count", "every", "chance", "seed", "do", "comment"});
         if (!rule.contains("on") || !rule.contains("do")) {
             refuse("\"on\" and \"do\" are needed");
         }
         if (rule.contains("nth") && rule.contains("from")) {
             refuse("\"nth\" and \"from\" exclude each other");
         }
-        Rule result{parse_selector(rule["on"]), 1, std::numeric_limits<uint64_t>::max(), {}};
+        Rule result;
+        result.on = parse_selector(rule["on"]);
         const auto [points, where] =
             std::visit([](const auto& selector) { return reach(selector); }, result.on);
         result.action = read_action(rule["do"], points, where);
-        constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
-        if (rule.contains("nth")) {
-            result.first = static_cast<uint64_t>(number(rule["nth"], "nth", 1, kMost));
-            result.count = 1;
-        }
-        if (rule.contains("from")) {
-            result.first = static_cast<uint64_t>(number(rule["from"], "from", 1, kMost));
-        }
-        if (rule.contains("count")) {
-            result.count = static_cast<uint64_t>(number(rule["count"], "count", 1, kMost));
-        }
+        parse_occurrences(rule, result);
         return result;
     } catch (const json::exception& error) {
         refuse(error.what());

@@ -19,6 +19,17 @@ bool matches(const ControlSelector& selector, const model::Setup& setup,
            std::equal(selector.data_prefix.begin(), selector.data_prefix.end(), out.begin());
 }
 
+/// A step of splitmix64, as a number from 0 to below 1: the same on every machine.
+double next_random(uint64_t& state) {
+    state += 0x9E3779B97F4A7C15;
+    uint64_t mixed = state;
+    mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
+    mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
+    mixed ^= mixed >> 31;
+    constexpr double kTwoTo53 = 9007199254740992.0;
+    return static_cast<double>(mixed >> 11) / kTwoTo53;
+}
+
 bool ends_frame(std::span<const uint8_t> payload) {
     constexpr uint8_t kEndOfFrame = 0x02;  // UVC 1.1, 2.4.3.3: bit 1 of bmHeaderInfo
     return payload.size() >= 2 && (payload[1] & kEndOfFrame) != 0;
@@ -52,6 +63,13 @@ void Action::merge(const Action& other) {
     }
     corruptions.insert(corruptions.end(), other.corruptions.begin(), other.corruptions.end());
     packets.insert(packets.end(), other.packets.begin(), other.packets.end());
+    if (fate == Fate::kArrives) {
+        fate = other.fate;
+    }
+    headers.insert(headers.end(), other.headers.begin(), other.headers.end());
+    overwritings.insert(overwritings.end(), other.overwritings.begin(), other.overwritings.end());
+    appended = appended == 0 ? other.appended : appended;
+    fields.insert(fields.end(), other.fields.begin(), other.fields.end());
     device.insert(device.end(), other.device.begin(), other.device.end());
 }
 
@@ -69,8 +87,13 @@ void RuleSet::add(const nlohmann::json& rules) {
 
 bool RuleSet::strikes(Entry& entry) {
     ++entry.matches;
-    const bool strikes =
-        entry.matches >= entry.rule.first && entry.matches - entry.rule.first < entry.rule.count;
+    const uint64_t place = entry.matches - entry.rule.first;  // from the first one hit
+    bool strikes = entry.matches >= entry.rule.first && place < entry.rule.count &&
+                   place % entry.rule.every == 0;
+    if (strikes && entry.rule.chance < 1) {
+        entry.random = entry.random == 0 ? entry.rule.seed : entry.random;
+        strikes = next_random(entry.random) < entry.rule.chance;
+    }
     entry.struck += strikes ? 1 : 0;
     return strikes;
 }
@@ -113,6 +136,17 @@ Action RuleSet::on_transfer(TransferKind kind, uint8_t endpoint, std::span<const
         if (transfer != nullptr && accepts(transfer->kind, kind) &&
             accepts(transfer->endpoint, endpoint) &&
             (!transfer->end_of_frame || ends_frame(data)) && strikes(entry)) {
+            action.merge(entry.rule.action);
+        }
+    }
+    return action;
+}
+
+Action RuleSet::on_sub_stream(uint16_t id) {
+    Action action;
+    for (Entry& entry : entries_) {
+        const auto* header = std::get_if<SubStreamSelector>(&entry.rule.on);
+        if (header != nullptr && accepts(header->id, id) && strikes(entry)) {
             action.merge(entry.rule.action);
         }
     }

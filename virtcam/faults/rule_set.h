@@ -16,7 +16,7 @@ namespace virtcam::faults {
 
 /// Rules in the order in which they were added. Every rule counts the points that its selector
 /// matches; where several strike at one point, the earliest decides each part of the action.
-/// Deterministic: the answers depend on the sequence of points only. Not thread-safe: the owner
+/// Deterministic: the answers depend on the sequence of points only, and on the rules' seeds. Not thread-safe: the owner
 /// locks.
 class RuleSet {
   public:
@@ -32,6 +32,9 @@ class RuleSet {
     Action on_control(const model::Setup& setup, std::span<const uint8_t> out);
     Action on_transfer(TransferKind kind, uint8_t endpoint, std::span<const uint8_t> data);
 
+    /// A header of a sub-stream with that format ID.
+    Action on_sub_stream(uint16_t id);
+
     /// Device actions of the timed rules that are due `elapsed` after the start, each once.
     std::vector<DeviceAction> take_due(std::chrono::milliseconds elapsed);
     /// When the next timed rule is due, counted from the start.
@@ -42,6 +45,7 @@ class RuleSet {
         Rule rule;
         uint64_t matches = 0;
         uint64_t struck = 0;
+        uint64_t random = 0;  ///< state of its generator, once it was used
     };
 
     static bool strikes(Entry& entry);

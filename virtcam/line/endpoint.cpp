@@ -78,6 +78,35 @@ std::optional<Ending> Endpoint::ask_control(const Request& request, TimePoint no
 }
 
 std::optional<Ending> Endpoint::ask_transfer(const Request& request, TimePoint now) {
+    if (!again_.empty()) {
+        std::optional<Ending> kept = std::move(again_.front());
+        again_.pop_front();
+        return kept;
+    }
+    while (auto ending = ask_stream(request, now)) {
+        switch (std::exchange(fate_, faults::Fate::kArrives)) {
+            case faults::Fate::kLost:
+                continue;
+            case faults::Fate::kSwapped:
+                held_ = std::move(ending);
+                continue;
+            case faults::Fate::kTwice:
+                again_.push_back(*ending);
+                break;
+            case faults::Fate::kArrives:
+                break;
+        }
+        if (held_) {
+            again_.push_back(std::move(*held_));
+            held_.reset();
+        }
+        return ending;
+    }
+    return std::nullopt;
+}
+
+/// The device's next answer with what the rules make of it; fate_ tells what is to become of it.
+std::optional<Ending> Endpoint::ask_stream(const Request& request, TimePoint now) {
     auto ending = device_->answer(request, now);
     if (!ending) {
         return std::nullopt;
@@ -85,14 +114,34 @@ std::optional<Ending> Endpoint::ask_transfer(const Request& request, TimePoint n
     if (paced(request)) {
         clock_.answered(request.packets.size());
     }
+    afterwards_.clear();
     faults::Action action =
         device_->rules().on_transfer(*request.kind, request.endpoint, ending->data);
+    if (!request.is_iso() && request.to_host() && ending->status == faults::Status::kCompleted) {
+        change_sub_streams(*ending);
+        fate_ = action.fate;
+    }
     apply(action, *ending);
     if (!request.is_iso() && ending->status == faults::Status::kStall) {
         device_->camera().halt(request.endpoint);
     }
-    afterwards_ = std::move(action.device);
+    afterwards_.insert(afterwards_.end(), action.device.begin(), action.device.end());
     return ending;
+}
+
+void Endpoint::change_sub_streams(Ending& ending) {
+    for (const auto& [offset, id] : sub_streams_.find(ending.data)) {
+        const faults::Action action = device_->rules().on_sub_stream(id);
+        apply(action.fields, std::span(ending.data).subspan(offset));
+        afterwards_.insert(afterwards_.end(), action.device.begin(), action.device.end());
+    }
+}
+
+void Endpoint::end_stream() {
+    clock_.stop();
+    sub_streams_.restart();
+    held_.reset();
+    again_.clear();
 }
 
 std::optional<TimePoint> Endpoint::due() const {

@@ -7,6 +7,7 @@
 
 #include "virtcam/line/device.h"
 #include "virtcam/line/iso_clock.h"
+#include "virtcam/line/sub_streams.h"
 
 namespace virtcam::line {
 
@@ -37,23 +38,30 @@ class Endpoint {
 
     /// In order of submission.
     const std::deque<Request*>& waiting() const { return queue_; }
-    /// The next isochronous request starts a clock of its own.
-    void stop_clock() { clock_.stop(); }
+    /// What ran has ended: the next isochronous request starts a clock of its own, and answers that
+    /// rules have kept back are gone.
+    void end_stream();
 
   private:
     bool prepare(model::TimePoint now);
     std::optional<Ending> ask_control(const Request& request, model::TimePoint now);
     std::optional<Ending> ask_transfer(const Request& request, model::TimePoint now);
+    std::optional<Ending> ask_stream(const Request& request, model::TimePoint now);
+    void change_sub_streams(Ending& ending);
     bool paced(const Request& request) const { return request.is_iso() && device_->iso_paced(); }
 
     Device* device_;
     std::deque<Request*> queue_;
     IsoClock clock_;
+    SubStreams sub_streams_;
+    std::optional<Ending> held_;  ///< lets the next answer go first
+    std::deque<Ending> again_;    ///< to be handed out before the device is asked
     // Of the request at the front:
     std::optional<Ending> prepared_;  ///< its answer; nothing: the device was not asked yet
     model::TimePoint due_{};          ///< of that answer
     std::vector<faults::DeviceAction> afterwards_;
-    bool stuck_ = false;  ///< it is never answered
+    bool stuck_ = false;                          ///< it is never answered
+    faults::Fate fate_ = faults::Fate::kArrives;  ///< of what ask_stream() returned last
 };
 
 }  // namespace virtcam::line

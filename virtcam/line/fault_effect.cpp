@@ -74,6 +74,30 @@ void corrupt(const faults::Corruption& change, Ending& ending) {
     }
 }
 
+void change_header(const faults::HeaderChange& change, model::Bytes& payload) {
+    if (payload.size() < 2) {
+        return;
+    }
+    payload[0] = change.length.value_or(payload[0]);
+    payload[1] = static_cast<uint8_t>(((payload[1] & ~change.clear) | change.set) ^ change.toggle);
+}
+
+void overwrite(const faults::Overwriting& change, model::Bytes& data) {
+    for (size_t i = 0; i < change.bytes.size() && change.offset + i < data.size(); ++i) {
+        data[change.offset + i] = change.bytes[i];
+    }
+}
+
+/// Within the host's room: a device that sends more ends the transfer as an overflow.
+void append(size_t length, Ending& ending) {
+    constexpr uint8_t kFiller = 0x5A;
+    if (ending.room == 0 || length == 0) {
+        return;
+    }
+    ending.data.resize(std::min(ending.data.size() + length, ending.room), kFiller);
+    ending.count = ending.data.size();
+}
+
 /// Of isochronous requests so many bytes arrive in all packets together.
 void shorten(size_t length, Ending& ending) {
     ending.data.resize(std::min(ending.data.size(), length));
@@ -121,15 +145,29 @@ void apply(const Action& action, Ending& ending) {
     if (action.reply) {
         replace(*action.reply, ending);
     }
+    for (const auto& change : action.headers) {
+        change_header(change, ending.data);
+    }
+    for (const auto& change : action.overwritings) {
+        overwrite(change, ending.data);
+    }
     for (const auto& change : action.corruptions) {
         corrupt(change, ending);
     }
+    append(action.appended, ending);
     if (action.short_to) {
         shorten(*action.short_to, ending);
     }
     ending.count = action.actual_length.value_or(ending.count);
     for (const auto& change : action.packets) {
         change_packet(change, ending);
+    }
+}
+
+void apply(const std::vector<faults::FieldChange>& fields, std::span<uint8_t> header) {
+    for (const faults::FieldChange& field : fields) {
+        const uint32_t old = field.add ? model::load_le(header, field.offset, field.width) : 0;
+        model::store_le(header, field.offset, field.width, old + field.value);
     }
 }
 

@@ -2,11 +2,14 @@
 //
 // First the moment: `late_ms`, or never (`timeout`: "wait"). Then how the request ends; of `timeout`:
 // "now", `return`, `stall` and `status` the first that is given decides. Last what arrives: `reply`,
-// `corrupt`, `short`, `actual_length`, `packets`. Members that are left out change nothing. Presence
+// `header`, `overwrite`, `corrupt`, `append`, `short`, `actual_length`, `packets`. Members that are left out change nothing. Presence
 // (`unplug` and the like) is the endpoint's business, `null` that of libusb's calls.
 #pragma once
 
+#include <cstdint>
 #include <optional>
+#include <span>
+#include <vector>
 
 #include "virtcam/faults/action.h"
 #include "virtcam/line/ending.h"
@@ -20,5 +23,8 @@ std::optional<Ending> refusal(const faults::Action& action);
 /// Changes the device's answer. What the device itself refused stays refused, at another time
 /// perhaps.
 void apply(const faults::Action& action, Ending& ending);
+
+/// Changes the header of a sub-stream, whose first byte is the first of `header`.
+void apply(const std::vector<faults::FieldChange>& fields, std::span<uint8_t> header);
 
 }  // namespace virtcam::line

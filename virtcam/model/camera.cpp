@@ -362,7 +362,7 @@ std::vector<uint8_t> Camera::iso_in(uint8_t endpoint, size_t room) {
 
 std::vector<uint8_t> Camera::device_descriptor() const {
     const std::lock_guard lock(impl_->mutex);
-    return descriptors::device(impl_->presence.personality(), impl_->config.vendor_id);
+    return descriptors::device(impl_->presence.personality(), impl_->config);
 }
 
 std::vector<uint8_t> Camera::configuration_descriptor() const {

@@ -48,6 +48,8 @@ void read_member(const std::string& name, const json& value, CameraConfig& confi
     using Reader = void (*)(const json&, const std::string&, CameraConfig&);
     static const std::map<std::string, Reader> readers{
         {"vendor_id", [](auto& v, auto& n, auto& c) { read_number(v, n, 1, 0xFFFF, c.vendor_id); }},
+        {"product_id",
+         [](auto& v, auto& n, auto& c) { read_number(v, n, 1, 0xFFFF, c.product_id); }},
         {"identity",
          [](auto& v, auto& n, auto& c) {
              read_choice(v, n, "boot-code", Identity::kBootCode, "run-time", Identity::kRunTime,

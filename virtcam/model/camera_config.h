@@ -5,6 +5,8 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "virtcam/model/usb.h"
+
 namespace virtcam::model {
 
 #ifndef AITCAM_VENDOR_ID
@@ -19,7 +21,8 @@ struct CameraConfig {
     };
 
     uint16_t vendor_id = AITCAM_VENDOR_ID;
-    Identity identity = Identity::kBootCode;  ///< what it enumerates as when power arrives
+    uint16_t product_id = usb::kProductRunTime;  ///< with the run-time identity
+    Identity identity = Identity::kBootCode;     ///< what it enumerates as when power arrives
     BootCode boot_code = BootCode::kNewer;
 
     uint32_t departure_ms = 50;      ///< burn acknowledged → off the bus (0 to 100)

@@ -302,7 +302,7 @@ uint8_t interface_count(Personality personality) {
 
 }  // namespace
 
-Bytes device(Personality personality, uint16_t vendor_id) {
+Bytes device(Personality personality, const CameraConfig& config) {
     const bool run_time = personality == Personality::kRunTime;
     Writer w;
     w.raw({18, kDevice});
@@ -313,8 +313,8 @@ Bytes device(Personality personality, uint16_t vendor_id) {
         w.raw({kClassVendor, 0, 0});
     }
     w.raw({64});
-    w.u16(vendor_id);
-    w.u16(run_time ? usb::kProductRunTime : usb::kProductBootCode);
+    w.u16(config.vendor_id);
+    w.u16(run_time ? config.product_id : usb::kProductBootCode);
     w.u16(0x0100);
     w.raw({1, 2, 3, 1});
     return w.take();

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "virtcam/model/bytes.h"
+#include "virtcam/model/camera_config.h"
 
 namespace virtcam::model {
 
@@ -17,7 +18,7 @@ enum class Personality {
 
 namespace descriptors {
 
-Bytes device(Personality personality, uint16_t vendor_id);
+Bytes device(Personality personality, const CameraConfig& config);
 /// DEVICE_QUALIFIER (USB 2.0, 9.6.2): no other speed is supported, the fields repeat the device's.
 Bytes device_qualifier(Personality personality);
 /// CONFIGURATION 1 with everything that follows it, wTotalLength filled in.

@@ -140,7 +140,7 @@ Device::Answer Device::get_descriptor(const Setup& setup) const {
     const uint8_t index = low(setup.value);
     switch (high(setup.value)) {
         case kDescriptorDevice:
-            return descriptors::device(personality_, config_.vendor_id);
+            return descriptors::device(personality_, config_);
         case kDescriptorConfiguration:
             return index == 0 ? Answer{descriptors::configuration(personality_)} : std::nullopt;
         case kDescriptorString:

@@ -44,7 +44,7 @@ void Device::report(json& status) const {
     status["identity"] = identity_name(personality_);
     status["vendor_id"] = config_.vendor_id;
     status["product_id"] =
-        personality_ == Personality::kRunTime ? usb::kProductRunTime : usb::kProductBootCode;
+        personality_ == Personality::kRunTime ? config_.product_id : usb::kProductBootCode;
     status["version"] = state_.facts.version;
     status["anti_flicker"] = controls_.value(Control::kPowerLine);
     status["self_test"] = state_.facts.self_test_result;
