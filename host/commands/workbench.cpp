@@ -5,6 +5,7 @@
 #include "host/base/exit_code.h"
 #include "host/base/text.h"
 #include "host/commands/virtual_camera.h"
+#include "host/session/cures.h"
 
 namespace camhost {
 
@@ -29,8 +30,10 @@ void advise_on_bus_listing(Console& console) {
     std::error_code error;
     if (!std::filesystem::exists(needed, error)) {
         console.line(std::string("note: ") + needed +
-                     " is missing, and the plug-in looks for the camera there; run camhost in "
-                     "the television's surroundings: scripts/sandbox -- camhost ...");
+                     " is missing, and the plug-in looks for the camera there; " +
+                     (on_virtual_bus() ? "run camhost in the television's surroundings: "
+                                         "scripts/sandbox -- camhost ..."
+                                       : "keep it with: sudo scripts/publish-bus-listing &"));
     }
 }
 
@@ -102,6 +105,11 @@ void Workbench::give_up(BringUp result) {
                       format("the plug-in did not report within %g s; the camera is %s",
                              std::chrono::duration<double>(init_timeout_).count(), state.c_str()) +
                           see);
+    }
+    if (!on_virtual_bus()) {
+        for (const std::string& cure : cures()) {
+            console_.line("note: " + cure);
+        }
     }
     throw Failure(ExitCode::kNoCamera,
                   "the camera is not usable: Init reported false, it is " + state + see);

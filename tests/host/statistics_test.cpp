@@ -4,7 +4,9 @@
 
 #include <thread>
 
+#include "host/streams/presentation_times.h"
 #include "host/streams/record_queue.h"
+#include "host/streams/sample_clock.h"
 
 namespace camhost::test {
 namespace {
@@ -55,7 +57,7 @@ TEST(Statistics, PartsOfOneDeliveryMakeNoInterval) {
     StreamStatistics statistics(Stream::kPcm);
     for (int i = 0; i < 20; ++i) {
         const auto stamp = static_cast<uint32_t>(2700 * (i / 2));
-        statistics.add(record(Stream::kPcm, milliseconds(30 * (i / 2)), stamp), 1, false);
+        statistics.add(record(Stream::kPcm, milliseconds(30 * (i / 2)), stamp, 960), 1, false);
     }
     const StreamSummary summary = statistics.summary();
     EXPECT_EQ(summary.records, 20U);
@@ -187,6 +189,53 @@ TEST(RecordQueue, TwoProducersLoseNothing) {
     }
     audio.join();
     video.join();
+}
+
+TEST(SampleClock, UnevenDeliveriesOfWholeSoundAreNoGaps) {
+    SampleClock clock(16'000);
+    double when = 1000;
+    for (int i = 0; i < 1000; ++i) {
+        when += i % 2 == 0 ? 11 : 20;  // blocks of 240 samples last 15 ms, these 15.5
+        when -= 0.5;
+        clock.add(std::chrono::duration<double, std::milli>(when), 240);
+    }
+    EXPECT_EQ(clock.gaps(), 0U);
+    EXPECT_EQ(clock.missing(), 0U);
+}
+
+TEST(SampleClock, CountsWhatIsMissing) {
+    SampleClock clock(16'000);
+    double when = 0;
+    for (int i = 0; i < 100; ++i) {
+        when += 15;
+        if (i == 30 || i == 70) {
+            when += 150;
+        }
+        clock.add(std::chrono::duration<double, std::milli>(when), 240);
+    }
+    EXPECT_EQ(clock.gaps(), 2U);
+    EXPECT_NEAR(static_cast<double>(clock.missing()), 2 * 150 * 16, 32);
+    clock.restart(24'000);
+    clock.add(std::chrono::duration<double, std::milli>(when + 5000), 360);
+    EXPECT_EQ(clock.gaps(), 2U) << "a restart is no gap";
+}
+
+TEST(PresentationTimes, FollowTheTimeStampsFromTheFirstArrivalOn) {
+    PresentationTimes times;
+    Record record;
+    record.arrival = Clock::time_point(std::chrono::seconds(5));
+    record.time_stamp = 0xFFFFFF00;
+    EXPECT_EQ(times.next(record, false), 5'000'000);
+    record.arrival += std::chrono::milliseconds(70);  // late; its time stamp is not
+    record.time_stamp += 3000;                        // and wraps
+    EXPECT_EQ(times.next(record, false), 5'033'333);
+    record.time_stamp -= 900;
+    EXPECT_EQ(times.next(record, false), 5'033'333) << "never back";
+    record.arrival += std::chrono::seconds(2);
+    record.time_stamp = 0;
+    EXPECT_EQ(times.next(record, true), 7'033'333) << "bridged by arrivals";
+    record.time_stamp += static_cast<uint32_t>(StreamStatistics::kClockJumpTicks) + 90;
+    EXPECT_EQ(times.next(record, false), 7'034'333) << "the jump is left out";
 }
 
 }  // namespace

@@ -1,21 +1,30 @@
 // What users type: durations, sizes, names, properties, combinations.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "host/base/exit_code.h"
 #include "host/base/nearest_name.h"
+#include "host/base/temporary_folder.h"
 #include "host/base/text.h"
 #include "host/commands/shell_completion.h"
 #include "host/commands/virtual_camera.h"
 #include "host/properties/combination.h"
 #include "host/properties/property_catalog.h"
+#include "host/session/cures.h"
 #include "host/streams/stream.h"
 
 namespace camhost::test {
 namespace {
 
 using std::chrono::milliseconds;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
 
 std::string usage_error(const std::function<void()>& action) {
     try {
@@ -224,6 +233,50 @@ TEST(VirtualCamera, TakesPresetsAndJson) {
               std::string::npos);
     EXPECT_NE(usage_error([] { virtual_configuration("{"); }).find("no valid JSON"),
               std::string::npos);
+}
+
+// --- what keeps a camera from being used ---------------------------------------------------------
+
+class Cures : public testing::Test {
+  protected:
+    void write(const std::string& name, const std::string& text) const {
+        const auto path = folder_.path() / name;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path) << text << '\n';
+    }
+    void plug_camera() const {
+        write("devices/1-2/idVendor", "114d");
+        write("devices/1-2/busnum", "1");
+        write("devices/1-2/devnum", "7");
+    }
+    std::vector<std::string> found() const {
+        return cures(
+            {folder_.path() / "devices", folder_.path() / "nodes", folder_.path() / "memory"});
+    }
+
+    TemporaryFolder folder_;
+};
+
+TEST_F(Cures, MissingCamera) {
+    write("devices/1-1/idVendor", "1d6b");
+    EXPECT_THAT(found(), ElementsAre(HasSubstr("no USB device of vendor 114d")));
+}
+
+TEST_F(Cures, NodeThatCannotBeUsed) {
+    plug_camera();  // without a node, which even root cannot open
+    EXPECT_THAT(found(), ElementsAre(AllOf(HasSubstr("nodes/001/007"),
+                                           HasSubstr("70-aitorix-camera.rules"))));
+    write("nodes/001/007", "");
+    EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Cures, LittleMemory) {
+    plug_camera();
+    write("nodes/001/007", "");
+    write("memory", "4");
+    EXPECT_THAT(found(), ElementsAre(HasSubstr("usbfs may use 4 MiB only")));
+    write("memory", "16");
+    EXPECT_THAT(found(), IsEmpty());
 }
 
 }  // namespace
