@@ -325,6 +325,8 @@ void Subcommands::add_scenario_run(CLI::App* parser) {
     ScenarioOptions& scenario = options_->scenario;
     parser->add_option("name", scenario.names, "see camhost scenario list (default: all)")
         ->type_name("NAME");
+    parser->add_flag("--check", scenario.check,
+                     "also see whether camhost check finds the fault, where it should");
     parser->add_option("--keep", scenario.keep, "keep what each run leaves in this folder")
         ->type_name("DIR");
     parser->add_option("--json", scenario.json, "write the results to this file as well")

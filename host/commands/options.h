@@ -75,6 +75,7 @@ struct ScenarioOptions {
     Action action = Action::kList;
     std::vector<std::string> names;  ///< run: none means all
     std::filesystem::path folder;    ///< of the scenarios; empty: the one of the source tree
+    bool check = false;              ///< run: with the checks that should find the fault
     std::filesystem::path keep;      ///< keeps what the runs leave; empty: nowhere
     std::filesystem::path json;
 };

@@ -14,7 +14,7 @@
 #include "tests/host/subprocess.h"
 #include "tests/host/temporary_folder.h"
 
-namespace camhost_test {
+namespace camhost::test {
 namespace {
 
 using nlohmann::json;
@@ -31,7 +31,7 @@ std::vector<std::string> scenario_names() {
     return names;
 }
 
-ProcessResult camhost(std::vector<std::string> words, bool short_waits) {
+ProcessResult run_camhost(std::vector<std::string> words, bool short_waits) {
     words.insert(words.begin(), getenv("CAMHOST"));
     std::vector<std::string> environment;
     if (short_waits) {
@@ -48,9 +48,9 @@ class EveryScenario : public testing::TestWithParam<std::string> {};
 TEST_P(EveryScenario, EndsAsItsFileSays) {
     const TemporaryFolder folder;
     const ProcessResult result =
-        camhost({"scenario", "run", GetParam(), "--plugin", getenv("PLUGIN"), "--virtual-bus",
-                 getenv("VIRTUAL_BUS"), "--keep", folder.path()},
-                true);
+        run_camhost({"scenario", "run", GetParam(), "--plugin", getenv("PLUGIN"), "--virtual-bus",
+                     getenv("VIRTUAL_BUS"), "--check", "--keep", folder.path()},
+                    true);
     EXPECT_EQ(result.code, 0) << result.out << result.err
                               << folder.text_of(GetParam() + "/camhost.txt");
 }
@@ -63,15 +63,15 @@ INSTANTIATE_TEST_SUITE_P(All, EveryScenario, testing::ValuesIn(scenario_names())
                          });
 
 TEST(Scenarios, AreListedAndShown) {
-    const ProcessResult list = camhost({"scenario", "list"}, false);
+    const ProcessResult list = run_camhost({"scenario", "list"}, false);
     EXPECT_EQ(list.code, 0) << list.err;
     for (const std::string& name : scenario_names()) {
         EXPECT_THAT(list.out, HasSubstr(name));
     }
-    const ProcessResult show = camhost({"scenario", "show", "payload-lost"}, false);
+    const ProcessResult show = run_camhost({"scenario", "show", "payload-lost"}, false);
     EXPECT_THAT(show.out, HasSubstr("In the real world"));
     EXPECT_THAT(show.out, HasSubstr("\"lose\""));
-    const ProcessResult wrong = camhost({"scenario", "run", "payload-list"}, false);
+    const ProcessResult wrong = run_camhost({"scenario", "run", "payload-list"}, false);
     EXPECT_EQ(wrong.code, 2);
     EXPECT_THAT(wrong.err, HasSubstr("did you mean 'payload-lost'?"));
 }
@@ -86,22 +86,22 @@ class Judgement : public testing::Test {
                 {"faults", json::array({{{"on", {{"frame", true}}}, {"do", "unplug"}}})}};
     }
 
-    camhost::Scenario scenario(const json& expect) {
+    Scenario scenario(const json& expect) {
         json file = good();
         file["expect"] = expect;
         return read(file);
     }
-    camhost::Scenario read(const json& file) {
+    Scenario read(const json& file) {
         const auto path = folder_.path() / "name.json";
         std::ofstream(path) << file.dump();
-        return camhost::Scenario::read(path);
+        return Scenario::read(path);
     }
     std::vector<std::string> judge(const json& expect) {
         return camhost::judge(scenario(expect), evidence_);
     }
 
     TemporaryFolder folder_;
-    camhost::Evidence evidence_{
+    Evidence evidence_{
         0,
         {{"recordings",
           {{{"end", "complete"},
@@ -158,7 +158,7 @@ TEST_F(Judgement, MalformedFilesNameTheirFault) {
         try {
             read(file);
             ADD_FAILURE() << change;
-        } catch (const camhost::Failure& failure) {
+        } catch (const Failure& failure) {
             EXPECT_THAT(failure.what(), HasSubstr(text));
         }
     }
@@ -174,4 +174,4 @@ TEST_F(Judgement, SeedReachesCameraAndRulesOfChance) {
 }
 
 }  // namespace
-}  // namespace camhost_test
+}  // namespace camhost::test

@@ -8,6 +8,7 @@
 #include <wels/codec_api.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "tests/host/subprocess.h"
 #include "tests/host/temporary_folder.h"
@@ -130,6 +131,75 @@ TEST_F(VirtualCamera, TraceShowsAChangeWhileRecordingAtItsTime) {
     EXPECT_LT(result.out.find("mirror=on: sent"), mirror);
     EXPECT_LT(mirror, result.out.find("flip=on: sent")) << "printed before the next change";
     EXPECT_THAT(result.out, HasSubstr("set video option 0x00000003"));
+}
+
+/// What a program prints.
+std::string output_of(const std::vector<std::string>& command) {
+    const ProcessResult result = run_process(command);
+    EXPECT_EQ(result.code, 0) << command.front() << ": " << result.err;
+    return result.out;
+}
+
+TEST_F(VirtualCamera, CaptureOpensInWiresharkWithItsRequestsNamed) {
+    const std::string file = folder_.path() / "camera.pcap";
+    const ProcessResult result = run({"trace", "--virtual=running", "--pcap", file, "--payloads",
+                                      "--signal", "h264-gray", "--duration", "300ms"});
+    EXPECT_EQ(result.code, kOk) << result.out << result.err;
+    EXPECT_THAT(result.out, HasSubstr("UVC COMMIT SET_CUR format 4 frame 1"));
+    EXPECT_THAT(result.out, HasSubstr(" ms | MMP 0x01/0x01 stream combination 1")) << "no duration";
+    EXPECT_EQ(output_of({"tshark", "-r", file, "-Y", "_ws.malformed"}), "");
+    const std::string requests = output_of({"tshark", "-r", file, "-Y", "usb.transfer_type == 2"});
+    for (const char* name : {"GET DESCRIPTOR Response DEVICE",
+                             "GET DESCRIPTOR Response CONFIGURATION", "SET CONFIGURATION Request",
+                             "SET INTERFACE Request", "SET CUR Request", "GET CUR Response"}) {
+        EXPECT_THAT(requests, HasSubstr(name));
+    }
+    EXPECT_THAT(output_of({"tshark", "-r", file, "-V", "-Y", "usbvideo"}),
+                HasSubstr("bFormatIndex"));
+    const std::string payloads = output_of(
+        {"tshark", "-r", file, "-Y", "usb.endpoint_address == 0x81 && usb.data_len == 8192"});
+    EXPECT_FALSE(payloads.empty());
+    EXPECT_FALSE(output_of({"tshark", "-r", file, "-Y", "usb.transfer_type == 0"}).empty())
+        << "no sound";
+}
+
+TEST_F(VirtualCamera, ContainerHasStreamsAndSoundWithTheirRates) {
+    const ProcessResult result = run({"record", "--virtual=running", "--signal", "h264-h264-gray",
+                                      "--duration", "2s", "--output", folder_.path() / "out"});
+    EXPECT_EQ(result.code, kOk) << result.out << result.err;
+    const std::string file = folder_.path() / "out/recording.mkv";
+    const std::string streams =
+        output_of({"ffprobe", "-v", "error", "-show_entries",
+                   "stream=codec_name,width,sample_rate,avg_frame_rate", "-of", "compact", file});
+    EXPECT_THAT(streams, HasSubstr("codec_name=h264|width=640|avg_frame_rate=30/1"));
+    EXPECT_THAT(streams, HasSubstr("codec_name=h264|width=320|avg_frame_rate=15/1"));
+    EXPECT_THAT(streams, HasSubstr("codec_name=pcm_s16le|sample_rate=16000"));
+    const ProcessResult decoded =
+        run_process({"ffmpeg", "-v", "warning", "-xerror", "-i", file, "-f", "null", "-"});
+    EXPECT_EQ(decoded.code, 0);
+    EXPECT_EQ(decoded.err, "") << "a complaint of ffmpeg";
+}
+
+TEST_F(VirtualCamera, ChecksOfAGoodCameraPass) {
+    const ProcessResult result = run({"check", "--virtual=running", "--only", "key-frame", "--only",
+                                      "stills", "--only", "pan-tilt-zoom", "--only", "audio-rate",
+                                      "--only", "audio-level", "--only", "time-stamps"});
+    EXPECT_EQ(result.code, kOk) << result.out << result.err;
+    EXPECT_THAT(result.out, HasSubstr("6 passed, 0 failed, 0 skipped"));
+}
+
+TEST_F(VirtualCamera, KnownComplaintsAreNotShownAndOthersAre) {
+    const ProcessResult result = record("running", "300ms");
+    EXPECT_EQ(result.code, kOk);
+    EXPECT_THAT(result.err, Not(HasSubstr("complaint")));
+    const auto complaints =
+        nlohmann::json::parse(folder_.text_of("out/camera-status.json"))["bus"]["complaints"];
+    EXPECT_GE(complaints.size(), 2U);
+    const ProcessResult strict = run({"record", R"(--virtual={"camera": {"identity": "run-time"},
+                                     "bus": {"expected_complaints": []}})",
+                                      "--duration", "300ms", "--output", folder_.path() / "out"});
+    EXPECT_THAT(strict.err,
+                HasSubstr("virtbus: complaint: libusb_close: claimed and not released"));
 }
 
 }  // namespace
