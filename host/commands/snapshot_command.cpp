@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/acceptance/check.h"
 #include "host/base/text.h"
 #include "host/commands/commands.h"
 #include "host/commands/workbench.h"
@@ -46,12 +47,11 @@ class FirstPicture : public ICameraObserver {
     std::vector<uint8_t> picture_;
 };
 
-/// The combination that sends stills, as this television selects.
-Assignment with_stills(const Session& session) {
+/// Chooses the combination that sends stills, as this television selects.
+void choose_stills(Session& session) {
     const Selector selector = session.selector();
-    const int number =
-        selector == Selector::kSignalType ? CAM_SIGNAL_H264_GRAY_SI : CAM_VIDEO_H264_JPEG;
-    return {find_property(property_of(selector)), {.value = number}};
+    set_property(session,
+                 {find_property(property_of(selector)), {.value = with_stills(selector).number}});
 }
 
 std::vector<uint8_t> await(FirstPicture& still, const Controls& controls) {
@@ -72,7 +72,7 @@ ExitCode run_snapshot(const Options& options) {
     OutputFile file(path);  // What cannot be written is told before the camera is brought up.
     Workbench bench(options.common, log_of(options.common));
     Session& session = bench.bring_up();
-    set_property(session, with_stills(session));
+    choose_stills(session);
     FirstPicture still(bench.controls().wake);
     session.camera().RegisterObserver(&still);
     std::vector<uint8_t> picture;

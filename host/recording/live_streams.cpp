@@ -137,7 +137,7 @@ LiveFigures LiveStreams::figures(const StreamInfo& row, Channel& channel, double
     figures.stream = row.stream;
     figures.records_per_second = static_cast<double>(channel.recent) / seconds;
     figures.kilobits_per_second = static_cast<double>(channel.recent_bytes) * 8 / 1000 / seconds;
-    figures.gaps = row.stream == Stream::kPcm ? sound_.gaps() : channel.gaps;
+    figures.gaps = row.stream == Stream::kPcm ? sound_.summary().gaps : channel.gaps;
     figures.jitter_ms = channel.intervals.empty() ? 0 : deviation_of(channel.intervals);
     figures.key_interval = channel.key_interval;
     if (channel.samples > 0) {

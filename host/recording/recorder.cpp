@@ -1,6 +1,8 @@
 #include "host/recording/recorder.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include "host/base/exit_code.h"
 #include "host/pictures/annexb.h"
@@ -165,14 +167,18 @@ std::vector<RecordedStream> Recorder::finish() {
 
 namespace {
 
-/// The rate that is written into a file: whole pictures per second where it is nearly one.
+/// The rate that is written into a file: of those that cameras have, where it is nearly one.
 double nominal_rate(const StreamSummary& figures) {
     if (!figures.time_stamps || figures.time_stamps->median_ms <= 0) {
         return 0;
     }
+    constexpr double kRates[] = {1, 2, 5, 10, 15, 20, 24, 25, 30, 60};
+    constexpr double kTolerance = 0.08;
     const double rate = 1000 / figures.time_stamps->median_ms;
-    const double whole = std::round(rate);
-    return std::abs(rate - whole) < 0.05 * whole ? whole : rate;
+    const double nearest = *std::min_element(
+        std::begin(kRates), std::end(kRates),
+        [&](double a, double b) { return std::abs(a - rate) < std::abs(b - rate); });
+    return std::abs(rate - nearest) < kTolerance * nearest ? nearest : rate;
 }
 
 }  // namespace

@@ -5,27 +5,42 @@
 namespace camhost {
 
 void SampleClock::restart(int rate) {
+    before_ = summary();
     rate_ = rate;
-    begun_ = false;
+    frames_ = 0;
+    lateness_.clear();
 }
 
 void SampleClock::add(std::chrono::duration<double, std::milli> when, size_t frames) {
-    const double per_ms = rate_ / 1000.0;
-    if (!begun_) {
-        begun_ = true;
-        frames_ = 0;
-        begin_ms_ = when.count() - static_cast<double>(frames) / per_ms;
-    }
     frames_ += frames;
-    const double late = when.count() - begin_ms_ - static_cast<double>(frames_) / per_ms;
-    if (late < 0) {
-        begin_ms_ += late;  // An earlier one was late itself.
-    } else if (late > kToleranceMs) {
-        const auto missing = static_cast<uint64_t>(late * per_ms);
-        ++gaps_;
-        missing_ += missing;
-        frames_ += missing;
+    lateness_.push_back(when.count() - static_cast<double>(frames_) * 1000 / rate_);
+}
+
+SampleClock::Summary SampleClock::summary() const {
+    Summary result = gaps_of_run();
+    result.gaps += before_.gaps;
+    result.missing += before_.missing;
+    return result;
+}
+
+SampleClock::Summary SampleClock::gaps_of_run() const {
+    // The last ones may still be caught up with: the earliest of them counts for all.
+    constexpr size_t kUndecided = 10;
+    Summary result;
+    if (lateness_.size() <= kUndecided) {
+        return result;
     }
+    auto at = lateness_.rbegin() + kUndecided;
+    double floor = *std::min_element(lateness_.rbegin(), at);
+    for (; at != lateness_.rend(); ++at) {
+        // Backwards: `floor` is the least that any later delivery was late.
+        if (floor - *at > kToleranceMs) {
+            ++result.gaps;
+            result.missing += static_cast<uint64_t>((floor - *at) * rate_ / 1000);
+        }
+        floor = std::min(floor, *at);
+    }
+    return result;
 }
 
 }  // namespace camhost

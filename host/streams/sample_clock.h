@@ -4,15 +4,20 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace camhost {
 
-/// Deliveries of sound come in unequal pieces at unequal times; what is missing shows in their sum
-/// only. One thread.
+/// Deliveries of sound come in unequal pieces at unequal times, and late ones are made up for: sound
+/// is missing where no later delivery ever catches up. One thread.
 class SampleClock {
   public:
-    /// Jitter of a shared machine and of the pieces stays below this.
-    static constexpr double kToleranceMs = 100;
+    struct Summary {
+        size_t gaps = 0;       ///< places at which sound is missing
+        uint64_t missing = 0;  ///< samples, all together
+    };
+    /// What is less is no gap: clocks differ, and so do the pieces.
+    static constexpr double kToleranceMs = 40;
 
     explicit SampleClock(int rate = 16'000) : rate_(rate) {}
 
@@ -21,18 +26,15 @@ class SampleClock {
     /// Sound begins anew, at this rate (Hz).
     void restart(int rate);
 
-    /// Places at which sound is missing.
-    size_t gaps() const { return gaps_; }
-    /// Samples that are missing there, all together.
-    uint64_t missing() const { return missing_; }
+    Summary summary() const;
 
   private:
+    Summary gaps_of_run() const;
+
     int rate_;
-    bool begun_ = false;
-    double begin_ms_ = 0;  ///< when the first sample would have been, by the earliest delivery
-    uint64_t frames_ = 0;  ///< delivered and missing, since then
-    size_t gaps_ = 0;
-    uint64_t missing_ = 0;
+    uint64_t frames_ = 0;           ///< since the last restart
+    std::vector<double> lateness_;  ///< of each delivery since then, in ms from an arbitrary zero
+    Summary before_;                ///< of the runs before
 };
 
 }  // namespace camhost

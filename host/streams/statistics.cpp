@@ -101,9 +101,10 @@ StreamSummary StreamStatistics::summary() const {
     }
     if (stream_ == Stream::kPcm) {
         // Its blocks come by twos and threes, at unequal times: only their sum tells.
-        result.arrival.gaps = sound_.gaps();
-        result.time_stamps->gaps = sound_.gaps();
-        result.missing_samples = sound_.missing();
+        const SampleClock::Summary missing = sound_.summary();
+        result.arrival.gaps = missing.gaps;
+        result.time_stamps->gaps = missing.gaps;
+        result.missing_samples = missing.missing;
     }
     return result;
 }
