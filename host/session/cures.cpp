@@ -46,8 +46,8 @@ std::vector<std::string> cures(const UsbFolders& folders) {
         const std::string node = node_of(entry.path(), folders);
         if (access(node.c_str(), R_OK | W_OK) != 0) {
             found.push_back("no permission to use " + node +
-                            ": install host/udev/70-aitorix-camera.rules as it says, or run as "
-                            "root");
+                            ": install the udev rule (package aitorixcamera, or "
+                            "packaging/60-aitorixcamera.rules.in), or run as root");
         }
     }
     if (!is_there) {

@@ -265,7 +265,7 @@ TEST_F(Cures, MissingCamera) {
 TEST_F(Cures, NodeThatCannotBeUsed) {
     plug_camera();  // without a node, which even root cannot open
     EXPECT_THAT(found(), ElementsAre(AllOf(HasSubstr("nodes/001/007"),
-                                           HasSubstr("70-aitorix-camera.rules"))));
+                                           HasSubstr("60-aitorixcamera.rules"))));
     write("nodes/001/007", "");
     EXPECT_THAT(found(), IsEmpty());
 }
