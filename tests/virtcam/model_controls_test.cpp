@@ -104,6 +104,7 @@ TEST(UnitControls, WhiteBalanceIsTheCamerasWhileAutomaticIsOn) {
     Host host(running_camera());
     const auto info = [&] { return host.in(0xA1, 0x86, 0x0A00, 0x0300, 1).data; };
     const auto balance = [&] { return host.in(0xA1, 0x81, 0x0A00, 0x0300, 2).data; };
+    ASSERT_TRUE(host.set_control(3, 11, 1, 1));
     EXPECT_EQ(info(), Bytes{7}) << "get, set, disabled by automatic mode";
     EXPECT_FALSE(host.set_control(3, 10, 2, 6500));
     EXPECT_EQ(host.in(0xA1, 0x81, 0x0200, 0x0000, 1).data, Bytes{2}) << "wrong state";

@@ -29,7 +29,7 @@ constexpr std::array<ControlField, static_cast<size_t>(Control::kCount)> kFields
     {Control::kWhiteBalance, "white_balance", kPu, usb::kPuWhiteBalance, 0, 2, false, 2800, 6500,
      10, 4600},
     {Control::kWhiteBalanceAuto, "white_balance_auto", kPu, usb::kPuWhiteBalanceAuto, 0, 1, false,
-     0, 1, 1, 1},
+     0, 1, 1, 0},
 }};
 
 bool belongs(const ControlField& field, uint8_t entity, uint8_t selector) {
