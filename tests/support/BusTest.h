@@ -31,7 +31,7 @@ class BusTest : public PluginTest {
     ~BusTest() override {
         std::vector<std::string> met;
         for (const auto& complaint : virtcam::bus::take_complaints()) {
-            met.insert(met.end(), complaint.count, complaint.text);
+            met.push_back(complaint.text);
         }
         for (const auto& leak : virtcam::bus::leaks()) {
             met.push_back(leak.text);

@@ -18,37 +18,41 @@ bool is_power_of_ten(uint64_t number) {
 
 void ComplaintLog::raise(const std::string& code, const std::string& text) {
     const std::lock_guard lock(mutex_);
-    auto entry = std::find_if(list_.begin(), list_.end(),
-                              [&](const Entry& each) { return each.complaint.text == text; });
-    if (entry == list_.end()) {
-        const bool expected =
-            std::find(expected_.begin(), expected_.end(), text) != expected_.end();
-        entry = list_.insert(list_.end(), {{code, text, 0, expected}, 0});
+    const bool expected = std::find(expected_.begin(), expected_.end(), text) != expected_.end();
+    list_.push_back({code, text, expected});
+    if (expected) {
+        return;
     }
-    ++entry->complaint.count;
-    if (is_power_of_ten(entry->complaint.count)) {
-        print(*entry);
+    Tally& tally = tally_of(text);
+    ++tally.count;
+    if (is_power_of_ten(tally.count)) {
+        print(tally);
     }
 }
 
 void ComplaintLog::tell_counts() {
     const std::lock_guard lock(mutex_);
-    for (Entry& entry : list_) {
-        if (entry.told != entry.complaint.count) {
-            print(entry);
+    for (Tally& tally : tallies_) {
+        if (tally.told != tally.count) {
+            print(tally);
         }
     }
 }
 
-void ComplaintLog::print(Entry& entry) {
-    const Complaint& complaint = entry.complaint;
-    entry.told = complaint.count;
-    if (quiet_ || complaint.expected) {
+ComplaintLog::Tally& ComplaintLog::tally_of(const std::string& text) {
+    const auto found = std::find_if(tallies_.begin(), tallies_.end(),
+                                    [&](const Tally& each) { return each.text == text; });
+    return found != tallies_.end() ? *found : tallies_.emplace_back(Tally{text, 0, 0});
+}
+
+void ComplaintLog::print(Tally& tally) {
+    tally.told = tally.count;
+    if (quiet_) {
         return;
     }
     const std::string times =
-        complaint.count == 1 ? "" : " (" + std::to_string(complaint.count) + " times)";
-    std::fprintf(stderr, "virtbus: complaint: %s%s\n", complaint.text.c_str(), times.c_str());
+        tally.count == 1 ? "" : " (" + std::to_string(tally.count) + " times)";
+    std::fprintf(stderr, "virtbus: complaint: %s%s\n", tally.text.c_str(), times.c_str());
 }
 
 void ComplaintLog::set_quiet(bool quiet) {
@@ -63,20 +67,13 @@ void ComplaintLog::expect(std::vector<std::string> texts) {
 
 std::vector<Complaint> ComplaintLog::all() const {
     const std::lock_guard lock(mutex_);
-    std::vector<Complaint> all;
-    for (const Entry& entry : list_) {
-        all.push_back(entry.complaint);
-    }
-    return all;
+    return list_;
 }
 
 std::vector<Complaint> ComplaintLog::take() {
     const std::lock_guard lock(mutex_);
-    std::vector<Complaint> all;
-    for (Entry& entry : std::exchange(list_, {})) {
-        all.push_back(std::move(entry.complaint));
-    }
-    return all;
+    tallies_.clear();
+    return std::exchange(list_, {});
 }
 
 }  // namespace virtcam::bus

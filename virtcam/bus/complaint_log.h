@@ -9,10 +9,10 @@
 
 namespace virtcam::bus {
 
-/// Complaints in the order in which each was raised first. Thread-safe.
+/// Complaints in the order in which they were raised. Thread-safe.
 ///
-/// Unless quiet, each is printed as one line on standard error when it is raised; equal ones again
-/// at the tenth, hundredth ... time, with their number, and at the end if that has grown since.
+/// Unless quiet, each is printed as one line on standard error; of equal ones the first, the tenth,
+/// hundredth ... with their number, and at the end the number if that has grown since.
 class ComplaintLog {
   public:
     void raise(const std::string& code, const std::string& text);
@@ -26,15 +26,18 @@ class ComplaintLog {
     std::vector<Complaint> take();
 
   private:
-    struct Entry {
-        Complaint complaint;
+    struct Tally {
+        std::string text;
+        uint64_t count = 0;
         uint64_t told = 0;  ///< count at the last print
     };
 
-    void print(Entry& entry);
+    Tally& tally_of(const std::string& text);
+    void print(Tally& tally);
 
     mutable std::mutex mutex_;
-    std::vector<Entry> list_;
+    std::vector<Complaint> list_;
+    std::vector<Tally> tallies_;  ///< of what is printed, in the order of the first of each
     std::vector<std::string> expected_;
     bool quiet_ = false;
 };

@@ -16,7 +16,6 @@ namespace virtcam::bus {
 struct Complaint {
     std::string code;       ///< kind, as listed in docs/virtual-bus.md
     std::string text;       ///< the whole line, without prefix and line end
-    uint64_t count = 1;     ///< how often it was raised
     bool expected = false;  ///< announced by the configuration, so it was not printed
 
     bool operator==(const Complaint&) const = default;
