@@ -154,8 +154,8 @@ TEST_F(VirtualCamera, CaptureOpensInWiresharkWithItsRequestsNamed) {
                              "SET INTERFACE Request", "SET CUR Request", "GET CUR Response"}) {
         EXPECT_THAT(requests, HasSubstr(name));
     }
-    EXPECT_THAT(output_of({"tshark", "-r", file, "-V", "-Y", "usbvideo"}),
-                HasSubstr("bFormatIndex"));
+    EXPECT_THAT(output_of({"tshark", "-r", file, "-V", "-Y", "usb.transfer_type == 2"}),
+                HasSubstr("bFormatIndex: 4"));
     const std::string payloads = output_of(
         {"tshark", "-r", file, "-Y", "usb.endpoint_address == 0x81 && usb.data_len == 8192"});
     EXPECT_FALSE(payloads.empty());
