@@ -112,7 +112,7 @@ class Judgement : public testing::Test {
 };
 
 TEST_F(Judgement, FindsNothingWhereAllIsAsExpected) {
-    EXPECT_THAT(judge({}), IsEmpty());
+    EXPECT_THAT(judge(json::object()), IsEmpty());
     EXPECT_THAT(judge({{"takes",
                         {{{"end", "complete"},
                           {"main", {{"records", {20, nullptr}}, {"arrival.gaps", {nullptr, 2}}}}}}},
@@ -139,11 +139,12 @@ TEST_F(Judgement, WantsEveryRuleToStrikeAndNoNewComplaint) {
     evidence_.status["bus"]["complaints"] = {
         {{"code", "double_submit"}, {"text", "twice"}, {"expected", false}},
         {{"code", "close_with_claims"}, {"text", "known"}, {"expected", true}}};
-    EXPECT_THAT(judge({}), ElementsAre("complaint of the bus: twice",
-                                       "the number of strikes of rule 1 is 0, not [1,null]"));
+    EXPECT_THAT(judge(json::object()),
+                ElementsAre("complaint of the bus: twice",
+                            "the number of strikes of rule 1 is 0, not [1,null]"));
     EXPECT_THAT(judge({{"complaints", {"double_submit"}}, {"strikes", {0}}}), IsEmpty());
     evidence_.status = nullptr;
-    EXPECT_THAT(judge({}), ElementsAre("the virtual bus has left no status"));
+    EXPECT_THAT(judge(json::object()), ElementsAre("the virtual bus has left no status"));
 }
 
 TEST_F(Judgement, MalformedFilesNameTheirFault) {

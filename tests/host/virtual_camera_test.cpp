@@ -134,9 +134,10 @@ TEST_F(VirtualCamera, TraceShowsAChangeWhileRecordingAtItsTime) {
 }
 
 /// What a program prints.
-std::string output_of(const std::vector<std::string>& command) {
+std::string output_of(std::vector<std::string> command) {
+    command.insert(command.begin(), "/usr/bin/env");  // which looks in PATH
     const ProcessResult result = run_process(command);
-    EXPECT_EQ(result.code, 0) << command.front() << ": " << result.err;
+    EXPECT_EQ(result.code, 0) << command[1] << ": " << result.err;
     return result.out;
 }
 
@@ -175,7 +176,7 @@ TEST_F(VirtualCamera, ContainerHasStreamsAndSoundWithTheirRates) {
     EXPECT_THAT(streams, HasSubstr("codec_name=h264|width=320|avg_frame_rate=15/1"));
     EXPECT_THAT(streams, HasSubstr("codec_name=pcm_s16le|sample_rate=16000"));
     const ProcessResult decoded =
-        run_process({"ffprobe", "-v", "warning", "-count_frames", "-show_entries",
+        run_process({"/usr/bin/env", "ffprobe", "-v", "warning", "-count_frames", "-show_entries",
                      "stream=nb_read_frames", "-of", "csv", file});
     EXPECT_EQ(decoded.code, 0);
     EXPECT_EQ(decoded.err, "") << "a complaint of the decoder";
