@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <tuple>
 #include <utility>
 
 #include "tests/line/lone_camera.h"
@@ -239,6 +240,8 @@ Bytes header_of(uint16_t id, uint32_t room) {
     return header;
 }
 
+using Found = std::vector<std::tuple<size_t, int, size_t, bool>>;  // as SubStreams::Part
+
 TEST(SubStreams, AreFoundWhereverTheyBegin) {
     virtcam::line::SubStreams streams;
     const auto payload = [](uint8_t flags, const Bytes& data) {
@@ -246,31 +249,51 @@ TEST(SubStreams, AreFoundWhereverTheyBegin) {
         bytes.insert(bytes.end(), data.begin(), data.end());
         return bytes;
     };
-    const auto ids = [&](const Bytes& bytes) {
-        std::vector<std::pair<size_t, int>> found;
-        for (const auto& header : streams.find(bytes)) {
-            found.emplace_back(header.offset, header.id);
+    const auto parts = [&](const Bytes& bytes) {
+        Found found;
+        for (const auto& part : streams.find(bytes)) {
+            found.emplace_back(part.offset, part.id, part.before, part.goes_on);
         }
         return found;
     };
-    using Found = std::vector<std::pair<size_t, int>>;
     Bytes frame = header_of(0x2B, 64);
     frame.resize(96);
     const Bytes second = header_of(0x2D, 32);
     frame.insert(frame.end(), second.begin(), second.end());
     frame.resize(160);
-    EXPECT_EQ(ids(payload(0x82, frame)), (Found{{12, 0x2B}, {108, 0x2D}}));
-    // In two payloads, cut in the data, then in the second header: followed, not reported.
-    for (const auto& [cut, expected] :
-         {std::pair<size_t, Found>{50, {{58, 0x2D}}}, std::pair<size_t, Found>{100, {}}}) {
-        const auto middle = frame.begin() + static_cast<std::ptrdiff_t>(cut);
-        EXPECT_EQ(ids(payload(0x81, Bytes(frame.begin(), middle))), (Found{{12, 0x2B}}));
-        EXPECT_EQ(ids(payload(0x83, Bytes(middle, frame.end()))), expected);
+    EXPECT_EQ(parts(payload(0x82, frame)), (Found{{12, 0x2B, 0, false}, {108, 0x2D, 0, false}}));
+    // In two payloads, cut in the data, then in the second header: before and behind its ID.
+    struct Case {
+        size_t cut;
+        Found first;
+        Found second;
+    };
+    for (const Case& c :
+         {Case{50, {{12, 0x2B, 0, false}}, {{58, 0x2D, 0, false}}},
+          Case{101, {{12, 0x2B, 0, false}}, {{12, 0x2D, 5, false}}},
+          Case{102, {{12, 0x2B, 0, false}, {108, 0x2D, 0, false}}, {{12, 0x2D, 6, true}}}}) {
+        const auto middle = frame.begin() + static_cast<std::ptrdiff_t>(c.cut);
+        EXPECT_EQ(parts(payload(0x81, Bytes(frame.begin(), middle))), c.first) << c.cut;
+        EXPECT_EQ(parts(payload(0x83, Bytes(middle, frame.end()))), c.second) << c.cut;
     }
     // A frame that was never ended: the frame ID tells.
-    EXPECT_EQ(ids(payload(0x80, frame)).size(), 2U);
-    EXPECT_EQ(ids(payload(0x81, frame)).size(), 2U);
-    EXPECT_EQ(ids(payload(0x82, Bytes(100, 0xFF))), Found{}) << "no multiplexed stream";
+    EXPECT_EQ(parts(payload(0x80, frame)).size(), 2U);
+    EXPECT_EQ(parts(payload(0x81, frame)).size(), 2U);
+    EXPECT_EQ(parts(payload(0x82, Bytes(100, 0xFF))), Found{}) << "no multiplexed stream";
+}
+
+TEST(SubStreams, FieldsOfASharedHeaderAreSetWhereTheyLie) {
+    virtcam::faults::RuleSet rules;
+    rules.add(nlohmann::json::parse(
+        R"({"on": {"sub_stream": "h264"}, "do": {"fields": {"type": 99, "room": 5}}})"));
+    const auto fields = rules.on_sub_stream(0x2B).fields;
+    for (const size_t cut : {4U, 5U, 6U, 26U, 31U}) {
+        Bytes header = header_of(0x2B, 64);
+        virtcam::line::apply(fields, std::span(header).first(cut));
+        virtcam::line::apply(fields, std::span(header).subspan(cut), cut);
+        EXPECT_EQ(virtcam::model::load_u16(header, 4), cut == 5 ? 0x2B : 99) << cut;
+        EXPECT_EQ(virtcam::model::load_u32(header, 28), cut == 31 ? 64U : 5U) << cut;
+    }
 }
 
 TEST(SubStreams, FieldsAreSetAndAddedTo) {

@@ -130,10 +130,13 @@ std::optional<Ending> Endpoint::ask_stream(const Request& request, TimePoint now
 }
 
 void Endpoint::change_sub_streams(Ending& ending) {
-    for (const auto& [offset, id] : sub_streams_.find(ending.data)) {
-        const faults::Action action = device_->rules().on_sub_stream(id);
-        apply(action.fields, std::span(ending.data).subspan(offset));
-        afterwards_.insert(afterwards_.end(), action.device.begin(), action.device.end());
+    for (const SubStreams::Part& part : sub_streams_.find(ending.data)) {
+        if (!part.goes_on) {
+            const faults::Action action = device_->rules().on_sub_stream(part.id);
+            fields_ = action.fields;
+            afterwards_.insert(afterwards_.end(), action.device.begin(), action.device.end());
+        }
+        apply(fields_, std::span(ending.data).subspan(part.offset), part.before);
     }
 }
 

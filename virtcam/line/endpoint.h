@@ -54,8 +54,9 @@ class Endpoint {
     std::deque<Request*> queue_;
     IsoClock clock_;
     SubStreams sub_streams_;
-    std::optional<Ending> held_;  ///< lets the next answer go first
-    std::deque<Ending> again_;    ///< to be handed out before the device is asked
+    std::vector<faults::FieldChange> fields_;  ///< of the header found last
+    std::optional<Ending> held_;               ///< lets the next answer go first
+    std::deque<Ending> again_;                 ///< to be handed out before the device is asked
     // Of the request at the front:
     std::optional<Ending> prepared_;  ///< its answer; nothing: the device was not asked yet
     model::TimePoint due_{};          ///< of that answer

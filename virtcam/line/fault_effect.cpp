@@ -164,10 +164,14 @@ void apply(const Action& action, Ending& ending) {
     }
 }
 
-void apply(const std::vector<faults::FieldChange>& fields, std::span<uint8_t> header) {
+void apply(const std::vector<faults::FieldChange>& fields, std::span<uint8_t> part, size_t before) {
     for (const faults::FieldChange& field : fields) {
-        const uint32_t old = field.add ? model::load_le(header, field.offset, field.width) : 0;
-        model::store_le(header, field.offset, field.width, old + field.value);
+        if (field.offset < before || field.offset + field.width > before + part.size()) {
+            continue;
+        }
+        const size_t offset = field.offset - before;
+        const uint32_t old = field.add ? model::load_le(part, offset, field.width) : 0;
+        model::store_le(part, offset, field.width, old + field.value);
     }
 }
 

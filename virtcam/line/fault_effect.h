@@ -24,7 +24,9 @@ std::optional<Ending> refusal(const faults::Action& action);
 /// perhaps.
 void apply(const faults::Action& action, Ending& ending);
 
-/// Changes the header of a sub-stream, whose first byte is the first of `header`.
-void apply(const std::vector<faults::FieldChange>& fields, std::span<uint8_t> header);
+/// Changes the header of a sub-stream. `part` begins with the byte that `before` others precede; a
+/// field that does not lie in it as a whole stays as it is.
+void apply(const std::vector<faults::FieldChange>& fields, std::span<uint8_t> part,
+           size_t before = 0);
 
 }  // namespace virtcam::line

@@ -9,6 +9,7 @@ namespace virtcam::line {
 namespace {
 
 constexpr size_t kLength = model::kSubStreamHeaderLength;
+constexpr size_t kIdKnown = 6;  // bytes
 constexpr uint8_t kEndOfFrame = 0x02;
 constexpr uint64_t kNowhere = std::numeric_limits<uint64_t>::max();
 
@@ -39,20 +40,17 @@ void SubStreams::begin_frame() {
 }
 
 /// The header is complete in partial_.
-void SubStreams::read_header(std::vector<Header>& found, size_t offset) {
+void SubStreams::read_header() {
     if (!is_header(partial_)) {
         next_ = kNowhere;
         return;
-    }
-    if (offset != 0) {
-        found.push_back({offset, model::load_u16(partial_, 4)});
     }
     next_ += kLength + model::load_u32(partial_, 28);
     partial_.clear();
 }
 
-std::vector<SubStreams::Header> SubStreams::find(model::ByteView payload) {
-    std::vector<Header> found;
+std::vector<SubStreams::Part> SubStreams::find(model::ByteView payload) {
+    std::vector<Part> found;
     if (payload.size() < 2 || payload[0] > payload.size()) {
         return found;
     }
@@ -65,14 +63,17 @@ std::vector<SubStreams::Header> SubStreams::find(model::ByteView payload) {
     while (next_ != kNowhere && next_ + partial_.size() < end) {
         const uint64_t from = next_ + partial_.size();
         const size_t at = begin + static_cast<size_t>(from - position_);
-        const size_t count = std::min(kLength - partial_.size(), payload.size() - at);
-        const bool whole = partial_.empty() && count == kLength;
+        const size_t before = partial_.size();
+        const size_t count = std::min(kLength - before, payload.size() - at);
         const auto first = payload.begin() + static_cast<std::ptrdiff_t>(at);
         partial_.insert(partial_.end(), first, first + static_cast<std::ptrdiff_t>(count));
+        if (partial_.size() >= kIdKnown && is_header(partial_)) {
+            found.push_back({at, model::load_u16(partial_, 4), before, before >= kIdKnown});
+        }
         if (partial_.size() < kLength) {
             break;
         }
-        read_header(found, whole ? at : 0);
+        read_header();
     }
     position_ = end;
     if ((payload[1] & kEndOfFrame) != 0) {
