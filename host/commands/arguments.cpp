@@ -306,19 +306,20 @@ void Subcommands::add_scenario() {
         ->check(CLI::ExistingDirectory)
         ->type_name("DIR");
     using Action = ScenarioOptions::Action;
-    const auto action = [&](Action action, const char* name, const char* purpose,
-                            const std::string& example) {
+    const auto add_action = [&](Action action, const char* name, const char* purpose,
+                                const std::string& example) {
         CLI::App* parser = scenario->add_subcommand(name, purpose);
         parser->callback([this, action] { options_->scenario.action = action; });
         parser->footer("Example:\n  camhost scenario " + example);
         return parser;
     };
-    action(Action::kList, "list", "names and titles", "list");
-    action(Action::kShow, "show", "what happens, in words and as rules", "show payload-lost")
+    add_action(Action::kList, "list", "names and titles", "list");
+    add_action(Action::kShow, "show", "what happens, in words and as rules", "show payload-lost")
         ->add_option("name", options_->scenario.names, "see camhost scenario list")
         ->required()
         ->type_name("NAME");
-    add_scenario_run(action(Action::kRun, "run", "run and judge", "run unplug-while-streaming"));
+    add_scenario_run(
+        add_action(Action::kRun, "run", "run and judge", "run unplug-while-streaming"));
 }
 
 void Subcommands::add_scenario_run(CLI::App* parser) {

@@ -56,8 +56,8 @@ TEST_P(EveryScenario, EndsAsItsFileSays) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, EveryScenario, testing::ValuesIn(scenario_names()),
-                         [](const auto& info) {
-                             std::string name = info.param;
+                         [](const auto& scenario) {
+                             std::string name = scenario.param;
                              std::replace(name.begin(), name.end(), '-', '_');
                              return name;
                          });
