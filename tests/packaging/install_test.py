@@ -81,7 +81,7 @@ class Install(unittest.TestCase):
         project = self.folder / "project"
         project.mkdir()
         (project / "CMakeLists.txt").write_text(PROJECT.format(example=EXAMPLE))
-        run("cmake", "-S", project, "-B", project / "build",
+        run("cmake", "-G", "Ninja", "-S", project, "-B", project / "build",
             f"-DCMAKE_PREFIX_PATH={self.prefix}")
         run("cmake", "--build", project / "build")
         self.assert_prints_frames(project / "build/minimal")
