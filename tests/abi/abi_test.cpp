@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Src/CameraInterface.h"
+#include "tests/support/BareSubject.h"
 
 namespace test {
 namespace {
@@ -34,24 +35,6 @@ void Expect(const Bytes& row) {
 class Observer : public ICameraObserver {
   public:
     bool Update(const CCameraData*) override { return true; }
-};
-
-class Subject : public ICameraSubject {
-  public:
-    void Init(InitDoneCallback, int) override {}
-    bool RegisterObserver(ICameraObserver*) override { return false; }
-    bool RemoveObserver(ICameraObserver*) override { return false; }
-    bool OnFrameArrival(const CCameraData*) override { return false; }
-    bool StartRecording() override { return false; }
-    bool StopRecording() override { return false; }
-    bool SetProperty(CAM_PROPERTY, CAM_PROP_VALUE*) override { return false; }
-    bool GetProperty(CAM_PROPERTY, CAM_PROP_VALUE*) override { return false; }
-    bool GetCapability(CAM_CAPABILITY) override { return false; }
-    bool SetStreamFormat(CAM_STR_FORMAT) override { return false; }
-    const char* Execute(int, const char**) override { return nullptr; }
-    bool StartTest() override { return false; }
-    bool StopTest() override { return false; }
-    bool PrintStatus() override { return false; }
 };
 
 template <typename Object, typename Member>
@@ -86,7 +69,7 @@ TEST(Abi, FieldsOfAnObserver) {
 }
 
 TEST(Abi, FieldsOfASubject) {
-    const Subject subject;
+    const BareSubject subject;
     Expect({FIELD(subject, m_pObserverList), 8, 4});
     Expect({FIELD(subject, m_State), 512, 256});
     Expect({FIELD(subject, m_VendorName), 520, 260});

@@ -81,23 +81,6 @@ class Patient : public Camera {
 /// Where a call finds the camera.
 enum Stage { kLoading, kReady, kPlaying };
 
-void set(Host& host, CAM_PROPERTY property, int value) {
-    CAM_PROP_VALUE param;
-    param.value = value;
-    host->SetProperty(property, &param);
-}
-
-void get(Host& host, CAM_PROPERTY property) {
-    CAM_PROP_VALUE param = {};
-    host->GetProperty(property, &param);
-}
-
-void visit(Host& host, CAM_STREAM_TYPE type) {
-    Reader observer(type);
-    host->RegisterObserver(&observer);
-    host->RemoveObserver(&observer);
-}
-
 struct BoundedCall {
     const char* name;
     Stage stage;

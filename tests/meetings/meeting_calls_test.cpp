@@ -7,23 +7,6 @@ namespace {
 
 constexpr Time kLongest = 30s;  // of two calls that meet on a good camera
 
-void set(Host& host, CAM_PROPERTY property, int value) {
-    CAM_PROP_VALUE param;
-    param.value = value;
-    host->SetProperty(property, &param);
-}
-
-void get(Host& host, CAM_PROPERTY property) {
-    CAM_PROP_VALUE param = {};
-    host->GetProperty(property, &param);
-}
-
-void visit(Host& host, CAM_STREAM_TYPE type) {
-    Reader visitor(type);
-    host->RegisterObserver(&visitor);
-    host->RemoveObserver(&visitor);
-}
-
 struct HostCall {
     const char* name;
     void (*make)(Host& host);

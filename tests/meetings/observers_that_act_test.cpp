@@ -50,12 +50,6 @@ class Actor : public ICameraObserver {
     std::vector<std::unique_ptr<Reader>> newcomers_;
 };
 
-void set(Host& host, CAM_PROPERTY property, int value) {
-    CAM_PROP_VALUE param;
-    param.value = value;
-    host->SetProperty(property, &param);
-}
-
 const Act kActs[] = {
     {"Registers",
      [](Host& h, Actor& self) {

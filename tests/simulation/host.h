@@ -85,6 +85,26 @@ class Host {
     ICameraSubject* camera_;
 };
 
+// Host calls in one word each, for tables of them.
+
+inline void set(Host& host, CAM_PROPERTY property, int value) {
+    CAM_PROP_VALUE param;
+    param.value = value;
+    host->SetProperty(property, &param);
+}
+
+inline void get(Host& host, CAM_PROPERTY property) {
+    CAM_PROP_VALUE param = {};
+    host->GetProperty(property, &param);
+}
+
+/// An observer comes and goes.
+inline void visit(Host& host, CAM_STREAM_TYPE type) {
+    Reader visitor(type);
+    host->RegisterObserver(&visitor);
+    host->RemoveObserver(&visitor);
+}
+
 /// Passes time until `condition` holds; false: it did not within `limit`.
 template <typename Condition>
 bool pass_until(Condition condition, Time limit) {
