@@ -83,6 +83,14 @@ class Stages(unittest.TestCase):
         self.assertEqual(lines, ["  passed  building       10.0 s      1 passed    0 failed",
                                  "  FAILED  tests of it     2.5 s      1 passed    1 failed"])
 
+    def test_measurements_are_one(self):
+        tally = run_tests.Tally()
+        with contextlib.redirect_stdout(io.StringIO()), \
+                unittest.mock.patch.object(run_tests, "check") as check:
+            run_tests.run_gates(tally)
+        self.assertEqual([stage[0] for stage in tally.stages], ["measurements"])
+        check.assert_called_once()
+
 
 class LeftOut(unittest.TestCase):
     """What an emulated machine cannot run has a reason, and is left out there only."""
