@@ -11,6 +11,7 @@
 #include "VideoCaptureThread.h"
 #include "aitdbg.h"
 #include "fuzz/fake_usb.h"
+#include "tests/support/FramesOnly.h"
 
 extern "C" ICameraSubject* cam_create();
 
@@ -33,7 +34,7 @@ class Thread : public CVideoCaptureThread {
 
 /// Lends the frames of the input: two bytes of length, and that much, each in a buffer of its own
 /// with the spare bytes that every frame buffer has.
-class Source : public IVideoCapture {
+class Source : public test::FramesOnly {
   public:
     Source(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
     void EndOf(Thread& thread) { m_Thread = &thread; }
@@ -56,18 +57,6 @@ class Source : public IVideoCapture {
         return static_cast<int>(size);
     }
     void RetFrameBuf() override { m_Frame.reset(); }
-
-    bool ConfigureDev(uint32_t, uint32_t, uint32_t, uint32_t) override { return true; }
-    void UnConfigureDev() override {}
-    void CaptureFrame(uint8_t*, uint32_t) override {}
-    int CaptureFrame(MediaSample&) override { return 0; }
-    bool SetBitrate(uint32_t) override { return true; }
-    bool SetFramerate(uint32_t) override { return true; }
-    bool RequestKeyFrame() override { return true; }
-    bool SetPTZ(unsigned int, int) override { return true; }
-    bool GetPTZ(unsigned int, int*) override { return false; }
-    bool ResetStream() override { return true; }
-    bool SetPU(unsigned int, int) override { return true; }
 
   private:
     const uint8_t* const m_Data;

@@ -35,17 +35,6 @@ VideoEngine::~VideoEngine() {
     UVC_DisableVideoStream();
 }
 
-unsigned VideoEngine::next_frame() {
-    while (Queue()->GetCnt() == 0) {
-        handle_libusb_event();
-    }
-    unsigned char* data = nullptr;
-    unsigned length = 0;
-    DequeFrameBuf(&data, &length);
-    QueueFrameBuf();
-    return length;
-}
-
 AudioEngine::AudioEngine() {
     set_sound(32, false);
     check(Init(kVendor, kProduct), "open");
@@ -55,17 +44,6 @@ AudioEngine::AudioEngine() {
 AudioEngine::~AudioEngine() {
     set_sound(0, true);
     UAC_DisableAudioStream();
-}
-
-unsigned AudioEngine::next_transfer() {
-    while (Queue()->GetCnt() == 0) {
-        handle_libusb_event();
-    }
-    unsigned char* data = nullptr;
-    unsigned length = 0;
-    DequeFrameBuf(&data, &length);
-    QueueFrameBuf();
-    return length;
 }
 
 }  // namespace bench

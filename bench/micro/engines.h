@@ -10,7 +10,25 @@
 
 namespace bench {
 
-class VideoEngine : public CLibUSB_UvcCtrl {
+/// An engine whose events are handled where its data is taken.
+template <typename Engine>
+class Unthreaded : public Engine {
+  protected:
+    /// Handles events until the next element of the queue has come, takes it and gives it back. Its
+    /// length.
+    unsigned next() {
+        while (this->Queue()->GetCnt() == 0) {
+            this->handle_libusb_event();
+        }
+        unsigned char* data = nullptr;
+        unsigned length = 0;
+        this->DequeFrameBuf(&data, &length);
+        this->QueueFrameBuf();
+        return length;
+    }
+};
+
+class VideoEngine : public Unthreaded<CLibUSB_UvcCtrl> {
   public:
     /// Streams `payload` bytes a payload. Throws std::runtime_error.
     explicit VideoEngine(uint32_t payload);
@@ -19,20 +37,18 @@ class VideoEngine : public CLibUSB_UvcCtrl {
     using CLibUSB_UvcCtrl::UVC_DisableVideoStream;
     using CLibUSB_UvcCtrl::UVC_EnableVideoStream;
 
-    /// Handles events until the next frame has come, takes it and gives it back. Its length.
-    unsigned next_frame();
+    unsigned next_frame() { return next(); }
     /// Handles one round of events: as many payloads as there are transfers.
     void round() { handle_libusb_event(); }
     static constexpr int kPayloadsOfRound = 3;
 };
 
-class AudioEngine : public CLibUSB_UacCtrl {
+class AudioEngine : public Unthreaded<CLibUSB_UacCtrl> {
   public:
     AudioEngine();
     ~AudioEngine() override;
 
-    /// Handles events until the next transfer has come, takes it and gives it back. Its length.
-    unsigned next_transfer();
+    unsigned next_transfer() { return next(); }
 };
 
 }  // namespace bench

@@ -18,6 +18,7 @@
 #include "PayloadParser.h"
 #include "VideoCaptureThread.h"
 #include "tests/counters/counted_calls.h"
+#include "tests/support/FramesOnly.h"
 #include "virtcam/bus/control.h"
 
 namespace test {
@@ -59,20 +60,9 @@ class OpenEngine : public Engine {
 };
 
 /// The adapters' part between engine and capture thread, without the thread of the engine.
-class VideoRoad : public IVideoCapture {
+class VideoRoad : public FramesOnly {
   public:
     explicit VideoRoad(OpenEngine<CLibUSB_UvcCtrl>& engine) : m_Engine(engine) {}
-    bool ConfigureDev(uint32_t, uint32_t, uint32_t, uint32_t) override { return true; }
-    void UnConfigureDev() override {}
-    void CaptureFrame(uint8_t*, uint32_t) override {}
-    int CaptureFrame(MediaSample&) override { return 0; }
-    bool SetBitrate(uint32_t) override { return true; }
-    bool SetFramerate(uint32_t) override { return true; }
-    bool RequestKeyFrame() override { return true; }
-    bool SetPTZ(unsigned, int) override { return true; }
-    bool GetPTZ(unsigned, int*) override { return true; }
-    bool ResetStream() override { return true; }
-    bool SetPU(unsigned, int) override { return true; }
     int GetFrameBuf(uint8_t** data, uint32_t* length) override {
         count_on_this_thread(true);  // the capture thread's from here on
         return static_cast<int>(m_Engine.DequeFrameBuf(data, length));
