@@ -133,6 +133,10 @@ TEST_F(Camhost, RecordsEveryStreamIntoFiles) {
     EXPECT_FALSE(streams["gray"].contains("time_stamps"));
     EXPECT_EQ(streams["gray"]["end_markers"], 1);
     EXPECT_EQ(report()["plugin_version"], 42);
+    const std::string rates =
+        output_of({"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries",
+                   "stream=avg_frame_rate", "-of", "csv=p=0", output() + "/recording.mkv"});
+    EXPECT_EQ(rates, "30/1\n30/1\n") << "not the rates of the time stamps";
 }
 
 TEST_F(Camhost, PluginLogGoesToItsFile) {

@@ -1,6 +1,7 @@
 #include "tests/host/subprocess.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -143,6 +144,13 @@ ProcessResult run_process(const std::vector<std::string>& command,
         }
     }
     return result;
+}
+
+std::string output_of(std::vector<std::string> command) {
+    command.insert(command.begin(), "/usr/bin/env");
+    const ProcessResult result = run_process(command);
+    EXPECT_EQ(result.code, 0) << command[1] << ": " << result.err;
+    return result.out;
 }
 
 }  // namespace camhost::test

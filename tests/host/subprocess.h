@@ -28,4 +28,7 @@ ProcessResult run_process(const std::vector<std::string>& command,
                           const std::vector<std::string>& environment = {},
                           const std::vector<Interaction>& interactions = {}, bool terminal = false);
 
+/// What a program (found by PATH) prints; an exit status other than 0 fails the test.
+std::string output_of(std::vector<std::string> command);
+
 }  // namespace camhost::test
