@@ -92,6 +92,12 @@ TEST_F(Program, LoadsFirmwareAndStreams) {
     EXPECT_NE(text("trace.txt").find("40 82 0401 0000 0000 | | 1000 ms | 0 |"), std::string::npos);
 }
 
+TEST_F(Program, ManyThreadsLeaveAWholeStatus) {
+    EXPECT_EQ(run(BUSY_PROGRAM, {{"camera", {{"identity", "run-time"}}}}), 0);
+    EXPECT_EQ(text("err.txt"), "");
+    EXPECT_EQ(json::parse(text("status.json"))["bus"]["calls"]["libusb_exit"], 8 * 32);
+}
+
 TEST_F(Program, LeaksAreToldAtTheEnd) {
     EXPECT_EQ(run(LEAKY_PROGRAM, {{"camera", {{"identity", "run-time"}}}}), 0);
     EXPECT_EQ(text("err.txt"),

@@ -229,6 +229,7 @@ void Bus::write_status() {
     if (status_path_.empty()) {
         return;
     }
+    const std::lock_guard one_at_a_time(status_mutex_);
     const std::string temporary = status_path_ + ".new";
     std::ofstream file(temporary, std::ios::trunc);
     file << status().dump(2) << '\n';

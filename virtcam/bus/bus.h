@@ -93,7 +93,8 @@ class Bus : private Port::Neighbour {
     nlohmann::json bus_status();
 
     const std::string status_path_;
-    const pid_t process_;  ///< that has the threads: a forked child has none
+    std::mutex status_mutex_;  ///< of that file; taken before the bus's lock
+    const pid_t process_;      ///< that has the threads: a forked child has none
     line::Ticker camera_ticker_;
     line::Ticker clock_ticker_;
 
