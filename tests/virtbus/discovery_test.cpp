@@ -8,6 +8,18 @@
 
 #include "tests/virtbus/bus_fixture.h"
 
+#if LIBUSB_API_VERSION < 0x0100010A
+// As the header of libusb 1.0.27 has it.
+struct libusb_init_option {
+    enum libusb_option option;
+    union {
+        int ival;
+        libusb_log_cb log_cbval;
+    } value;
+};
+extern "C" int LIBUSB_CALL libusb_init_context(libusb_context**, const libusb_init_option[], int);
+#endif
+
 namespace virtcam::bus::test {
 namespace {
 
@@ -47,6 +59,19 @@ TEST_F(Discovery, ListsHubOthersAndCamera) {
     libusb_context* context = make_context();
     EXPECT_EQ(products(context), (std::vector<uint16_t>{0x0002, 0xC31C, kRunProduct}));
     libusb_exit(context);
+}
+
+TEST_F(Discovery, ContextsWithOptionsAreMadeAsNewerProgramsMakeThem) {
+    libusb_context* context = nullptr;
+    ASSERT_EQ(libusb_init_context(&context, nullptr, 0), LIBUSB_SUCCESS);
+    EXPECT_EQ(products(context).size(), 2U);
+    libusb_exit(context);
+    const libusb_init_option log{LIBUSB_OPTION_LOG_LEVEL, {LIBUSB_LOG_LEVEL_DEBUG}};
+    ASSERT_EQ(libusb_init_context(nullptr, &log, 1), LIBUSB_SUCCESS);
+    EXPECT_EQ(products(nullptr).size(), 2U);
+    libusb_exit(nullptr);
+    const libusb_init_option devices{LIBUSB_OPTION_NO_DEVICE_DISCOVERY, {0}};
+    EXPECT_EQ(libusb_init_context(&context, &devices, 1), LIBUSB_ERROR_NOT_SUPPORTED);
 }
 
 TEST_F(Discovery, OtherDevicesCannotBeOpened) {

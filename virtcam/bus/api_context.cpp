@@ -1,6 +1,7 @@
 // Exported functions: contexts, options, versions and names.
 #include <libusb-1.0/libusb.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 
@@ -11,8 +12,41 @@ using virtcam::bus::bus;
 using virtcam::bus::Call;
 using virtcam::bus::locked;
 
+#if LIBUSB_API_VERSION < 0x0100010A
+// What libusb 1.0.27 added, as its header has it.
+struct libusb_init_option {
+    enum libusb_option option;
+    union {
+        int ival;
+        libusb_log_cb log_cbval;
+    } value;
+};
+extern "C" int LIBUSB_CALL libusb_init_context(libusb_context** context,
+                                               const struct libusb_init_option options[],
+                                               int count);
+#endif
+
+namespace {
+
+constexpr int kLogCallback = 3;  // LIBUSB_OPTION_LOG_CB, since 1.0.27
+
+bool is_offered(const libusb_init_option& option) {
+    return option.option == LIBUSB_OPTION_LOG_LEVEL || option.option == kLogCallback;
+}
+
+}  // namespace
+
 int LIBUSB_CALL libusb_init(libusb_context** context) {
     return Call("libusb_init").locked([&](Bus& bus) { return bus.contexts().init(context); });
+}
+
+int LIBUSB_CALL libusb_init_context(libusb_context** context,
+                                    const struct libusb_init_option options[], int count) {
+    return Call("libusb_init_context").locked([&](Bus& bus) -> int {
+        return std::all_of(options, options + std::max(count, 0), is_offered)
+                   ? bus.contexts().init(context)
+                   : LIBUSB_ERROR_NOT_SUPPORTED;
+    });
 }
 
 void LIBUSB_CALL libusb_exit(libusb_context* context) {
