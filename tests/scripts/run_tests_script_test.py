@@ -92,6 +92,26 @@ class Stages(unittest.TestCase):
         check.assert_called_once()
 
 
+    def test_everything_is_run_where_everything_is_asked_for(self):
+        """No stage falls over its own feet: every command is made, and counts as passed."""
+        def all_is_well(tally, name, *_, **__):
+            tally.add(name, True)
+            return True
+
+        tally = run_tests.Tally()
+        options = types.SimpleNamespace(full=True, only=None, jobs=1, preset="release")
+        with contextlib.redirect_stdout(io.StringIO()), \
+                unittest.mock.patch.object(run_tests, "build", return_value=True), \
+                unittest.mock.patch.object(run_tests, "run_ctest"), \
+                unittest.mock.patch.object(run_tests, "check", all_is_well), \
+                unittest.mock.patch.object(run_tests, "run_scenarios") as scenarios:
+            run_tests.run_all(tally, options)
+        self.assertEqual(tally.failures, [])
+        self.assertEqual([call.args[3] for call in scenarios.call_args_list],
+                         ["scripts/foreign-hosts", "scripts/system-test"])
+        self.assertIn("measurements", [name for name, *_ in tally.stages])
+
+
 class LeftOut(unittest.TestCase):
     """What an emulated machine cannot run has a reason, and is left out there only."""
 
@@ -138,6 +158,9 @@ class MissingParts(unittest.TestCase):
 
     def test_no_kernel_test(self):
         self.assertEqual(self.tally_of(run_tests.run_system_test), (0, 1))
+
+    def test_no_foreign_hosts(self):
+        self.assertEqual(self.tally_of(run_tests.run_foreign_hosts), (0, 1))
 
     def test_no_fuzz_targets(self):
         self.assertEqual(self.tally_of(run_tests.run_fuzzers), (0, 1))
