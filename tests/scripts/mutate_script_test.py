@@ -59,7 +59,7 @@ class Mutate(unittest.TestCase):
                              capture_output=True, text=True, timeout=100)
         report = self.root / "build/mutate-default/report.json"
         places = json.loads(report.read_text())["places"] if report.is_file() else []
-        return run, {(p["line"], p["kind"]): p["outcome"] for p in places}
+        return run, {(p["line"], p["kind"]): p["outcome"] for p in places if p["outcome"]}
 
     def test_noticed_and_survived(self):
         run, outcomes = self.mutate("--count", "20", "--survivors", "3")
@@ -88,6 +88,28 @@ class Mutate(unittest.TestCase):
         self.assertEqual(len(lists[0].splitlines()), 5)
         self.assertEqual(lists[0], lists[1])
         self.assertNotEqual(lists[0], lists[2])
+
+    def test_slices_are_a_whole_run_in_pieces(self):
+        _, whole = self.mutate("--count", "4", "--survivors", "4")
+        reports = []
+        for draws in ("1-3", "4-6"):
+            run, _ = self.mutate("--draws", draws, "--survivors", "9")
+            self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
+            reports.append(self.root / f"build/{draws}.json")
+            shutil.copy(self.root / "build/mutate-default/report.json", reports[-1])
+        self.assertTrue((self.root / "build/mutate-default/durations.json").is_file())
+
+        run, outcomes = self.mutate("--count", "4", "--survivors", "4", "--merge", *reports, "--")
+        self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
+        self.assertEqual(outcomes, whole)
+
+        run, _ = self.mutate("--count", "4", "--merge", reports[1], "--")
+        self.assertEqual((run.returncode, run.stderr), (2, "mutate: draw 1 is missing\n"))
+        run, _ = self.mutate("--count", "100", "--merge", *reports, "--")
+        self.assertEqual(run.returncode, 2)
+        self.assertIn("of 100 places so far, by 6 draws", run.stderr)
+        run, _ = self.mutate("--draws", "5-1")
+        self.assertIn("FROM-TO is wanted", run.stderr)
 
     def test_failing_tests_are_no_start(self):
         (self.root / "test.cpp").write_text("int main() { return 1; }\n")
