@@ -308,6 +308,18 @@ TEST_F(BusListing, WhatOneLoaderReadIsNewToAnother) {
     EXPECT_EQ(t_SearchAITUsbCamera(&late), 0);
 }
 
+/// Each of two loaders sees every listing, whichever of them looks first.
+TEST_F(BusListing, TwoLoadersThatLookAtOnceBothFindTheCamera) {
+    constexpr int kListings = 20;
+    for (int i = 0; i < kListings; ++i) {
+        auto look = [seen = ListingsSeen()]() mutable { return t_SearchAITUsbCamera(&seen); };
+        List(Block("01", "114d", "2066"));
+        std::future<int> other = std::async(std::launch::async, look);
+        EXPECT_EQ(look(), 0x2066) << i;
+        EXPECT_EQ(other.get(), 0x2066) << i;
+    }
+}
+
 TEST(CamString, CopiesWhatFollowsThePattern) {
     char source[] = "P:  Vendor=114d ProdID=2066";
     char dest[8] = {};

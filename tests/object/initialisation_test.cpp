@@ -1,4 +1,9 @@
 // Init and the hand-over: answers, states, adapters.
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <future>
 #include <thread>
 
 #include "tests/object/CameraTest.h"
@@ -92,6 +97,48 @@ TEST_F(Initialisation, WithoutAThreadAnswersFalse) {
     EXPECT_TRUE(Init());
     EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
     ExpectUnusualRelease();
+}
+
+/// A life that meets a FIFO, to which nobody writes, in the place of a file ends like any other.
+class AFifoInPlaceOfAFile : public CameraTest, public ::testing::WithParamInterface<const char*> {
+  protected:
+    AFifoInPlaceOfAFile() {
+        // The newer of the two images is the one that is read.
+        const bool in_place_of_the_downloaded =
+            GetParam() == std::string("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin");
+        WriteFile("/mtd_exe/lumo/opxCamera.xml",
+                  in_place_of_the_downloaded ? "<Version>1</Version>" : "<Version>3</Version>");
+        WriteFile("/mtd_rwcommon/lumo/bin/opxCamera.xml", "<Version>2</Version>");
+        for (const char* folder : {"/mtd_exe/lumo/", "/mtd_rwcommon/lumo/bin/"}) {
+            WriteFile(std::string(folder) + "Tarlo_Ext_FW.bin", ImageOf(3000));
+        }
+        // A camera that restarts has its listing written anew.
+        const bool in_place_of_the_listing = GetParam() == std::string("/proc/bus/usb/devices");
+        virtcam::bus::reset(in_place_of_the_listing ? RunningCamera() : BootCodeCamera());
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Paths, AFifoInPlaceOfAFile,
+                         ::testing::Values("/mtd_exe/.info", "/dtv/cm_frequency",
+                                           "/mtd_exe/lumo/Tarlo_Ext_FW.bin",
+                                           "/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin",
+                                           "/mtd_exe/lumo/opxCamera.xml",
+                                           "/mtd_rwcommon/lumo/bin/opxCamera.xml",
+                                           "/proc/bus/usb/devices", "/dtv/ait_usb_devices"));
+
+TEST_P(AFifoInPlaceOfAFile, HoldsNobodyUp) {
+    std::filesystem::remove(GetParam());
+    ASSERT_EQ(mkfifo(GetParam(), 0600), 0) << GetParam();
+    auto life = std::async(std::launch::async, [this] {
+        Create();
+        Init();
+        Destroy();
+    });
+    if (life.wait_for(kLimit) != std::future_status::ready) {
+        std::fprintf(stderr, "%s, a FIFO, holds somebody up\n", GetParam());
+        std::abort();  // nobody can take a thread out of a call
+    }
+    std::filesystem::remove(GetParam());
+    virtcam::bus::take_complaints();  // of the life that ended here or there
 }
 
 TEST_F(Initialisation, WithoutACallbackRunsAllTheSame) {

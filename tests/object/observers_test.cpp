@@ -142,6 +142,46 @@ TEST_F(Observers, WhatWouldWaitForUpdateIsRefusedInsideIt) {
     EXPECT_TRUE(camera_->StartRecording());  // outside: "twice", as ever
 }
 
+/// Does something in the record that tells the end.
+class EndObserver : public ICameraObserver {
+  public:
+    EndObserver(CAM_STREAM_TYPE type, std::function<void()> act) : act_(std::move(act)) {
+        m_StreamType = type;
+    }
+    bool Update(const CCameraData* record) override {
+        if (record->m_pData == nullptr) {
+            ++ends_;
+            act_();
+        }
+        return true;
+    }
+    int ends() const { return ends_; }
+
+  private:
+    std::function<void()> act_;
+    int ends_ = 0;
+};
+
+/// It runs on the thread that stops, so a stop from inside it would meet itself, without end.
+TEST_F(Observers, AStopInsideTheTerminatingRecordIsRefused) {
+    Destroy();
+    SetPlatform(kBream);
+    Playing();
+    const auto stop = [this] {
+        EXPECT_FALSE(camera_->StopRecording());
+        EXPECT_FALSE(SetPair(CAM_PROPERTY_DIMENSION, 320, 240));
+    };
+    EndObserver nv12(CAM_STREAM_NV12, stop), gray(CAM_STREAM_GRAY, stop);
+    camera_->RegisterObserver(&nv12);
+    camera_->RegisterObserver(&gray);
+    EXPECT_TRUE(camera_->StopRecording());
+    EXPECT_EQ(nv12.ends(), 1);
+    EXPECT_EQ(gray.ends(), 1);
+    EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
+    camera_->RemoveObserver(&nv12);
+    camera_->RemoveObserver(&gray);
+}
+
 TEST_F(Observers, DestructionInsideUpdateIsRefused) {
     ActingObserver suicidal(CAM_STREAM_H264_MAIN, [this] { cam_destroy(camera_); });
     camera_->RegisterObserver(&suicidal);
@@ -210,6 +250,40 @@ TEST_F(Observers, ANewcomerOfAnUpdateGetsTheNextRecord) {
     camera_->RemoveObserver(&sub);
     for (const auto& newcomer : newcomers) {
         camera_->RemoveObserver(newcomer.get());
+    }
+}
+
+/// Invites another of its kind at each record.
+class Inviter : public ICameraObserver {
+  public:
+    Inviter(ICameraSubject& camera, std::vector<std::unique_ptr<Inviter>>& all)
+        : camera_(camera), all_(all) {
+        m_StreamType = CAM_STREAM_H264_SUB;
+    }
+    bool Update(const CCameraData*) override {
+        constexpr size_t kTooMany = 1000;
+        if (all_.size() < kTooMany) {
+            all_.push_back(std::make_unique<Inviter>(camera_, all_));
+            camera_.RegisterObserver(all_.back().get());
+        }
+        return true;
+    }
+
+  private:
+    ICameraSubject& camera_;
+    std::vector<std::unique_ptr<Inviter>>& all_;
+};
+
+TEST_F(Observers, ADeliveryEndsThoughEachOfThemInvitesAnother) {
+    std::vector<std::unique_ptr<Inviter>> all;
+    all.push_back(std::make_unique<Inviter>(*camera_, all));
+    camera_->RegisterObserver(all.front().get());
+    for (const size_t count : {2u, 4u, 8u}) {
+        Arrive(CAM_STREAM_H264_SUB, bytes_, 4);
+        EXPECT_EQ(all.size(), count);
+    }
+    for (const auto& each : all) {
+        camera_->RemoveObserver(each.get());
     }
 }
 

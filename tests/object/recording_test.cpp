@@ -1,10 +1,13 @@
 // Recording control: what reaches the camera, in order, and how each start and stop ends.
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
+#include <thread>
 
 #include "tests/object/CameraTest.h"
 #include "tests/object/ObjectFields.h"
+#include "tests/support/ThreadShortage.h"
 
 namespace test {
 namespace {
@@ -546,6 +549,69 @@ TEST_F(Recording, ALossInTheMiddleOfAStartEndsIt) {
     EXPECT_LOG_COUNT(4, "CAitOrixCamera::StartRecording, Can't open video device , break\r\n", 1);
     EXPECT_EQ(camera_->m_State, CAM_STATE_DISCONNECTED);
     ExpectTheVideoThreadToEndWithTheObject();
+}
+
+TEST_F(Recording, WithoutOneOfItsThreadsAStartAnswersFalseAndLeavesNothing) {
+    constexpr int kThreads = 4;  // the streams' event threads and the capture threads
+    Ready();
+    for (int started = 0; started < kThreads; ++started) {
+        SCOPED_TRACE(std::to_string(started) + " threads start");
+        run_out_of_threads(started);
+        EXPECT_FALSE(camera_->StartRecording());
+        run_out_of_threads(-1);
+        EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);
+        RecordingObserver main(CAM_STREAM_H264_MAIN), sound(CAM_STREAM_PCM);
+        camera_->RegisterObserver(&main);
+        camera_->RegisterObserver(&sound);
+        EXPECT_TRUE(camera_->StartRecording());
+        EXPECT_EQ(camera_->GetState(), CAM_STATE_PLAYING);
+        EXPECT_TRUE(main.WaitFor(1));
+        EXPECT_TRUE(sound.WaitFor(1));
+        EXPECT_TRUE(camera_->StopRecording());
+        camera_->RemoveObserver(&main);
+        camera_->RemoveObserver(&sound);
+    }
+}
+
+/// The camera has fallen silent, so the capture threads wait for their queues, and waits that began
+/// before the step have seen the time of before.
+class AClockThatStepsBack : public Recording {
+  protected:
+    static constexpr auto kBound = 20s;
+
+    void WaitOnAClockThatIsAhead() {
+        clock().set_wall_clock({timeval{time(nullptr) + 60, 0}});
+        Playing();
+        virtcam::bus::add_fault({{"on", {{"transfer", "any"}}}, {"do", {{"timeout", "wait"}}}});
+        const int before = system_calls().timed_wait_calls;
+        virtcam::bus::wait_until([&] { return system_calls().timed_wait_calls > before + 4; }, 3s);
+    }
+    static auto LengthOf(const std::function<void()>& call) {
+        const auto begin = std::chrono::steady_clock::now();
+        call();
+        return std::chrono::steady_clock::now() - begin;
+    }
+};
+
+TEST_F(AClockThatStepsBack, HoldsNoStop) {
+    WaitOnAClockThatIsAhead();
+    EXPECT_LT(LengthOf([this] { EXPECT_TRUE(camera_->StopRecording()); }), kBound);
+}
+
+TEST_F(AClockThatStepsBack, HoldsNoDestruction) {
+    WaitOnAClockThatIsAhead();
+    EXPECT_LT(LengthOf([this] { Destroy(); }), kBound);
+}
+
+TEST_F(AClockThatStepsBack, HoldsNoOtherCallBehindAStop) {
+    WaitOnAClockThatIsAhead();
+    std::thread stop([this] { camera_->StopRecording(); });
+    EXPECT_LT(LengthOf([this] {
+                  EXPECT_TRUE(log().wait_for(1, "CAitOrixCamera::StopRecording\r\n", kLimit));
+                  EXPECT_TRUE(Get(CAM_PROPERTY_BITRATE));
+              }),
+              kBound);
+    stop.join();
 }
 
 TEST_F(Recording, SoundThatStillRunsIsLeftAlone) {

@@ -80,6 +80,22 @@ class CheckDocs(unittest.TestCase):
                     "docs/integration.md:5: nothing prints \"It is 0xG\"",
                     "docs/integration.md:6: nothing prints \"Sound\"")
 
+    def test_tests_that_hold_something(self):
+        self.write("tests/driver/engine_test.cpp", "TEST(Engine, Starts) {}\nTEST_F(Engine, Stops)"
+                                                   " {}\nTEST_P(\n    Engine, Goes) {}\n")
+        self.write("fuzz/fuzz_engine.cpp", "")
+        self.write("docs/robustness.md",
+                   "| | held by test |\n|---|---|\n"
+                   "| 1 | `Engine.Starts` `Engine.Stops`, `Engine.Goes` |\n"
+                   "| 2 | `fuzz_engine` `driver/engine_test` `scripts/build` |\n"
+                   "| `Engine.Sings` | `Engine.Dances` `fuzz_motor` |\n"
+                   "| 4 | `driver/motor_test` `scripts/oil` |\n\n| held by |\n|---|\n| `Them` |\n")
+        self.expect("docs/robustness.md:6: scripts/oil does not exist",
+                    "docs/robustness.md:5: there is no test Engine.Dances",
+                    "docs/robustness.md:5: there is no test fuzz_motor",
+                    "docs/robustness.md:6: there is no test driver/motor_test",
+                    "docs/robustness.md:6: there is no test scripts/oil")
+
     def test_a_file_that_the_map_leaves_out(self):
         self.write("Src/Platform.cpp", "")
         self.expect("docs/architecture.md:6: Src/Platform.cpp is not in the map")

@@ -7,6 +7,8 @@
 
 #include <mutex>
 
+#include "tests/support/ThreadShortage.h"
+
 extern "C" {
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attribute, void* (*start)(void*),
                           void* argument);
@@ -31,6 +33,7 @@ Deadlines& deadlines() {
 }
 
 thread_local timespec g_LastLook{};
+std::atomic<int> g_ThreadsLeft{-1};  // negative: without end
 
 std::chrono::nanoseconds SinceBoot(const timespec& time) {
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
@@ -57,9 +60,21 @@ void reset_system_calls() {
     failures.last_priority_which = -1;
     failures.last_priority_who = -1;
     failures.timed_wait_calls = 0;
+    run_out_of_threads(-1);
     std::lock_guard lock(deadlines().mutex);
     deadlines().lengths.clear();
     deadlines().hook = nullptr;
+}
+
+void run_out_of_threads(int started) {
+    g_ThreadsLeft = started;
+}
+
+static bool take_thread() {
+    int left = g_ThreadsLeft;
+    while (left > 0 && !g_ThreadsLeft.compare_exchange_weak(left, left - 1)) {
+    }
+    return left != 0;
 }
 
 void on_timed_wait(std::function<void()> hook) {
@@ -102,7 +117,8 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attribute, vo
                           void* argument) {
     test::SystemCallFailures& failures = test::system_calls();
     failures.setpriority_calls_at_create = failures.setpriority_calls.load();
-    if (const int error = failures.pthread_create; error != 0) {
+    const int error = test::take_thread() ? failures.pthread_create.load() : EAGAIN;
+    if (error != 0) {
         *thread = pthread_self();  // as the C library, which stores an id before it fails
         return error;
     }
