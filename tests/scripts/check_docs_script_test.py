@@ -96,6 +96,10 @@ class CheckDocs(unittest.TestCase):
                     "docs/robustness.md:6: there is no test driver/motor_test",
                     "docs/robustness.md:6: there is no test scripts/oil")
 
+    def test_a_row_without_a_line_of_the_log(self):
+        self.write("docs/integration.md", "| | line of the log |\n|---|:--|\n| 1 | nothing |\n")
+        self.expect("docs/integration.md:3: no line of the log is quoted in this row")
+
     def test_a_file_that_the_map_leaves_out(self):
         self.write("Src/Platform.cpp", "")
         self.expect("docs/architecture.md:6: Src/Platform.cpp is not in the map")
