@@ -3,8 +3,14 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME aitorixcamera)
 set(CPACK_PACKAGE_VENDOR "")
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
-set(CPACK_PACKAGE_CONTACT "Camera plug-in maintainers <maintainers@users.noreply.github.com>"
-  CACHE STRING "Maintainer of the Debian packages")
+# Whoever makes packages for others says who he is, as to Debian's own tools. Otherwise nobody is
+# promised: the address is one that cannot exist.
+if(DEFINED ENV{DEBFULLNAME} AND DEFINED ENV{DEBEMAIL})
+  set(maintainer "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
+else()
+  set(maintainer "Camera plug-in maintainers <maintainers@aitorixcamera.invalid>")
+endif()
+set(CPACK_PACKAGE_CONTACT ${maintainer} CACHE STRING "Maintainer of the Debian packages")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
