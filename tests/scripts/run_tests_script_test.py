@@ -133,6 +133,47 @@ class LeftOut(unittest.TestCase):
         self.assertIn("a_test: no such program here", output.getvalue())
 
 
+class BesideTheNativeRun(unittest.TestCase):
+    """Each case of the native run is among the emulated ones, or has its reason."""
+
+    NATIVE = {"a_test.0": "[       OK ] A.b (0 ms)\n", "a_test.1": "[       OK ] A.c (0 ms)\n",
+              "s_script_test": "fine\n", "b_test": "[       OK ] B.slow (9 ms)\n"}
+    ROWS = "test .*_script_test a script\ncase B.s* too slow\n"
+
+    def compare(self, here, both_are_new=True, native=True):
+        tally = run_tests.Tally()
+        with tempfile.TemporaryDirectory() as tree, \
+                unittest.mock.patch.object(run_tests, "ROOT", Path(tree)), \
+                contextlib.redirect_stdout(io.StringIO()) as output:
+            (run_tests.ROOT / "tests").mkdir()
+            (run_tests.ROOT / run_tests.LEFT_OUT).write_text(self.ROWS)
+            for preset, tests in {"armhf": here, **({"release": self.NATIVE} if native else {})}.items():
+                suite = ElementTree.Element("testsuite")
+                for name, text in tests.items():
+                    case = ctest_case("run", text)
+                    case.set("name", name)
+                    suite.append(case)
+                (run_tests.ROOT / "build" / preset).mkdir(parents=True)
+                ElementTree.ElementTree(suite).write(run_tests.ROOT / "build" / preset / "ctest.xml")
+            run_tests.compare_with_native(tally, "armhf", both_are_new)
+        return output.getvalue().strip(), tally.failures
+
+    def test_all_but_the_listed(self):
+        here = {"a_test.0": "[       OK ] A.c (0 ms)\n", "a_test.1": "[  FAILED  ] A.b (0 ms)\n"}
+        self.assertEqual(self.compare(here), (
+            "2 cases; 4 when build/release ran last, 2 of them left out here", []))
+
+    def test_a_missing_one_has_failed(self):
+        here = {"a_test.0": "[       OK ] A.c (0 ms)\n"}
+        self.assertEqual(self.compare(here)[1], ["armhf: a_test A.b was not run"])
+        self.assertEqual(self.compare(here, both_are_new=False)[1], [])
+
+    def test_nothing_to_compare_with(self):
+        said, failures = self.compare({"b_test": "[       OK ] B.slow (0 ms)\n"}, native=False)
+        self.assertEqual((said, failures), (
+            "1 cases; build/release has not run, to compare with", []))
+
+
 class Warnings(unittest.TestCase):
     """They stop the project's own checks, and nobody who only wants to see it work."""
 
