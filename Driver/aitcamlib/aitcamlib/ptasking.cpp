@@ -211,7 +211,8 @@ bool pThread::Start(const char* name) {
     return error == 0;
 }
 
-void* pThread::thread_func(void* self) {
+// A forced unwind comes without an object behind the reference, which UBSan need not mind.
+__attribute__((no_sanitize("null"))) void* pThread::thread_func(void* self) {
     auto* thread = static_cast<pThread*>(self);
     g_pRunning = thread;
     if (thread->m_pThreadName != nullptr) {
