@@ -118,7 +118,8 @@ void CAitOrixCamera::HandOver(unsigned int status) {
     AIT_LOG(1, "Skipped audio_capturer ConfigureDev furnc in initialization.\r\n");
     const bool ready = AdaptersReady();
     m_State = ready ? CAM_STATE_READY : CAM_STATE_DISCONNECTED;
-    if (!IsCamDestroy()) {
+    // A second Init that came meanwhile is answered by its own loader alone.
+    if (!IsCamDestroy() && !CCameraFwLoader::OnStoppingLoaderThread()) {
         TellHost(ready);
     }
 }

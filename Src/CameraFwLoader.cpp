@@ -51,7 +51,7 @@ constexpr uint32_t kBootVersionMask = 0xFFFFF;
 constexpr uint32_t kBootMark = 0xFAC00000;
 constexpr unsigned int kBeforeBootUpdateSeconds = 3;
 
-thread_local bool g_bOnLoaderThread = false;
+thread_local const CCameraFwLoader* g_pRunningLoader = nullptr;
 
 /// The text of the <Version> element; false when the closing tag is missing. A missing opening tag
 /// is deliberately not detected: the search result plus 9 is used as it comes, and wraps to 8.
@@ -140,7 +140,11 @@ CCameraFwLoader::~CCameraFwLoader() {
 }
 
 bool CCameraFwLoader::OnLoaderThread() {
-    return g_bOnLoaderThread;
+    return g_pRunningLoader != nullptr;
+}
+
+bool CCameraFwLoader::OnStoppingLoaderThread() {
+    return g_pRunningLoader != nullptr && g_pRunningLoader->Shutdown;
 }
 
 void CCameraFwLoader::SetInitDoneCallback(AitCamInitDoneCallback callback, void* data) {
@@ -149,7 +153,7 @@ void CCameraFwLoader::SetInitDoneCallback(AitCamInitDoneCallback callback, void*
 }
 
 void CCameraFwLoader::Run() {
-    g_bOnLoaderThread = true;
+    g_pRunningLoader = this;
     m_pPredecessor.reset();
     AIT_LOG(4, "CCameraFwLoader::Run()\r\n");
     m_nListingSeen = ListingsSeen();

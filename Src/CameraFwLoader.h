@@ -41,6 +41,8 @@ class CCameraFwLoader : public pThread {
 
     /// True on a thread that executes a loader's Run, as the host's callback does.
     static bool OnLoaderThread();
+    /// True on the thread of a loader that was asked to stop, which tells the host nothing more.
+    static bool OnStoppingLoaderThread();
     /// From here on it makes no report, and ends soon. Does not wait.
     void AskToStop() { Shutdown = true; }
     /// Before Start: this one is to wait for the end of `old` and delete it, which a callback that

@@ -78,6 +78,75 @@ TEST_P(MeetingCalls, TheCablePulledBesideEachOther) {
     meet_all(kCalls[std::size(kCalls) - 1]);
 }
 
+/// Every number that a property may have, and some that none has.
+TEST_P(MeetingCalls, EveryPropertyByItself) {
+    const World world;
+    Life life(GetParam());
+    constexpr int kBeyondTheLast = CAM_PROPERTY_RESERVED_9 + 2;
+    for (int property = -1; property <= kBeyondTheLast; ++property) {
+        SCOPED_TRACE(property);
+        const Time begin = World::now();
+        for (const int value : {0, 1, -1, 0x7FFFFFFF}) {
+            set(life.host(), static_cast<CAM_PROPERTY>(property), value);
+            get(life.host(), static_cast<CAM_PROPERTY>(property));
+        }
+        EXPECT_LE(World::now() - begin, kLongest);
+    }
+    set(life.host(), CAM_PROPERTY_DIMENSION, 480 << 16 | 640);
+    set(life.host(), CAM_PROPERTY_DEBUG_LEVEL, 1);
+    life.expect_to_record();
+    life.expect_to_leave_nothing();
+}
+
+/// At any moment of a stage: the loader's pauses last a second, its requests less.
+TEST_P(MeetingCalls, Destruction) {
+    constexpr Time kSpan = 3s, kStep = 170ms;
+    for (Time moment{}; moment < kSpan; moment += kStep) {
+        const World world;
+        Life life(GetParam());
+        pass(moment);
+        const Time begin = World::now();
+        life.host().destroy();
+        EXPECT_LE(World::now() - begin, kLongest);
+        life.expect_to_leave_nothing();
+    }
+}
+
+/// Of an Init that comes while the first one's loader is at work, the second callback alone is told,
+/// once.
+TEST(SecondInit, HasTheOnlyAnswer) {
+    static int answers[2];
+    static bool usable = false;
+    write_tv_files();
+    constexpr Time kSpan = 5s, kStep = 210ms;
+    for (Time moment{}; moment < kSpan; moment += kStep) {
+        const World world;
+        Camera camera(kBootCode);
+        const Bus bus(&camera);
+        Bus::publish_listing();
+        Host host;
+        answers[0] = answers[1] = 0;
+        host->Init([](bool) { ++answers[0]; }, 0);
+        pass(moment);
+        const int before = answers[0];
+        host->Init(
+            [](bool is_usable) {
+                ++answers[1];
+                usable = is_usable;
+            },
+            0);
+        pass(2min);
+        SCOPED_TRACE(moment / 1ms);
+        EXPECT_EQ(answers[0], before);
+        if (before == 0) {
+            EXPECT_EQ(answers[1], 1);
+            EXPECT_EQ(host->GetState(), usable ? CAM_STATE_READY : CAM_STATE_DISCONNECTED);
+        } else {
+            EXPECT_EQ(answers[1], 0);  // it was ready by then
+        }
+    }
+}
+
 /// The camera's interfaces are the first one's: the second one says no and disturbs nobody.
 TEST(TwoCameras, TheFirstGoesOnAndTheSecondTakesOverAfterIt) {
     write_tv_files();

@@ -36,7 +36,9 @@ struct Flight {
 
 struct libusb_context {
     std::list<Flight> flights;
-    bool handled = false;  // a thread handles its events
+    bool handled = false;   // a thread handles its events
+    bool delivers = false;  // and is inside a completion
+    size_t deliveries = 0;  // completions that have come back
 };
 
 struct libusb_device {};
@@ -116,7 +118,11 @@ bool deliver(libusb_context& context) {
         }
         const Flight flight = *due;
         context.flights.erase(due);
+        context.delivers = true;
         complete(flight.transfer, flight.status);
+        context.delivers = false;
+        ++context.deliveries;
+        sim::World::wake_all(&context);
         any = true;
     }
 }
@@ -154,6 +160,12 @@ int await_answer(libusb_device_handle* handle, const sim::Answer& answer, unsign
     const Time until = sim::World::now() + std::min(answer.after, limit);
     while (!is_lost(handle) && sim::World::now() < until) {
         handle_events(*handle->context, until);
+    }
+    // It is reaped by the thread that handles events, once that is back from a completion before it.
+    const libusb_context& context = *handle->context;
+    for (const size_t before = context.deliveries;
+         !is_lost(handle) && context.delivers && context.deliveries == before;) {
+        sim::World::wait(&context, sim::kForever);
     }
     if (is_lost(handle)) {
         return LIBUSB_ERROR_NO_DEVICE;

@@ -7,6 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
 
 namespace test {
 
@@ -29,16 +32,59 @@ size_t Entries(const char* folder) {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
+bool Settles(const char* folder, size_t count) {
+    constexpr std::chrono::milliseconds kPause{5};
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (Entries(folder) != count) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+    return true;
+}
+
+long Kibibytes(const char* name) {
+    std::ifstream status("/proc/self/status");
+    const std::string wanted = std::string(name) + ":";
+    std::string word;
+    long size = 0;
+    while (status >> word) {
+        if (word == wanted && status >> size) {
+            return size;
+        }
+    }
+    Fail("no such size");
+}
+
+bool IsMapped(const char* path) {
+    std::ifstream maps("/proc/self/maps");
+    const std::string name = std::filesystem::canonical(path);
+    std::string line;
+    while (std::getline(maps, line)) {
+        if (line.find(name) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// The control of the virtual bus is in its dynamic symbols; the bus stays loaded.
-void PowerCycle() {
+static void CallBus(const char* symbol) {
     static void* const bus = dlopen("libusb-1.0.so.0", RTLD_NOW);
-    auto* cycle = bus == nullptr
-                      ? nullptr
-                      : reinterpret_cast<void (*)()>(dlsym(bus, "_ZN7virtcam3bus11power_cycleEv"));
-    if (cycle == nullptr) {
+    auto* call = bus == nullptr ? nullptr : reinterpret_cast<void (*)()>(dlsym(bus, symbol));
+    if (call == nullptr) {
         Fail("no virtual bus");
     }
-    cycle();
+    call();
+}
+
+void PowerCycle() {
+    CallBus("_ZN7virtcam3bus11power_cycleEv");
+}
+
+void ForgetCalls() {
+    CallBus("_ZN7virtcam3bus10clear_logsEv");
 }
 
 LoadedPlugin::LoadedPlugin(const char* path) : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {

@@ -15,8 +15,20 @@ namespace test {
 /// Number of entries of a folder of /proc/self: threads, descriptors.
 size_t Entries(const char* folder);
 
+/// True once the folder has `count` entries: a thread that was waited for may be listed a little
+/// longer. False: not within 10 s.
+bool Settles(const char* folder, size_t count);
+
+/// A size of /proc/self/status, VmSize or the like, in KiB.
+long Kibibytes(const char* name);
+
+/// Whether the process has a file of that path mapped.
+bool IsMapped(const char* path);
+
 /// Turns the camera of the virtual bus off and on. Starts the bus, where that has not been.
 void PowerCycle();
+/// Empties the log of calls that the virtual bus keeps, which grows with each of them.
+void ForgetCalls();
 
 /// The plug-in, from dlopen to dlclose.
 class LoadedPlugin {
