@@ -23,8 +23,8 @@ class KeyReader {
     std::optional<char> wait(WakeEvent& wake, Clock::time_point deadline);
 
   private:
-    bool terminal_;
     termios before_{};
+    bool terminal_;  // after what its beginning fills
 };
 
 }  // namespace camhost

@@ -530,5 +530,11 @@ TEST_F(Camhost, WatchTakesKeysOnATerminal) {
     EXPECT_THAT(result.out, HasSubstr("mirror=on: sent"));
 }
 
+TEST_F(Camhost, WatchLeavesTheTerminalToItsOtherWays) {
+    const ProcessResult result =
+        run({"watch", "--duration", "20s"}, "", {{"key frame", 0, "q"}}, true);
+    EXPECT_THAT(result.out, HasSubstr("dropped\r\n")) << "each line begins at the left";
+}
+
 }  // namespace
 }  // namespace camhost::test
