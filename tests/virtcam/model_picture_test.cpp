@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include "picture_measures.h"
 #include "virtcam/model/counter_code.h"
 #include "virtcam/model/jpeg_encoder.h"
+#include "virtcam/model/scene.h"
 #include "virtcam/model/y4m_source.h"
 
 namespace virtcam::model::test {
@@ -348,6 +350,62 @@ TEST_F(Y4mFile, BrokenFilesAreRefusedByName) {
         write(content);
         EXPECT_NE(complaint().find(path_.string()), std::string::npos) << content.substr(0, 40);
     }
+}
+
+/// How bright the lamp of a YUY2 picture of 640 x 480 is, 0 to 1.
+double lamp_of(const Frame& frame) {
+    constexpr int kSide = kLampRadius / 2;
+    const Picture picture = unpack_yuy2(frame.data, 640, 480);
+    std::vector<uint8_t> middle;
+    for (int y = kLampY / 2 - kSide / 2; y < kLampY / 2 + kSide / 2; ++y) {
+        const uint8_t* row = picture.row_y(y) + kLampX / 2 - kSide / 2;
+        middle.insert(middle.end(), row, row + kSide);
+    }
+    return (mean(middle) - 40) / 170;
+}
+
+TEST(Lamp, TellsTheMomentOfEachClick) {
+    constexpr double kPeriod = 1.0 / 30;
+    Host host(running_camera());
+    ASSERT_FALSE(host.out(0x01, 11, 1, 3, {}).stall);
+    ASSERT_TRUE(host.start(1, 1, 333333));
+    int heard = 0;                                                  // ms
+    std::map<int, std::vector<std::pair<double, double>>> flashes;  // time and light, by the click
+    for (int i = 0; i < 100; ++i) {
+        const double now = 0.25 + i * kPeriod;
+        for (; heard < now * 1000; ++heard) {
+            host.camera.iso_in(0x82, 100);
+        }
+        const auto frame = host.next_frame();
+        ASSERT_TRUE(frame.has_value());
+        if (const double light = lamp_of(*frame); light > 0.05) {
+            flashes[static_cast<int>(std::lround(now))].emplace_back(now, light);
+        }
+    }
+    EXPECT_EQ(flashes.size(), 3U);
+    for (const auto& [click, pictures] : flashes) {
+        double light = 0;
+        double moment = 0;
+        for (const auto& [time, share] : pictures) {
+            light += share;
+            moment += time * share;
+        }
+        EXPECT_LE(pictures.size(), 2U);
+        EXPECT_NEAR(light, 1, 0.05);
+        EXPECT_NEAR(moment / light, click, 0.002);
+    }
+}
+
+TEST(Lamp, IsNotThereWithoutSound) {
+    Host silent(running_camera());
+    Host was_heard(running_camera());
+    for (const uint16_t setting : {1, 0}) {
+        ASSERT_FALSE(was_heard.out(0x01, 11, setting, 3, {}).stall);
+    }
+    ASSERT_TRUE(silent.start(1) && was_heard.start(1));
+    EXPECT_EQ(silent.next_frame()->data, was_heard.next_frame()->data);
+    ASSERT_FALSE(was_heard.out(0x01, 11, 1, 3, {}).stall);
+    EXPECT_NE(silent.next_frame()->data, was_heard.next_frame()->data);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "virtcam/model/device.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "virtcam/model/usb.h"
@@ -126,6 +127,7 @@ std::optional<PictureJob> Device::next_job(TimePoint now) {
     job.first = std::exchange(first_frame_, false);
     job.ticks = std::exchange(waiting_ticks_, 0);
     job.scene_tick = scene_tick_;
+    job.lamp = lamp();
     job.stream = stream_;
     job.settings = state_.settings.stream;
     job.controls = controls_;
@@ -171,6 +173,16 @@ void Device::look_for_faces() {
     } else if (!face_tick_) {
         face_tick_ = scene_tick_;
     }
+}
+
+/// The lamp is on for one picture period about each click, and a picture shows the share of its own
+/// period in which it was: so the two pictures beside a click tell its moment to the millisecond.
+std::optional<double> Device::lamp() const {
+    if (audio_alternate_ == 0) {
+        return std::nullopt;
+    }
+    const std::chrono::duration<double> period = period_of(stream_);
+    return std::max(0.0, 1 - std::abs(microphone_.after_click()) / period.count());
 }
 
 bool Device::detects_faces() const {

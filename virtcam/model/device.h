@@ -81,6 +81,7 @@ class Device {
     void start_stream(const StreamParameters& parameters);
     void stop_stream();
     void advance_scene(uint64_t ticks);
+    std::optional<double> lamp() const;
     bool detects_faces() const;
     void look_for_faces();
 

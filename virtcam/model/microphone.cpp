@@ -100,6 +100,11 @@ int16_t Microphone::sample() const {
     return static_cast<int16_t>(kToneAmplitude * std::sin(phase));
 }
 
+double Microphone::after_click() const {
+    const double in_second = static_cast<double>(frames_ % rate_) / rate_;
+    return in_second < 0.5 ? in_second : in_second - 1;
+}
+
 Bytes Microphone::packet(size_t room) {
     const size_t frames = std::min<size_t>(rate_ / 1000, room / kBytesPerFrame);
     const double level = gain();

@@ -30,6 +30,8 @@ class Microphone {
 
     /// A stream begins: the tone starts at phase 0, the first sample is a click.
     void restart() { frames_ = 0; }
+    /// Seconds from the nearest click to the end of what was handed out; negative: before it.
+    double after_click() const;
     /// The next millisecond as interleaved stereo, 16-bit little-endian; at most `room` bytes.
     Bytes packet(size_t room);
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -56,6 +57,9 @@ class PictureSource {
     /// The picture `tick` clock periods after the start; valid until the next call.
     virtual const Picture& at(uint64_t tick) = 0;
     virtual Region base_view() const = 0;
+    /// How bright the lamp is from the next picture on, 0 to 1; nothing: there is none to be seen. A
+    /// film never has one.
+    virtual void set_lamp(std::optional<double> /*light*/) {}
 };
 
 }  // namespace virtcam::model

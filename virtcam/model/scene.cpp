@@ -186,6 +186,7 @@ const Picture& Scene::at(uint64_t tick) {
     }
     scroll_background(tick);
     draw_bodies(tick);
+    draw_lamp();
     add_noise(tick);
     return picture_;
 }
@@ -217,6 +218,17 @@ void Scene::draw_bodies(uint64_t tick) {
     body(4, 9, kBlue);
     body(11, 3, kGreen);
     draw_face(picture_, tick);
+}
+
+/// Last, so that nothing passes before it.
+void Scene::draw_lamp() {
+    constexpr double kDark = 40;
+    constexpr double kBright = 210;
+    if (lamp_) {
+        const auto y = static_cast<uint8_t>(std::lround(kDark + (kBright - kDark) * *lamp_));
+        fill_ellipse(picture_, kLampX + kMarginX, kLampY + kMarginY, kLampRadius, kLampRadius,
+                     {y, 128, 128});
+    }
 }
 
 void Scene::add_noise(uint64_t tick) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "virtcam/model/picture.h"
@@ -24,6 +25,11 @@ struct FaceRect {
 /// Where the scene's face is at `tick`.
 FaceRect face_at(uint64_t tick);
 
+/// Where the lamp is, in sensor pixels: in sight of every picture whose view is at rest.
+inline constexpr int kLampX = 1184;
+inline constexpr int kLampY = 752;
+inline constexpr int kLampRadius = 48;
+
 class Scene final : public PictureSource {
   public:
     /// `seed` chooses the texture; the same seed gives the same pictures.
@@ -31,6 +37,7 @@ class Scene final : public PictureSource {
 
     const Picture& at(uint64_t tick) override;
     Region base_view() const override;
+    void set_lamp(std::optional<double> light) override { lamp_ = light; }
 
   private:
     /// Makes texture and noise: at the first picture, since a camera that only takes firmware
@@ -38,12 +45,14 @@ class Scene final : public PictureSource {
     void prepare();
     void scroll_background(uint64_t tick);
     void draw_bodies(uint64_t tick);
+    void draw_lamp();
     void add_noise(uint64_t tick);
 
     Picture texture_;
     Picture picture_;
     std::vector<uint8_t> noise_;
     uint32_t seed_;
+    std::optional<double> lamp_;
 };
 
 }  // namespace virtcam::model

@@ -100,6 +100,7 @@ std::optional<FinishedFrame> StreamProducer::make(const PictureJob& job) {
     } else {
         tick_ += job.ticks;
     }
+    source_->set_lamp(job.lamp);
     sensor_ = &source_->at(job.scene_tick);
     adjust_.emplace(job.controls, job.settings);
     FinishedFrame frame;

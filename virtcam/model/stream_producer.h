@@ -23,10 +23,11 @@ namespace virtcam::model {
 
 /// Everything that one frame depends on, copied out of the device when the frame is due.
 struct PictureJob {
-    uint64_t generation = 0;  ///< commit that the frame belongs to
-    bool first = false;       ///< first frame after the commit
-    uint64_t ticks = 1;       ///< clock periods since the frame before
-    uint64_t scene_tick = 0;  ///< position of the scene
+    uint64_t generation = 0;     ///< commit that the frame belongs to
+    bool first = false;          ///< first frame after the commit
+    uint64_t ticks = 1;          ///< clock periods since the frame before
+    uint64_t scene_tick = 0;     ///< position of the scene
+    std::optional<double> lamp;  ///< of the scene, 0 dark to 1; nothing: no microphone listens
     StreamParameters stream;
     StreamSettings settings;
     UvcControls controls;
