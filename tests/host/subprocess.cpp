@@ -104,11 +104,12 @@ void perform(const Interaction& interaction, pid_t child, int in) {
 
 ProcessResult run_process(const std::vector<std::string>& command,
                           const std::vector<std::string>& environment,
-                          const std::vector<Interaction>& interactions, bool terminal) {
+                          const std::vector<Interaction>& interactions, bool terminal,
+                          std::chrono::seconds limit) {
     Ends ends;
     const pid_t child = start(command, environment, terminal, &ends);
     ProcessResult result;
-    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    const auto deadline = Clock::now() + limit;
     size_t next = 0;
     size_t searched = 0;
     bool out_open = true;

@@ -21,12 +21,13 @@ struct Interaction {
     std::string input;  ///< to write to its standard input, or empty
 };
 
-/// Runs a program to its end (at most a minute, then it is killed and `code` is 137).
+/// Runs a program to its end (after `limit` it is killed and `code` is 137).
 /// `environment` entries are NAME=value, added to this process's. Interactions happen in order;
 /// standard input is closed after the last. `terminal`: input and output are a pseudo-terminal.
 ProcessResult run_process(const std::vector<std::string>& command,
                           const std::vector<std::string>& environment = {},
-                          const std::vector<Interaction>& interactions = {}, bool terminal = false);
+                          const std::vector<Interaction>& interactions = {}, bool terminal = false,
+                          std::chrono::seconds limit = std::chrono::seconds(60));
 
 /// What a program (found by PATH) prints; an exit status other than 0 fails the test.
 std::string output_of(std::vector<std::string> command);

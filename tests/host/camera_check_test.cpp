@@ -1,0 +1,155 @@
+// camhost check on cameras with a fault each: the check that should find it does, and the others that
+// can pass do.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/host/subprocess.h"
+#include "tests/host/temporary_folder.h"
+
+namespace camhost::test {
+namespace {
+
+using testing::IsSupersetOf;
+using Names = std::set<std::string>;
+
+constexpr int kOk = 0;
+constexpr int kCheckFailed = 7;
+
+/// AITCAM_WHOLE_CHECK asks for every check; otherwise a few stand for those that should pass.
+bool whole_check() {
+    return getenv("AITCAM_WHOLE_CHECK") != nullptr;
+}
+
+Names some_checks(const Names& besides) {
+    Names names{"audio-level", "key-frame", "pan-tilt-zoom", "time-stamps"};
+    names.insert(besides.begin(), besides.end());
+    return names;
+}
+
+/// Runs camhost check; `only` empty: all of it.
+ProcessResult check(const std::string& faults, const Names& only) {
+    std::vector<std::string> command{
+        getenv("CAMHOST"),
+        "check",
+        R"(--virtual={"camera": {"identity": "run-time"}, "faults": [)" + faults + "]}",
+        "--plugin",
+        getenv("PLUGIN"),
+        "--virtual-bus",
+        getenv("VIRTUAL_BUS")};
+    for (const std::string& name : only) {
+        command.insert(command.end(), {"--only", name});
+    }
+    std::string preload = std::string("LD_PRELOAD=") + getenv("PRELOAD");
+    if (const char* sandbox = getenv("LD_PRELOAD"); sandbox != nullptr) {
+        preload += std::string(":") + sandbox;
+    }
+    return run_process(command, {preload}, {}, false, std::chrono::seconds(180));
+}
+
+Names with_verdict(const std::string& verdict, const std::string& output) {
+    const std::regex line("(^|\n)" + verdict + "  (\\S+)");
+    Names names;
+    for (std::sregex_iterator at(output.begin(), output.end(), line), end; at != end; ++at) {
+        names.insert((*at)[2]);
+    }
+    return names;
+}
+
+/// What fails although it may not. Each has more tries: of a camera that gets no processor time,
+/// pictures and sound are late.
+Names wrongly_failed(const std::string& faults, Names failed, const Names& allowed) {
+    constexpr int kTries = 3;
+    const auto without_allowed = [&](const Names& names) {
+        Names rest;
+        std::set_difference(names.begin(), names.end(), allowed.begin(), allowed.end(),
+                            std::inserter(rest, rest.end()));
+        return rest;
+    };
+    failed = without_allowed(failed);
+    for (int i = 0; i < kTries && !failed.empty(); ++i) {
+        failed = without_allowed(with_verdict("FAIL", check(faults, failed).out));
+    }
+    return failed;
+}
+
+struct Defect {
+    std::string name;
+    std::string faults;  ///< of the virtual bus: rules
+    Names fails;         ///< checks that find it
+    Names may_fail;      ///< and what it does harm to besides
+};
+
+void PrintTo(const Defect& defect, std::ostream* stream) {
+    *stream << defect.name;
+}
+
+/// The camera acknowledges a command of the ISP group and does nothing.
+std::string ignored(const std::string& opcode) {
+    return R"({"on": {"control": {"type": "0x21", "value": "0x0100", "index": "0x0600", "data": ")" +
+           opcode + R"("}}, "do": {"return": 8}})";
+}
+
+std::vector<Defect> defects() {
+    return {
+        {"BitRateStays", ignored("08"), {"bit-rate"}, {}},
+        {"FrameRateStays", ignored("02"), {"frame-rate"}, {}},
+        {"KeyFramesDoNotComeOnRequest", ignored("04"), {"key-frame"}, {}},
+        {"SoundHasHalfItsSamples",
+         R"({"on": {"transfer": "iso"}, "do": {"short": 320}})",
+         {"audio-rate"},
+         {}},
+        {"StillsDoNotCome",
+         R"({"on": {"sub_stream": "jpeg"}, "do": {"fields": {"type": 119}}})",
+         {"stills"},
+         {"combination:h264-gray-si", "combination:h264-mjpeg"}},
+        {"PanIsStuck",
+         R"({"on": {"control": {"type": "0xa1", "request": "0x81", "value": "0x0d00"}},
+             "do": {"overwrite": {"bytes": "0000000000000000"}}})",
+         {"pan-tilt-zoom"},
+         {}},
+        {"PicturesHangNowAndThen",
+         R"({"on": {"transfer": "bulk"}, "every": 150, "do": {"late_ms": 700}})",
+         {"time-stamps"},
+         {"picture-rate", "key-frame", "frame-rate", "bit-rate"}},
+    };
+}
+
+class SeededDefect : public testing::TestWithParam<Defect> {};
+
+TEST_P(SeededDefect, IsFoundByTheRightCheckAlone) {
+    const ProcessResult result =
+        check(GetParam().faults, whole_check() ? Names{} : some_checks(GetParam().fails));
+    EXPECT_EQ(result.code, kCheckFailed) << result.out << result.err;
+    const Names failed = with_verdict("FAIL", result.out);
+    EXPECT_THAT(failed, IsSupersetOf(GetParam().fails)) << result.out;
+    Names allowed = GetParam().fails;
+    allowed.insert(GetParam().may_fail.begin(), GetParam().may_fail.end());
+    EXPECT_EQ(wrongly_failed(GetParam().faults, failed, allowed), Names()) << result.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SeededDefect, testing::ValuesIn(defects()),
+                         [](const auto& defect) { return defect.param.name; });
+
+TEST(SoundCamera, PassesEveryCheck) {
+    const Names rates{"audio-rate", "bit-rate", "frame-rate", "picture-rate", "stills"};
+    const ProcessResult result = check("", whole_check() ? Names{} : some_checks(rates));
+    EXPECT_TRUE(result.code == kOk || result.code == kCheckFailed) << result.out << result.err;
+    const Names failed = with_verdict("FAIL", result.out);
+    EXPECT_EQ(wrongly_failed("", failed, {}), Names()) << result.out;
+    Names judged = with_verdict("PASS", result.out);
+    judged.insert(failed.begin(), failed.end());
+    EXPECT_THAT(judged, IsSupersetOf(some_checks(rates)));
+    EXPECT_EQ(with_verdict("SKIP", result.out), whole_check() ? Names{"unplug"} : Names{});
+}
+
+}  // namespace
+}  // namespace camhost::test
