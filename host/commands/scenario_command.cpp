@@ -102,28 +102,16 @@ class ScenarioRunner {
 
   private:
     std::vector<std::string> command() const {
-        const ScenarioRun& run = scenario_.run;
         std::vector<std::string> words{std::filesystem::read_symlink("/proc/self/exe"),
                                        "record",
                                        "--virtual=" + (folder_ / "virtual-bus.json").string(),
-                                       "--duration",
-                                       format("%gs", run.seconds),
-                                       "--takes",
-                                       std::to_string(run.takes),
                                        "--output",
                                        folder_,
                                        "--json",
                                        folder_ / "report.json"};
         add_common(words);
-        if (!run.signal.empty()) {
-            words.insert(words.end(), {"--signal", run.signal});
-        }
-        for (const std::string& change : run.changes) {
-            words.insert(words.end(), {"--set", change});
-        }
-        if (run.nv12) {
-            words.emplace_back("--nv12");
-        }
+        const std::vector<std::string> options = record_options(scenario_.run);
+        words.insert(words.end(), options.begin(), options.end());
         return words;
     }
 

@@ -8,6 +8,7 @@
 
 #include "host/base/exit_code.h"
 #include "host/base/nearest_name.h"
+#include "host/base/text.h"
 
 namespace camhost {
 
@@ -83,6 +84,21 @@ Scenario scenario_of(const json& file) {
 }
 
 }  // namespace
+
+std::vector<std::string> record_options(const ScenarioRun& run) {
+    std::vector<std::string> words{"--duration", format("%gs", run.seconds), "--takes",
+                                   std::to_string(run.takes)};
+    if (!run.signal.empty()) {
+        words.insert(words.end(), {"--signal", run.signal});
+    }
+    for (const std::string& change : run.changes) {
+        words.insert(words.end(), {"--set", change});
+    }
+    if (run.nv12) {
+        words.emplace_back("--nv12");
+    }
+    return words;
+}
 
 Scenario Scenario::read(const std::filesystem::path& file) {
     try {

@@ -17,6 +17,9 @@ struct ScenarioRun {
     std::vector<std::string> changes;  ///< PROPERTY=VALUE@TIME
 };
 
+/// The options of `camhost record` that make such a recording.
+std::vector<std::string> record_options(const ScenarioRun& run);
+
 struct Scenario {
     std::string name;    ///< of its file, without the extension
     std::string title;   ///< one line
