@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <numeric>
+#include <utility>
 
 #include "AitXu.h"
 #include "LibusbWrap.h"
@@ -392,6 +394,22 @@ TEST_F(FirmwareUpdate, AFileThatEndsBeforeItsSizeIsNotBurnt) {
     EXPECT_EQ(UpdateAitFirmwareWithCheckSum(device_, path, 0), AIT_ERR_DEVICE);
     EXPECT_TRUE(Requests().empty());
     EXPECT_EQ(BulkCalls(), 0u);
+}
+
+TEST_F(FirmwareUpdate, AStopDuringTheLastPieceBurnsNothing) {
+    Image(1024);
+    const std::pair<int (*)(AitDevHandle*, char*, unsigned int, const std::atomic<bool>*), int>
+        paths[] = {{UpdateFirmwareUvcPath, 1 + 1024 / 32},
+                   {UpdateFirmwarePcsyncPath, 1 + 1024 / 512}};
+    for (const auto& [update, last] : paths) {
+        std::atomic<bool> stop{false};
+        int count = 0;
+        before_each_transfer([&, last = last] { stop = ++count == last; });
+        EXPECT_EQ(update(device_, Path(), 4, &stop), AIT_ERR_DEVICE);
+        before_each_transfer(nullptr);
+        EXPECT_EQ(count, last);
+        EXPECT_NO_LOG(4, "Start burning.\r\n");
+    }
 }
 
 TEST_F(FirmwareUpdate, WithoutADeviceNothingIsWritten) {

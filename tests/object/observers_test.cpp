@@ -3,6 +3,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <thread>
 #include <utility>
 
 #include "tests/object/CameraTest.h"
@@ -251,6 +252,24 @@ TEST_F(Observers, ANewcomerOfAnUpdateGetsTheNextRecord) {
     for (const auto& newcomer : newcomers) {
         camera_->RemoveObserver(newcomer.get());
     }
+}
+
+/// A holder of the lock that does not stop recording is waited for.
+TEST_F(Observers, AQueryInsideUpdateWaitsForAnotherCall) {
+    std::promise<void> held;
+    std::thread other([&] {
+        const pMutexLock lock(m_video_ctrl_lock);
+        held.set_value();
+        EXPECT_TRUE(virtcam::bus::wait_until([this] { return clock().count(1ms) > 2; }, kLimit));
+    });
+    held.get_future().wait();
+    bool answer = false;
+    ActingObserver sub(CAM_STREAM_H264_SUB, [&] { answer = Get(CAM_PROPERTY_BITRATE); });
+    camera_->RegisterObserver(&sub);
+    Arrive(CAM_STREAM_H264_SUB, bytes_, 4);
+    EXPECT_TRUE(answer);
+    camera_->RemoveObserver(&sub);
+    other.join();
 }
 
 /// Invites another of its kind at each record.

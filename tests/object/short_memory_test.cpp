@@ -120,6 +120,24 @@ TEST_F(ShortMemory, ForTheLoader) {
     ExpectTheNextTryToWork();
 }
 
+TEST_F(ShortMemory, ForTheLoaderInsideTheCallback) {
+    static ICameraSubject* camera = nullptr;
+    virtcam::bus::unplug();
+    Create();
+    camera = camera_;
+    const InitDoneCallback again = [](bool usable) {
+        FailFor<CCameraFwLoader>(true);
+        InitAnswers::Callback(usable);
+        camera->Init(InitAnswers::Callback, 0);
+    };
+    camera_->Init(again, 0);
+    EXPECT_TRUE(InitAnswers::instance().Wait(2));
+    EXPECT_EQ(InitAnswers::instance().All(), (std::vector<bool>{false, false}));
+    EXPECT_FALSE(g_Failure.armed) << "it was never asked for";
+    virtcam::bus::plug();
+    ExpectTheNextTryToWork();
+}
+
 TEST_F(ShortMemory, ForTheOpenDevice) {
     Create();
     FailFor<AitDevHandle>(true, "ait-loader");
