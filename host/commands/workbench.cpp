@@ -6,6 +6,7 @@
 #include "host/base/text.h"
 #include "host/commands/virtual_camera.h"
 #include "host/session/cures.h"
+#include "host/session/firmware_download.h"
 
 namespace camhost {
 
@@ -58,6 +59,7 @@ Session& Workbench::bring_up() {
     const auto begin = Clock::now();
     const BringUp result = wait_for_report();
     console_.progress_done();
+    tell_download();
     controls().show_requests();
     if (result != BringUp::kUsable) {
         give_up(result);
@@ -83,12 +85,38 @@ Workbench::BringUp Workbench::wait_for_report() {
         if (now >= deadline) {
             return BringUp::kTimedOut;
         }
-        console_.waiting(
-            "waiting for the camera: the plug-in looks for it on the bus and loads its firmware",
-            std::chrono::duration<double>(now - begin).count());
+        show_waiting(std::chrono::duration<double>(now - begin).count());
         wake_.wait_until(std::min(deadline, now + std::chrono::milliseconds(250)));
     }
     return session_->usable() ? BringUp::kUsable : BringUp::kNotUsable;
+}
+
+void Workbench::show_waiting(double seconds) {
+    const FirmwareDownload download = firmware_download();
+    if (download.size > 0 && download.sent < download.size) {
+        const double part = static_cast<double>(download.sent) / static_cast<double>(download.size);
+        console_.progress(part, format("firmware, %llu of %llu bytes",
+                                       static_cast<unsigned long long>(download.sent),
+                                       static_cast<unsigned long long>(download.size)));
+        return;
+    }
+    console_.waiting(
+        "waiting for the camera: the plug-in looks for it on the bus and loads its firmware",
+        seconds);
+}
+
+/// Also of one that was over before it could be shown.
+void Workbench::tell_download() {
+    const FirmwareDownload download = firmware_download();
+    if (download.sent == 0) {
+        return;
+    }
+    const auto sent = static_cast<unsigned long long>(download.sent);
+    console_.line(download.size == 0 ? format("firmware: %llu bytes sent", sent)
+                                     : format("firmware: %llu of %llu bytes sent (%.0f %%)", sent,
+                                              static_cast<unsigned long long>(download.size),
+                                              100 * static_cast<double>(sent) /
+                                                  static_cast<double>(download.size)));
 }
 
 void Workbench::give_up(BringUp result) {

@@ -37,6 +37,8 @@ class Workbench {
     enum class BringUp { kUsable, kNotUsable, kTimedOut, kInterrupted };
 
     BringUp wait_for_report();
+    void show_waiting(double seconds);
+    void tell_download();
     [[noreturn]] void give_up(BringUp result);
 
     WakeEvent wake_;

@@ -17,6 +17,7 @@
 namespace camhost::test {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -58,11 +59,19 @@ class VirtualCamera : public testing::Test {
 class UsablePreset : public VirtualCamera, public testing::WithParamInterface<const char*> {};
 
 TEST_P(UsablePreset, IsBroughtUpAndRecords) {
-    const ProcessResult result = record(GetParam(), "500ms");
+    const ProcessResult result = record(GetParam(), "1500ms");  // the first picture takes its time
     EXPECT_EQ(result.code, kOk) << result.out << result.err;
     EXPECT_THAT(result.out, HasSubstr("the camera is usable (Init reported true after"));
     EXPECT_GT(folder_.text_of("out/main.h264").size(), 0U);
     EXPECT_GT(folder_.text_of("out/audio.wav").size(), 44U) << "more than a header";
+}
+
+TEST_F(VirtualCamera, DownloadIsToldInBytesAndPerCent) {
+    const ProcessResult newer = record("boot", "300ms");
+    EXPECT_THAT(newer.out, ContainsRegex("firmware: [0-9]+ of [0-9]+ bytes sent \\(100 %\\)"));
+    const ProcessResult older = record("old-boot", "300ms");
+    EXPECT_THAT(older.out, ContainsRegex("firmware: [0-9]+ bytes sent\n")) << "size not announced";
+    EXPECT_THAT(record("running", "300ms").out, Not(HasSubstr("firmware:")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Presets, UsablePreset, testing::Values("boot", "running", "old-boot"));
