@@ -135,7 +135,8 @@ std::optional<CAM_PROP_VALUE> CameraControl::get(CAM_PROPERTY property) const {
         return std::nullopt;  // without waiting: making a camera object takes a second
     }
     const std::shared_lock lock(session_mutex_);
-    if (!serving_ || !session_) {
+    const bool still_serving = serving_.load();
+    if (!still_serving || !session_) {
         return std::nullopt;
     }
     if (property == CAM_PROPERTY_I2C_READ_AUDIO) {

@@ -88,6 +88,10 @@ void StreamPad::loop() {
         return;  // the pipeline is being stopped, downstream first: what it answers means nothing
     }
     GST_DEBUG_OBJECT(pad_, "stopping: %s", gst_flow_get_name(flow));
+    if (flow == GST_FLOW_EOS) {
+        finish();  // downstream has enough, and is told so by an event, as sinks count on
+        return;
+    }
     channel_->queue().close();
     gst_pad_pause_task(pad_);
     if (flow == GST_FLOW_NOT_NEGOTIATED || flow <= GST_FLOW_ERROR) {

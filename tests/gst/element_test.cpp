@@ -209,6 +209,12 @@ TEST_F(Element, DownstreamThatRefusesStopsThePipelineWithAnError) {
     EXPECT_TRUE(pipeline.error());
 }
 
+TEST_F(Element, DownstreamThatHasEnoughEndsThePipeline) {
+    Pipeline pipeline(camera() + "camera.main ! fakesink num-buffers=3");
+    pipeline.play();
+    EXPECT_NE(pipeline.wait_for(GST_MESSAGE_EOS), nullptr);
+}
+
 // --- progress
 
 TEST_F(Element, TellsTheWayToTheCamera) {
@@ -497,7 +503,7 @@ TEST_F(Element, SlowPipelineDropsTheNewestAndGoesOnWithAMarkedKeyFrame) {
 
 TEST_F(Element, CyclesFromNullToPlayingAndBack) {
     Pipeline pipeline(camera() + "camera.main" + kSink + " camera.gray ! fakesink");
-    for (int i = 0; i < atoi(getenv("CYCLES")); ++i) {
+    for (int i = 0; i < cycles(10); ++i) {
         pipeline.play();
         ASSERT_NE(pipeline.pull("sink"), nullptr) << i;
         pipeline.stop();

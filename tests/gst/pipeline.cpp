@@ -1,5 +1,6 @@
 #include "tests/gst/pipeline.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include "gst/aitcamsrc.h"
@@ -16,6 +17,11 @@ void initialise() {
     if (!done) {
         throw std::runtime_error("the element cannot be registered");
     }
+}
+
+int cycles(int few) {
+    const char* text = std::getenv("AITCAM_CYCLES");
+    return text != nullptr ? std::atoi(text) : few;
 }
 
 Pipeline::Pipeline(const std::string& description) {

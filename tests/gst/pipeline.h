@@ -43,6 +43,9 @@ void initialise();
 /// Waits end after this long; the test then fails by what it did not get.
 inline constexpr std::chrono::seconds kPatience{20};
 
+/// How often a pipeline goes from NULL to PLAYING and back: AITCAM_CYCLES, or `few`.
+int cycles(int few);
+
 /// "aitcamsrc name=camera" and what is linked to it, as gst-launch-1.0 writes it. Set to NULL by
 /// the destructor.
 class Pipeline {
