@@ -20,7 +20,7 @@ using std::chrono::seconds;
 constexpr const char* kPluginVariable = "AITCAM_PLUGIN";
 constexpr const char* kPluginName = "libaitorixcamera.so";
 
-/// Beside this library, where the build has it, or a folder above.
+/// Beside this library, where the build or the packages have it, or a folder above.
 std::filesystem::path default_plugin() {
     if (const char* named = std::getenv(kPluginVariable); named != nullptr && *named != '\0') {
         return named;
@@ -31,7 +31,7 @@ std::filesystem::path default_plugin() {
         return kPluginName;
     }
     const auto folder = std::filesystem::absolute(here.dli_fname).parent_path();
-    for (const char* place : {".", "../Src", "..", "../.."}) {
+    for (const char* place : {".", "../Src", "../aitorixcamera", "..", "../.."}) {
         std::error_code error;
         const auto path = folder / place / kPluginName;
         if (std::filesystem::exists(path, error)) {

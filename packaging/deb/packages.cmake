@@ -18,6 +18,9 @@ set(CPACK_COMPONENTS_ALL plugin dev)
 if(AITCAM_DEVELOP)
   list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
+if(TARGET gstaitcam)
+  list(APPEND CPACK_COMPONENTS_ALL gstreamer)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -50,6 +53,15 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION "host program and virtual camera for the came
 camhost loads the camera plug-in as the framework of a television does, records
 its streams into files, and sets and reads its properties, with a camera or
 with a virtual one. virtcam serves that virtual camera to a kernel over USB/IP.")
+
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-aitorixcamera)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS ${same_version})
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_GSTREAMER_DESCRIPTION "GStreamer plug-in for the television's camera
+The source element aitcamsrc brings the streams of the camera into any GStreamer
+pipeline: H.264, JPEG, raw pictures and sound. A device provider lists the camera
+while it is plugged in.")
 
 # --- what Debian wants in every package
 execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/debian-changelog

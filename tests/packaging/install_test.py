@@ -95,6 +95,22 @@ class Install(unittest.TestCase):
             "record", "--virtual=running", "--duration", "1s", "--streams", "main", "--output", out)
         self.assertGreater((out / "main.h264").stat().st_size, 1000)
 
+    def test_gstreamer_finds_the_element_that_was_installed_and_that_the_plugin(self):
+        folder = self.one("lib*/**/gstreamer-1.0")
+        config = self.folder / "gst-running.json"
+        config.write_text('{"camera": {"identity": "run-time"}}')
+        environment = dict(os.environ, LD_LIBRARY_PATH=str(self.one("lib*/**/virtual-bus")),
+                           VIRTBUS_CONFIG=str(config), GST_PLUGIN_PATH=str(folder),
+                           GST_PLUGIN_SYSTEM_PATH_1_0=str(BUILD / "tests/gst/plugins"),
+                           GST_REGISTRY=str(self.folder / "registry"), GST_DEBUG="aitcamsrc:4")
+        environment.pop("AITCAM_PLUGIN", None)
+        inside = (ROOT / "scripts/sandbox", "--tv", BUILD / "tv", "--")
+        page = run(*inside, "gst-inspect-1.0", "aitcamsrc", env=environment).stdout
+        self.assertIn(str(folder / "libgstaitcam.so"), page)
+        played = run(*inside, "gst-launch-1.0", "aitcamsrc", "name=camera", "!", "fakesink",
+                     "num-buffers=3", env=environment)
+        self.assertIn("PLAYING", played.stdout)
+
     def test_installed_programs_say_their_version(self):
         version = (self.one("share/aitorixcamera/version")).read_text()
         for name in ("bin/camhost", "bin/virtcam", "sbin/publish-bus-listing"):
