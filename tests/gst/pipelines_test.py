@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs every line of docs/gstreamer.md, as it stands, where no display and no sound card is.
+"""Runs every line of docs/gstreamer.md, as it stands, where no display and no sound card is, and the
+two lines of README.md that show the picture, on a display that is nowhere.
 
 usage: pipelines_test.py BUILD SHORT_TIME    (the build tree; a library that cuts the plug-in's waits)
 """
@@ -45,22 +46,27 @@ def line_with(mark):
 
 
 class Run:
-    """A line that runs until what is waited for has shown, and is interrupted then."""
+    """A line that runs until what is waited for has shown, and is interrupted then. `display`: of an
+    X server; otherwise the line finds no sink that needs anything. `camera`: a preset."""
 
-    def __init__(self, line, folder):
+    def __init__(self, line, folder, display=None, camera="running"):
         words = shlex.split(line)
         if words[0] == "scripts/with-virtual-camera":
-            words[0:1] = [str(ROOT / words[0]), "--build", str(BUILD), "running"]
+            words[0:1] = [str(ROOT / words[0]), "--build", str(BUILD), camera]
             preload = SHORT_TIME
         else:
             preload = ""
         environment = dict(
-            os.environ, LD_PRELOAD=preload, GST_DEBUG="aitcamsrc:4", GST_DEBUG_NO_COLOR="1",
-            GST_REGISTRY=str(BUILD / "tests/gst/pipelines.registry"), PYTHONUNBUFFERED="1",
-            GST_PLUGIN_FEATURE_RANK=",".join(f"{sink}:NONE" for sink in SINKS))
+            os.environ, LD_PRELOAD=preload, GST_DEBUG="aitcamsrc:4,GST_TRACER:7",
+            GST_DEBUG_NO_COLOR="1", GST_TRACERS="leaks",
+            GST_REGISTRY=str(BUILD / "tests/gst/pipelines.registry"), PYTHONUNBUFFERED="1")
         environment["PATH"] = "/usr/bin:" + environment["PATH"]  # the python3 that has gi
         for name in ("DISPLAY", "WAYLAND_DISPLAY"):
             environment.pop(name, None)
+        if display:
+            environment["DISPLAY"] = display
+        else:
+            environment["GST_PLUGIN_FEATURE_RANK"] = ",".join(f"{sink}:NONE" for sink in SINKS)
         self.output = ""
         self.ended = False
         self.changed = threading.Condition()
@@ -124,6 +130,8 @@ class Pipelines(unittest.TestCase):
         status = run.interrupt()
         self.assertEqual(status, 0, run.output)
         self.assertNotIn("ERROR", run.output)
+        # GStreamer's own look at what is left when it ends: elements, pads, buffers, messages ...
+        self.assertEqual(re.findall(r"object-alive, type-name=\(string\)[^%].*", run.output), [])
         taken = dict(re.findall(r"<c?[^:<]*:(\w+)> (\d+) taken", run.output))
         for pad in pads:
             self.assertGreater(int(taken.get(pad, 0)), 0, (pad, run.output))
@@ -210,6 +218,70 @@ class Pipelines(unittest.TestCase):
     def tearDownClass(cls):
         left = set(LINES) - cls.tried
         assert not left, f"lines of the page that no test runs: {left}"
+
+
+class Display:
+    """An X server without a screen that anybody sees."""
+
+    WIDTH, HEIGHT = 800, 600
+
+    def __init__(self):
+        into, out = os.pipe()
+        self.server = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(out), "-noreset", "-nolisten", "tcp",
+             "-screen", "0", f"{self.WIDTH}x{self.HEIGHT}x24"],
+            pass_fds=[out], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(out)
+        with open(into) as number:
+            self.name = f":{number.readline().strip()}"
+
+    def close(self):
+        self.server.terminate()
+        self.server.wait()
+
+    def luma(self):
+        """Of the whole screen, row by row."""
+        shot = subprocess.run(
+            ["gst-launch-1.0", "-q", "ximagesrc", "num-buffers=1", "use-damage=false", "!",
+             "videoconvert", "!", "video/x-raw,format=GRAY8", "!", "fdsink"],
+            stdout=subprocess.PIPE, check=True, timeout=PATIENCE,
+            env=dict(os.environ, DISPLAY=self.name, GST_REGISTRY=str(
+                BUILD / "tests/gst/pipelines.registry")))
+        return shot.stdout
+
+    def shows_counter(self, width):
+        """True when a picture of that width lies in the corner: four blocks of each counter are
+        white, black, white, black (virtcam/model/counter_code.h)."""
+        luma = self.luma()
+        blocks = [luma[10 * self.WIDTH + (2 * block + 1) * width // 40] for block in (0, 1, 18, 19)]
+        return [level > 126 for level in blocks] == [True, False, True, False]
+
+
+def lines_of_the_readme():
+    text = (ROOT / "README.md").read_text()
+    section = text.split("\n## See it live\n", 1)[1].split("\n## ", 1)[0]
+    return re.search(r"```\n(.*?)```", section, re.S)[1].splitlines()
+
+
+class Readme(unittest.TestCase):
+    def test_two_lines_show_the_picture(self):
+        prepare, show = lines_of_the_readme()
+        build = " ".join(prepare.split(" && ")[1].split()[:2])
+        self.assertEqual(build, "scripts/build release")
+        if BUILD != ROOT / "build/release":  # nothing is built that is not tested here
+            prepare = prepare.replace(build, f"cmake --build {shlex.quote(str(BUILD))} --target")
+        subprocess.run(prepare, shell=True, cwd=ROOT, check=True, stdout=subprocess.PIPE)
+        display = Display()
+        self.addCleanup(display.close)
+        with tempfile.TemporaryDirectory() as folder:
+            run = Run(show, folder, display.name, camera="boot")
+            self.assertTrue(run.shows(":main> caps"), run.output)
+            deadline = time.monotonic() + PATIENCE
+            while not display.shows_counter(640) and time.monotonic() < deadline:
+                time.sleep(0.05)
+            seen = display.shows_counter(640)
+            self.assertEqual(run.interrupt(), 0, run.output)
+            self.assertTrue(seen, run.output)
 
 
 if __name__ == "__main__":
