@@ -21,6 +21,7 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 std::vector<std::string> scenario_names() {
     std::vector<std::string> names;
@@ -31,14 +32,19 @@ std::vector<std::string> scenario_names() {
     return names;
 }
 
+std::string from_environment(const char* name) {
+    const char* value = getenv(name);
+    return value == nullptr ? "" : value;
+}
+
 ProcessResult run_camhost(std::vector<std::string> words, bool short_waits) {
     words.insert(words.begin(), getenv("CAMHOST"));
-    std::vector<std::string> environment;
+    std::vector<std::string> environment{"TSAN_OPTIONS=" + from_environment("TSAN_OPTIONS") +
+                                         ":print_suppressions=0:suppressions=" DELIBERATE_RACES};
     if (short_waits) {
-        environment.push_back(std::string("LD_PRELOAD=") + getenv("PRELOAD"));
-        if (const char* sandbox = getenv("LD_PRELOAD"); sandbox != nullptr) {
-            environment[0] += std::string(":") + sandbox;
-        }
+        // Behind it what a sandbox may have put there.
+        environment.push_back("LD_PRELOAD=" + from_environment("PRELOAD") + ":" +
+                              from_environment("LD_PRELOAD"));
     }
     return run_process(words, environment);
 }
@@ -51,8 +57,14 @@ TEST_P(EveryScenario, EndsAsItsFileSays) {
         run_camhost({"scenario", "run", GetParam(), "--plugin", getenv("PLUGIN"), "--virtual-bus",
                      getenv("VIRTUAL_BUS"), "--check", "--keep", folder.path()},
                     true);
-    EXPECT_EQ(result.code, 0) << result.out << result.err
-                              << folder.text_of(GetParam() + "/camhost.txt");
+    const std::string told = result.out + result.err + folder.text_of(GetParam() + "/camhost.txt");
+    if (from_environment("SANITIZE") == "thread") {
+        // Pictures are too few to be counted; what is looked for is a report, status 66.
+        EXPECT_THAT(told, Not(HasSubstr("exit code 66")));
+        EXPECT_THAT(told, Not(HasSubstr("ThreadSanitizer")));
+        return;
+    }
+    EXPECT_EQ(result.code, 0) << told;
 }
 
 INSTANTIATE_TEST_SUITE_P(All, EveryScenario, testing::ValuesIn(scenario_names()),
