@@ -7,24 +7,57 @@ and unpacked, never installed on this machine.
 import os
 import re
 import shutil
-import stat
 import subprocess
+from dataclasses import dataclass
 from pathlib import Path
 
 # Kernel apart, whose package name changes with each update. What a program of these needs in
-# shared libraries comes from here or, when it is not here, from this machine.
-PACKAGES = ("busybox-static", "kmod", "libkmod2", "libusb-1.0-0", "libudev1", "v4l-utils",
-            "libv4l-0", "libv4l2rds0", "libv4lconvert0", "alsa-utils", "libasound2",
-            "libasound2-data", "libatopology2", "usbutils", "usbip")
+# shared libraries comes from here or, when it is not here, from where our programs were linked.
+PACKAGES = ("busybox-static", "libusb-1.0-0", "libudev1", "v4l-utils", "libv4l-0", "libv4l2rds0",
+            "libv4lconvert0", "alsa-utils", "libasound2", "libasound2-data", "libatopology2",
+            "usbutils", "usbip")
+DEPMOD_PACKAGE = "kmod"  # runs here, whatever the guest is
 PROGRAMS = ("bin/lsusb", "bin/v4l2-ctl", "bin/v4l2-compliance", "bin/arecord", "sbin/usbip")
 # Roots of the dependency walk: the share, the network, the virtual host controller, the drivers.
 MODULES = ("9p", "9pnet_virtio", "virtio_pci", "virtio_net", "vhci-hcd", "uvcvideo",
            "snd-usb-audio")
-LIBRARY_FOLDER = "usr/lib/x86_64-linux-gnu"
 
 
 class GuestError(Exception):
     """Something that the guest needs cannot be had; the text says what."""
+
+
+@dataclass(frozen=True)
+class Machine:
+    """A kind of guest. Paths are relative to the tree."""
+
+    kernel: str  # package that depends on Debian's current kernel
+    triplet: str  # where its libraries are
+    loader: str  # its dynamic linker, where programs expect it
+    emulator: tuple[str, ...]  # QEMU's command, as far as it is this machine's
+    console: str
+    network: str  # QEMU's device
+    build: str  # build tree of the guest's programs
+    cache: str
+    sysroot: str = ""  # where the programs were linked; empty: this machine
+    apt_config: str = ""  # of make-sysroot; empty: this machine's own
+    tools: str = ""  # prefix of binutils
+    slowness: int = 1  # how many times longer everything may take
+
+
+MACHINES = {
+    "amd64": Machine(
+        kernel="linux-image-amd64", triplet="x86_64-linux-gnu",
+        loader="lib64/ld-linux-x86-64.so.2", emulator=("qemu-system-x86_64",), console="ttyS0",
+        network="virtio-net-pci,romfile=", build="build/release", cache="build/system"),
+    "armhf": Machine(
+        kernel="linux-image-armmp", triplet="arm-linux-gnueabihf",
+        loader="lib/ld-linux-armhf.so.3",
+        emulator=("qemu-system-arm", "-machine", "virt,highmem=off", "-cpu", "cortex-a15"),
+        console="ttyAMA0", network="virtio-net-pci,romfile=", build="build/armhf",
+        cache="build/system-armhf", sysroot="build/sysroot/armhf",
+        apt_config="build/sysroot/apt-armhf/apt.conf", tools="arm-linux-gnueabihf-", slowness=4),
+}
 
 
 def run(command, **options):
@@ -35,41 +68,57 @@ def run(command, **options):
     return result.stdout
 
 
-def kernel_package():
-    """Name of the package that Debian's current kernel is in."""
-    listing = run(["apt-cache", "depends", "--no-recommends", "--no-suggests", "linux-image-amd64"])
-    match = re.search(r"Depends: (linux-image-\S+)", listing)
-    if not match:
-        raise GuestError("apt knows no kernel (linux-image-amd64); run apt-get update")
-    return match[1]
+class Archive:
+    """Debian's archive as apt sees it, with a folder for what was fetched of it."""
 
+    def __init__(self, cache, config=None):
+        self.cache = cache
+        self.environment = {**os.environ, **({"APT_CONFIG": str(config)} if config else {})}
+        if config:  # nobody else keeps this state up to date; not every index can always be had
+            subprocess.run(["apt-get", "-q", "update"], env=self.environment,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
-def candidates(packages):
-    """Version that the archive has of each package."""
-    listing = run(["apt-cache", "policy", *packages])
-    versions = dict(re.findall(r"^(\S+):\n.*\n +Candidate: (\S+)", listing, re.MULTILINE))
-    for package in packages:
-        if versions.get(package, "(none)") == "(none)":
-            raise GuestError(f"apt knows no package {package}; run apt-get update")
-    return versions
+    def ask(self, *words):
+        return run(["apt-cache", *words], env=self.environment)
 
+    def kernel_package(self, package):
+        """Name of the package that Debian's current kernel is in."""
+        listing = self.ask("depends", "--no-recommends", "--no-suggests", package)
+        match = re.search(r"Depends: (linux-image-\S+)", listing)
+        if not match:
+            raise GuestError(f"apt knows no kernel ({package}); run apt-get update")
+        return match[1]
 
-def fetch(package, version, cache):
-    """Folder with the unpacked package, fetched when it is not there yet."""
-    folder = cache / "packages" / f"{package}_{version.replace(':', '%3a')}"
-    if folder.is_dir():
+    def candidates(self, packages):
+        """Version that the archive has of each package."""
+        listing = self.ask("policy", *packages)
+        versions = dict(re.findall(r"^(\S+):\n.*\n +Candidate: (\S+)", listing, re.MULTILINE))
+        for package in packages:
+            if versions.get(package, "(none)") == "(none)":
+                raise GuestError(f"apt knows no package {package}; run apt-get update")
+        return versions
+
+    def fetch_all(self, packages):
+        """The folder of each unpacked package."""
+        versions = self.candidates(packages)
+        return {name: self.fetch(name, versions[name]) for name in packages}
+
+    def fetch(self, package, version):
+        """Folder with the unpacked package, fetched when it is not there yet."""
+        folder = self.cache / "packages" / f"{package}_{version.replace(':', '%3a')}"
+        if folder.is_dir():
+            return folder
+        downloads = self.cache / "debs"
+        downloads.mkdir(parents=True, exist_ok=True)
+        run(["apt-get", "download", f"{package}={version}"], cwd=downloads, env=self.environment)
+        files = sorted(downloads.glob(f"{package}_*.deb"), key=lambda path: path.stat().st_mtime)
+        unfinished = folder.with_name(folder.name + ".part")
+        shutil.rmtree(unfinished, ignore_errors=True)
+        unfinished.mkdir(parents=True)
+        run(["dpkg-deb", "-x", str(files[-1]), str(unfinished)])
+        unfinished.rename(folder)
+        files[-1].unlink()
         return folder
-    downloads = cache / "debs"
-    downloads.mkdir(parents=True, exist_ok=True)
-    run(["apt-get", "download", f"{package}={version}"], cwd=downloads)
-    files = sorted(downloads.glob(f"{package}_*.deb"), key=lambda path: path.stat().st_mtime)
-    unfinished = folder.with_name(folder.name + ".part")
-    shutil.rmtree(unfinished, ignore_errors=True)
-    unfinished.mkdir(parents=True)
-    run(["dpkg-deb", "-x", str(files[-1]), str(unfinished)])
-    unfinished.rename(folder)
-    files[-1].unlink()
-    return folder
 
 
 def copy_program(source, target):
@@ -78,21 +127,40 @@ def copy_program(source, target):
     target.chmod(0o755)
 
 
-def copy_stripped(source, target):
-    """Without symbols and debugging information, which would only make the guest boot later."""
-    target.parent.mkdir(parents=True, exist_ok=True)
-    run(["strip", "-o", str(target), str(source)])
-    target.chmod(0o755)
+class Binaries:
+    """What is said of programs of one machine, and done to them, without running them."""
 
+    def __init__(self, tools, folders):
+        self.tools = tools
+        self.folders = folders  # where libraries are looked for
 
-def needed_libraries(program, folders):
-    environment = {**os.environ, "LD_LIBRARY_PATH": ":".join(map(str, folders))}
-    listing = subprocess.run(["ldd", str(program)], env=environment, stdout=subprocess.PIPE,
-                             stderr=subprocess.DEVNULL, text=True).stdout
-    if "not found" in listing:
-        missing = re.findall(r"(\S+) => not found", listing)
-        raise GuestError(f"{program} needs {', '.join(missing)}")
-    return [Path(path) for path in re.findall(r"(/\S+) \(0x", listing)]
+    def copy_stripped(self, source, target):
+        """Without symbols and debugging information, which would only make the guest boot later."""
+        target.parent.mkdir(parents=True, exist_ok=True)
+        run([f"{self.tools}strip", "-o", str(target), str(source)])
+        target.chmod(0o755)
+
+    def needed_libraries(self, programs):
+        """Files of all shared libraries that one of these needs, directly or not."""
+        found = {}
+        waiting = list(programs)
+        while waiting:
+            binary = waiting.pop()
+            for name in self.needed_names(binary):
+                if name not in found:
+                    found[name] = self.find(name, binary)
+                    waiting.append(found[name])
+        return list(found.values())
+
+    def needed_names(self, binary):
+        listing = run([f"{self.tools}readelf", "--dynamic", "--wide", str(binary)])
+        return re.findall(r"\(NEEDED\).*\[(.+)\]", listing)
+
+    def find(self, name, binary):
+        for folder in self.folders:
+            if (folder / name).exists():
+                return folder / name
+        raise GuestError(f"{binary} needs {name}")
 
 
 def module_order(kernel, release, kmod, cache):
@@ -125,7 +193,7 @@ def module_order(kernel, release, kmod, cache):
     return [tree / path for path in order]
 
 
-def add_modules(root, kernel, release, kmod, cache):
+def add_modules(root, machine, kernel, release, kmod, cache):
     """Copies the modules without their debugging information; the copies are kept."""
     order = module_order(kernel, release, kmod, cache)
     stripped = cache / f"modules-{release}"
@@ -133,29 +201,33 @@ def add_modules(root, kernel, release, kmod, cache):
     for source in order:
         if not (stripped / source.name).is_file():
             unfinished = stripped / "unfinished"
-            run(["strip", "--strip-debug", "-o", str(unfinished), str(source)])
+            run([f"{machine.tools}strip", "--strip-debug", "-o", str(unfinished), str(source)])
             unfinished.rename(stripped / source.name)
     shutil.copytree(stripped, root / "modules")
     (root / "modules/order").write_text("".join(f"{source.name}\n" for source in order))
 
 
-def add_programs(root, packages, own_programs, own_libraries):
+def library_folders(machine, packages, sysroot):
+    """Of the packages, then of what our programs were linked with."""
+    roots = [*packages.values(), sysroot]
+    places = (f"usr/lib/{machine.triplet}", f"lib/{machine.triplet}",
+              f"usr/lib/{machine.triplet}/pulseaudio")  # named by those who need one of these
+    return [root / place for root in roots for place in places if (root / place).is_dir()]
+
+
+def add_programs(root, machine, binaries, packages, own_programs, own_libraries):
     """Copies programs and every shared library that one of them needs."""
-    folders = [package / LIBRARY_FOLDER for package in packages.values()]
-    folders += [package / "lib/x86_64-linux-gnu" for package in packages.values()]
-    folders = [folder for folder in folders if folder.is_dir()]
     programs = [next(path for package in packages.values()
                      for path in (package / "usr" / name, package / name) if path.is_file())
                 for name in PROGRAMS]
     for program in [*programs, *own_programs]:
-        copy_stripped(program, root / "bin" / program.name)
-    library_folder = root / "lib/x86_64-linux-gnu"
-    libraries = set(own_libraries)
-    for program in [*programs, *own_programs, *own_libraries]:
-        libraries.update(needed_libraries(program, folders))
-    for library in libraries:
-        place = root / "lib64" if library.name.startswith("ld-linux") else library_folder
-        copy_stripped(library.resolve(), place / library.name)
+        binaries.copy_stripped(program, root / "bin" / program.name)
+    libraries = binaries.needed_libraries([*programs, *own_programs, *own_libraries])
+    for library in [*own_libraries, *libraries]:
+        binaries.copy_stripped(library.resolve(), root / "lib" / machine.triplet / library.name)
+    loader = root / machine.loader
+    loader.parent.mkdir(exist_ok=True)
+    loader.symlink_to(f"/lib/{machine.triplet}/{loader.name}")
 
 
 def add_data(root, packages):
@@ -173,29 +245,34 @@ def make_image(root, target):
                        input=names.encode(), stdout=image, check=True)
 
 
-def build_guest(cache, build, scripts):
-    """Makes kernel and initial file system in `cache`; returns their paths.
+def build_guest(tree, machine, build):
+    """Makes kernel and initial file system in the machine's cache; returns their paths.
 
-    `build` is the build tree with plug-in, camhost, virtcam and system_scenarios.
+    `build` is the build tree with plug-in, camhost, virtcam and system_scenarios for the guest.
     """
+    cache = tree / machine.cache
     cache.mkdir(parents=True, exist_ok=True)
-    kernel_name = kernel_package()
-    versions = candidates([kernel_name, *PACKAGES])
-    kernel = fetch(kernel_name, versions[kernel_name], cache)
-    packages = {name: fetch(name, versions[name], cache) for name in PACKAGES}
+    archive = Archive(cache, tree / machine.apt_config if machine.apt_config else None)
+    kernel_name = archive.kernel_package(machine.kernel)
+    packages = archive.fetch_all([kernel_name, *PACKAGES])
+    kernel = packages.pop(kernel_name)
+    kmod = Archive(cache / "tools").fetch_all([DEPMOD_PACKAGE])[DEPMOD_PACKAGE]
     release = kernel_name.removeprefix("linux-image-").removesuffix("-unsigned")
+    sysroot = tree / machine.sysroot if machine.sysroot else Path("/")
+    binaries = Binaries(machine.tools, library_folders(machine, packages, sysroot))
 
     root = cache / "root"
     shutil.rmtree(root, ignore_errors=True)
-    for folder in ("bin", "proc", "sys", "dev", "tmp", "run", "var", "usr/lib"):
+    for folder in ("bin", "proc", "sys", "dev", "tmp", "run", "var", "lib", "usr/lib"):
         (root / folder).mkdir(parents=True)
-    (root / "usr/lib/x86_64-linux-gnu").symlink_to("/lib/x86_64-linux-gnu")
+    (root / f"usr/lib/{machine.triplet}").symlink_to(f"/lib/{machine.triplet}")
     (root / "usr/bin").symlink_to("/bin")
+    scripts = tree / "scripts"
     copy_program(packages["busybox-static"] / "bin/busybox", root / "bin/busybox")
     copy_program(scripts / "system/init", root / "init")
     copy_program(scripts / "publish-bus-listing", root / "bin/publish-bus-listing")
-    add_modules(root, kernel, release, packages["kmod"], cache)
-    add_programs(root, packages,
+    add_modules(root, machine, kernel, release, kmod, cache)
+    add_programs(root, machine, binaries, packages,
                  [build / "host/camhost", build / "virtcam/tool/virtcam",
                   build / "tests/system/system_scenarios"],
                  [build / "Src/libaitorixcamera.so"])

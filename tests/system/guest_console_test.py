@@ -35,7 +35,8 @@ class GuestConsole(unittest.TestCase):
         results = script.Results(["Suite.First", "Suite.Second"])
         output = io.StringIO()
         with contextlib.redirect_stdout(output):
-            why = script.Console(guest, results, limits or {}).follow(boot_seconds)
+            why = script.Console(guest, results, limits or {},
+                                 Path("/nowhere")).follow(boot_seconds)
             results.fail_rest("was not run")
         return why, output.getvalue()
 
