@@ -51,8 +51,8 @@ class Patient : public Camera {
         if (manner_ == kMute) {
             return {ending.status, kForever};
         }
-        // Full transfers without a pause, some 260 Mbit/s.
-        return manner_ == kBabbling ? Ending{ending.status, World::now() + 250us} : ending;
+        // Full transfers without a pause, some 60 Mbit/s.
+        return manner_ == kBabbling ? Ending{ending.status, World::now() + 1ms} : ending;
     }
     void fill(libusb_transfer& transfer) override {
         Camera::fill(transfer);
@@ -101,9 +101,9 @@ constexpr Time kNone = 50ms;              // no wait, but for threads that start
 constexpr Time kQuestion = 5s;            // the longest request; the monitor asks one a second
 constexpr Time kRequest = 2 * kQuestion;  // behind the monitor's
 constexpr Time kShortRequest = 1s + kQuestion;  // of the loader's road, behind the monitor's
-constexpr Time kFullQueue =
-    500ms;                  // the event thread's wait for a buffer, behind which a request is
-constexpr Time kStop = 1s;  // the sleeps of a stop: 10, 400 and 200 ms, and its threads
+constexpr Time kFullQueue = 1500ms;  // a request behind three completions, each of which waits for
+                                     // a buffer: of a start seven may, before anybody reads
+constexpr Time kStop = 1s;           // the sleeps of a stop: 10, 400 and 200 ms, and its threads
 constexpr Time kTwoStops = 2 * kStop;     // behind that of the loader, which noticed the loss
 constexpr Time kPause = 2s + kNone;       // the camera's own test
 constexpr Time kLoop = 1100ms;            // the loader looks once a second whether it is to end,
@@ -113,7 +113,8 @@ constexpr Time kBeforeLook = 3s + kNone;  // or after three requests of a second
 const BoundedCall kCalls[] = {
     // call, stage, how, and the bounds: good, dead, mute, babbling, slow
     {"StartRecording", kReady, [](Host& h) { h->StartRecording(); },
-     {kNone, kNone, 3 * kRequest, 7 * kFullQueue + kNone, 22 * kRequest}},
+     {kNone, kNone, 3 * kRequest, 7 * kFullQueue + kNone,
+      22 * kRequest + 7 * kFullQueue}},
     {"StopRecording", kPlaying, [](Host& h) { h->StopRecording(); },
      {kStop, kTwoStops, kRequest + kStop, kStop, kRequest + kStop}},
     {"set bit rate", kPlaying, [](Host& h) { set(h, CAM_PROPERTY_BITRATE, 1000000); },
@@ -127,7 +128,8 @@ const BoundedCall kCalls[] = {
     {"read a register", kPlaying, [](Host& h) { set(h, CAM_PROPERTY_I2C_READ_AUDIO, 1); },
      {kNone, kStop, 3 * kRequest, kNone, 3 * kRequest}},
     {"set signal type", kPlaying, [](Host& h) { set(h, CAM_PROPERTY_SIGNAL_TYPE, 0); },
-     {kStop, kTwoStops, 4 * kRequest + kStop, 7 * kFullQueue + kStop, 23 * kRequest + kStop}},
+     {kStop, kTwoStops, 4 * kRequest + kStop, 7 * kFullQueue + kStop,
+      23 * kRequest + 7 * kFullQueue + kStop}},
     {"get pan", kPlaying, [](Host& h) { get(h, CAM_PROPERTY_PAN); },
      {kNone, kStop, kRequest, kNone, kRequest}},
     {"get lux", kPlaying, [](Host& h) { get(h, CAM_PROPERTY_LUX); },
@@ -137,7 +139,7 @@ const BoundedCall kCalls[] = {
     {"connection test", kPlaying, [](Host& h) { get(h, CAM_PROPERTY_CONNECTION_TEST); },
      {kNone, kStop, 2 * kShortRequest, kNone, 2 * kShortRequest}},
     {"a main observer", kPlaying, [](Host& h) { visit(h, CAM_STREAM_H264_MAIN); },
-     {kNone, kNone, kRequest, kNone, kRequest}},
+     {kNone, kNone, kRequest, kNone, kRequest + kFullQueue}},
     {"an observer", kPlaying, [](Host& h) { visit(h, CAM_STREAM_PCM); },
      {kNone, kNone, kNone, kNone, kNone}},
     {"second Init", kLoading, [](Host& h) { h->Init(Host::hear, 0); },

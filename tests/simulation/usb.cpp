@@ -36,9 +36,8 @@ struct Flight {
 
 struct libusb_context {
     std::list<Flight> flights;
-    bool handled = false;   // a thread handles its events
-    bool delivers = false;  // and is inside a completion
-    size_t deliveries = 0;  // completions that have come back
+    bool handled = false;           // a thread handles its events
+    Time delivers = sim::kForever;  // and is inside the completion of that time
 };
 
 struct libusb_device {};
@@ -118,10 +117,9 @@ bool deliver(libusb_context& context) {
         }
         const Flight flight = *due;
         context.flights.erase(due);
-        context.delivers = true;
+        context.delivers = flight.at;
         complete(flight.transfer, flight.status);
-        context.delivers = false;
-        ++context.deliveries;
+        context.delivers = sim::kForever;
         sim::World::wake_all(&context);
         any = true;
     }
@@ -161,11 +159,14 @@ int await_answer(libusb_device_handle* handle, const sim::Answer& answer, unsign
     while (!is_lost(handle) && sim::World::now() < until) {
         handle_events(*handle->context, until);
     }
-    // It is reaped by the thread that handles events, once that is back from a completion before it.
-    const libusb_context& context = *handle->context;
-    for (const size_t before = context.deliveries;
-         !is_lost(handle) && context.delivers && context.deliveries == before;) {
-        sim::World::wait(&context, sim::kForever);
+    // It is reaped behind what has ended before it, by the thread that handles events.
+    libusb_context& context = *handle->context;
+    while (!is_lost(handle) && std::min(context.delivers, next_event(context)) <= until) {
+        if (context.handled) {
+            sim::World::wait(&context, sim::kForever);
+        } else {
+            handle_events(context, sim::World::now());
+        }
     }
     if (is_lost(handle)) {
         return LIBUSB_ERROR_NO_DEVICE;
