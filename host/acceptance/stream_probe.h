@@ -21,7 +21,7 @@ class StreamProbe : private ICameraObserver {
 
     /// `camera` and `wake` are borrowed.
     StreamProbe(ICameraSubject& camera, Stream stream, WakeEvent& wake);
-    ~StreamProbe();
+    ~StreamProbe() override;
     StreamProbe(const StreamProbe&) = delete;
     StreamProbe& operator=(const StreamProbe&) = delete;
 

@@ -11,8 +11,6 @@
 
 #include "host/base/exit_code.h"
 
-extern char** environ;
-
 namespace camhost {
 
 namespace {
@@ -80,6 +78,7 @@ int wait_for(pid_t child) {
 
 int run_program(const std::vector<std::string>& command, const std::filesystem::path& output) {
     std::vector<char*> words;
+    words.reserve(command.size() + 1);
     for (const std::string& word : command) {
         words.push_back(const_cast<char*>(word.c_str()));
     }

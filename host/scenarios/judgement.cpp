@@ -110,8 +110,10 @@ class Judge {
                 continue;
             }
             for (const auto& [path, value] : figures.items()) {
-                compare(where + stream + " " + path,
-                        at_path(take.value("streams", json::object()), stream + "." + path), value);
+                compare(format("%s%s %s", where.c_str(), stream.c_str(), path.c_str()),
+                        at_path(take.value("streams", json::object()),
+                                format("%s.%s", stream.c_str(), path.c_str())),
+                        value);
             }
         }
     }

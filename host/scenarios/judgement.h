@@ -21,6 +21,7 @@
 namespace camhost {
 
 /// What a run has left.
+// NOLINTNEXTLINE(bugprone-exception-escape): JSON's move, which its makers declare noexcept
 struct Evidence {
     int exit_code = 0;
     nlohmann::json report;  ///< of `camhost record --json`; null when it wrote none

@@ -131,6 +131,7 @@ const Scenario& find_scenario(const std::vector<Scenario>& all, const std::strin
                                     [&](const Scenario& each) { return each.name == name; });
     if (found == all.end()) {
         std::vector<std::string> names;
+        names.reserve(all.size());
         for (const Scenario& each : all) {
             names.push_back(each.name);
         }

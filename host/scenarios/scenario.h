@@ -20,6 +20,7 @@ struct ScenarioRun {
 /// The options of `camhost record` that make such a recording.
 std::vector<std::string> record_options(const ScenarioRun& run);
 
+// NOLINTNEXTLINE(bugprone-exception-escape): JSON's move, which its makers declare noexcept
 struct Scenario {
     std::string name;    ///< of its file, without the extension
     std::string title;   ///< one line

@@ -30,7 +30,7 @@
 namespace virtcam::bus {
 
 /// Owns the parts. All functions of its own are called without the lock.
-class Bus : private Port::Neighbour {
+class Bus final : private Port::Neighbour {
   public:
     /// The bus of this process, made at the first use as VIRTBUS_CONFIG says. It is never
     /// destroyed: programs may still call into it while their own static objects go.
