@@ -555,8 +555,8 @@ TEST_F(Recording, WithoutOneOfItsThreadsAStartAnswersFalseAndLeavesNothing) {
     constexpr int kThreads = 4;  // the streams' event threads and the capture threads
     Ready();
     for (int started = 0; started < kThreads; ++started) {
-        SCOPED_TRACE(std::to_string(started) + " threads start");
-        run_out_of_threads(started);
+        SCOPED_TRACE(std::to_string(started) + " threads start before it");
+        refuse_one_thread(started);
         EXPECT_FALSE(camera_->StartRecording());
         run_out_of_threads(-1);
         EXPECT_EQ(camera_->GetState(), CAM_STATE_READY);

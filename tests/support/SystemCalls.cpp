@@ -34,6 +34,7 @@ Deadlines& deadlines() {
 
 thread_local timespec g_LastLook{};
 std::atomic<int> g_ThreadsLeft{-1};  // negative: without end
+std::atomic<bool> g_OnlyOneIsRefused{false};
 
 std::chrono::nanoseconds SinceBoot(const timespec& time) {
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
@@ -67,12 +68,21 @@ void reset_system_calls() {
 }
 
 void run_out_of_threads(int started) {
+    g_OnlyOneIsRefused = false;
     g_ThreadsLeft = started;
+}
+
+void refuse_one_thread(int started) {
+    run_out_of_threads(started);
+    g_OnlyOneIsRefused = true;
 }
 
 static bool take_thread() {
     int left = g_ThreadsLeft;
     while (left > 0 && !g_ThreadsLeft.compare_exchange_weak(left, left - 1)) {
+    }
+    if (left == 0 && g_OnlyOneIsRefused.exchange(false)) {
+        g_ThreadsLeft = -1;
     }
     return left != 0;
 }
