@@ -33,7 +33,7 @@ std::filesystem::path default_plugin() {
     const auto folder = std::filesystem::absolute(here.dli_fname).parent_path();
     for (const char* place : {".", "../Src", "../aitorixcamera", "..", "../.."}) {
         std::error_code error;
-        const auto path = folder / place / kPluginName;
+        auto path = folder / place / kPluginName;
         if (std::filesystem::exists(path, error)) {
             return path;
         }

@@ -135,7 +135,8 @@ bool read_size(PayloadBits& bits, uint32_t chroma_format, SequenceParameters* re
         cut_x = uint64_t{bits.unsigned_number()} + bits.unsigned_number();
         cut_y = uint64_t{bits.unsigned_number()} + bits.unsigned_number();
         cut_x *= chroma_format == 1 || chroma_format == 2 ? 2 : 1;
-        cut_y *= (chroma_format == 1 ? 2 : 1) * (frames_only ? 1 : 2);
+        cut_y *= chroma_format == 1 ? 2 : 1;
+        cut_y *= frames_only ? 1 : 2;
     }
     if (!bits.ok() || width > kLongestSide || height > kLongestSide || cut_x >= width ||
         cut_y >= height) {
