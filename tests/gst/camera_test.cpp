@@ -166,11 +166,23 @@ std::vector<std::vector<uint8_t>> pictures_of(const std::string& file, size_t by
     return pictures;
 }
 
+/// A picture of luma with the lamp out: when that flashes is the sound's affair.
+std::vector<uint8_t> without_lamp(std::vector<uint8_t> luma, int width) {
+    using namespace virtcam::model;
+    const auto scaled = [&](int sensor) { return sensor * width / kSensorWidth; };
+    const int reach = scaled(kLampRadius) + 2;  // and what scaling blurs
+    for (int y = scaled(kLampY) - reach; y < scaled(kLampY) + reach; ++y) {
+        std::fill_n(luma.begin() + y * width + scaled(kLampX) - reach, 2 * reach, uint8_t{0});
+    }
+    return luma;
+}
+
 TEST_F(Camera, PicturesAreThoseThatCamhostRecords) {
     // Pictures as fast as they are taken: the n-th after power-on shows the same moment each time.
     json configuration = running();
     configuration["camera"]["paced"] = false;
-    constexpr size_t kBytes = size_t{320} * 240;
+    constexpr int kWidth = 320;
+    constexpr size_t kBytes = size_t{kWidth} * 240;
     const camhost::test::TemporaryFolder folder;
     virtcam::bus::unplug();  // camhost has a camera of its own, in the same listing
     const auto recording = camhost::test::run_process(
@@ -187,7 +199,7 @@ TEST_F(Camera, PicturesAreThoseThatCamhostRecords) {
     for (const auto& picture : recorded) {
         const SampleRef sample = pipeline.pull("gray");
         ASSERT_NE(sample, nullptr);
-        EXPECT_EQ(bytes_of(sample.get()), picture);
+        EXPECT_EQ(without_lamp(bytes_of(sample.get()), kWidth), without_lamp(picture, kWidth));
     }
 }
 
