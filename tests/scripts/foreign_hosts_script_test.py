@@ -2,22 +2,15 @@
 """scripts/foreign-hosts: nothing that goes wrong with a host passes."""
 
 import contextlib
-import importlib.machinery
-import importlib.util
 import io
-import sys
 import tempfile
 import unittest
 import unittest.mock
 from pathlib import Path
 
-SCRIPT = Path(__file__).resolve().parents[2] / "scripts/foreign-hosts"
-sys.path.insert(0, str(SCRIPT.parent))
-sys.dont_write_bytecode = True  # nothing beside the script
-LOADER = importlib.machinery.SourceFileLoader("foreign_hosts", str(SCRIPT))
-foreign_hosts = importlib.util.module_from_spec(
-    importlib.util.spec_from_loader(LOADER.name, LOADER))
-LOADER.exec_module(foreign_hosts)
+from script_module import load_script
+
+foreign_hosts = load_script("foreign-hosts")
 
 COMPLAINT = {"code": "double_submit", "text": "already in flight"}
 LSUSB = "Device Descriptor:\n  idVendor           0x114d\n    Interface Descriptor:\n"

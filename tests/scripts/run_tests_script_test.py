@@ -2,10 +2,7 @@
 """scripts/run-tests: every way in which a test can go wrong is counted."""
 
 import contextlib
-import importlib.machinery
-import importlib.util
 import io
-import sys
 import tempfile
 import types
 import unittest
@@ -13,13 +10,9 @@ import unittest.mock
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
-SCRIPT = Path(__file__).resolve().parents[2] / "scripts/run-tests"
-sys.path.insert(0, str(SCRIPT.parent))
-sys.dont_write_bytecode = True  # nothing beside the script
-LOADER = importlib.machinery.SourceFileLoader("run_tests", str(SCRIPT))
-run_tests = importlib.util.module_from_spec(
-    importlib.util.spec_from_loader(LOADER.name, LOADER))
-LOADER.exec_module(run_tests)
+from script_module import load_script
+
+run_tests = load_script("run-tests")
 
 
 def ctest_case(status, output, message=""):
