@@ -37,11 +37,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         for (size_t at = 1; at < size; at += step) {
             reader.feed({data + at, std::min(step, size - at)});
-            while (const auto command = reader.next()) {
+            while (auto command = reader.next()) {
                 if (const auto* unlink = std::get_if<virtcam::usbip::Unlink>(&*command)) {
                     stream.unlink(*unlink, wire);
                 } else {
-                    stream.submit(std::get<virtcam::usbip::Submit>(*command));
+                    stream.submit(std::get<virtcam::usbip::Submit>(std::move(*command)));
                 }
                 stream.serve(virtcam::model::Clock::now(), wire);
                 check_replies(wire);

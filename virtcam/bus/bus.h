@@ -40,7 +40,6 @@ class Bus final : private Port::Neighbour {
 
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
-    ~Bus() = delete;
 
     /// Does `work`, a function of the bus, with the lock.
     template <typename Work>

@@ -22,11 +22,9 @@ class Port : public line::Device {
     /// Who else takes part when the camera comes or goes. Called with the lock.
     class Neighbour {
       public:
+        virtual ~Neighbour() = default;
         virtual void camera_left(const std::shared_ptr<const DeviceInfo>& camera) = 0;
         virtual void camera_came(const std::shared_ptr<const DeviceInfo>& camera) = 0;
-
-      protected:
-        ~Neighbour() = default;
     };
 
     Port(Shared& shared, Journal& journal, Neighbour& neighbour)

@@ -277,8 +277,8 @@ Action read_action(const json& what, unsigned points, const std::string& where) 
     for (const auto& [name, value] : object.items()) {
         const Member& member = find(name);
         if ((member.points & points) == 0) {
-            refuse("\"" + name + "\" is not for " + where + ", but for " +
-                   std::string(member.what_for));
+            std::string text = "\"" + name + "\" is not for ";
+            refuse(text.append(where).append(", but for ").append(member.what_for));
         }
         member.read(value, action);
     }

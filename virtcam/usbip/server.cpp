@@ -148,11 +148,11 @@ void Server::read_link() {
 void Server::take_commands(ByteView received) {
     try {
         link_->reader.feed(received);
-        while (const auto command = link_->reader.next()) {
+        while (auto command = link_->reader.next()) {
             if (const auto* unlink = std::get_if<Unlink>(&*command)) {
                 link_->urbs.unlink(*unlink, link_->out.bytes());
             } else {
-                link_->urbs.submit(std::get<Submit>(*command));
+                link_->urbs.submit(std::get<Submit>(std::move(*command)));
             }
         }
     } catch (const ProtocolError& error) {

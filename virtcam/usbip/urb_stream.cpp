@@ -57,7 +57,7 @@ bool UrbStream::on_the_bus() const {
     return device_.camera().attached() && device_.camera().attachment() == attachment_;
 }
 
-void UrbStream::submit(Submit submit) {
+void UrbStream::submit(Submit&& submit) {
     if (urbs_.size() >= kMostRequests) {
         throw ProtocolError("more than " + std::to_string(kMostRequests) + " requests wait");
     }

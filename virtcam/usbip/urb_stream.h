@@ -19,7 +19,7 @@ class UrbStream {
     explicit UrbStream(line::Device& device);
 
     /// Queues a request. Throws ProtocolError when its number is in use or too many wait.
-    void submit(Submit submit);
+    void submit(Submit&& submit);
     /// Gives a request up and says so in `wire`; one that is unknown counts as answered before.
     void unlink(const Unlink& unlink, Bytes& wire);
     /// Appends what is due to `wire`. Returns when there is more to do; news of the camera aside.
