@@ -108,15 +108,12 @@ class FakeCamera : public ICameraSubject {
         const bool restarts = property == CAM_PROPERTY_DIMENSION ||
                               property == CAM_PROPERTY_SIGNAL_TYPE ||
                               property == CAM_PROPERTY_VIDEO_MODE;
-        const bool same =
-            property == CAM_PROPERTY_DIMENSION && values_[property].value == value->value;
         if (property == CAM_PROPERTY_TRIGGER_JPEG) {
             jpeg_triggered_ = true;
         }
-        if (same || property == CAM_PROPERTY_SHARPNESS) {
+        if (!keep(property, *value)) {
             return false;
         }
-        values_[property] = *value;
         if (restarts || property == CAM_PROPERTY_SAMPLERATE) {
             if (GetState() != CAM_STATE_PLAYING) {
                 return property == CAM_PROPERTY_SAMPLERATE;
@@ -131,6 +128,7 @@ class FakeCamera : public ICameraSubject {
         if (property == CAM_PROPERTY_MIRROR) {
             return false;
         }
+        const std::lock_guard lock(values_mutex_);
         *value = values_[property];
         return true;
     }
@@ -159,6 +157,18 @@ class FakeCamera : public ICameraSubject {
         while (sigpending(&pending) == 0 && sigismember(&pending, SIGINT) == 1) {
             std::this_thread::yield();
         }
+    }
+
+    // False when there is nothing to change.
+    bool keep(CAM_PROPERTY property, const CAM_PROP_VALUE& value) {
+        const std::lock_guard lock(values_mutex_);
+        const bool same =
+            property == CAM_PROPERTY_DIMENSION && values_[property].value == value.value;
+        if (same || property == CAM_PROPERTY_SHARPNESS) {
+            return false;
+        }
+        values_[property] = value;
+        return true;
     }
 
     void end_threads() {
@@ -246,6 +256,7 @@ class FakeCamera : public ICameraSubject {
     std::thread video_;
     std::mutex observers_mutex_;
     std::map<CAM_STREAM_TYPE, ICameraObserver*> observers_;
+    std::mutex values_mutex_;
     std::map<CAM_PROPERTY, CAM_PROP_VALUE> values_{{CAM_PROPERTY_SAMPLERATE, {16000}},
                                                    {CAM_PROPERTY_DIMENSION, {640 | 480 << 16}}};
     std::mutex stop_mutex_;
