@@ -82,14 +82,9 @@ class FirmwareLoader : public BusTest {
         WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", ImageWithVersion(3, 4));
         WriteFile("/mtd_rwcommon/lumo/bin/opxCamera.xml", VersionFile("2.0"));
         MakeLoader();
-        // A pause is counted, and lasts as long as it takes for the camera to go and, on a machine
-        // that is not overloaded, to come back.
-        clock().shorten(20ms);
-        clock().on_sleep([](const SleepCall&) { AwaitDeparture(); });
     }
     ~FirmwareLoader() override {
         loader_.reset();
-        clock().on_sleep(nullptr);
         SetCamDestroy(false);
     }
 
@@ -107,18 +102,6 @@ class FirmwareLoader : public BusTest {
         return all.empty() ? 99 : all[0];
     }
     void Stop() { loader_->Stop(); }
-    /// After a burn: until the boot code is out of the listing. Found there once more, it would be
-    /// taken for the camera that has come back.
-    static void AwaitDeparture() {
-        if (virtcam::bus::camera().flash().empty()) {
-            return;
-        }
-        EXPECT_TRUE(virtcam::bus::wait_until(
-            [] {
-                return ReadFile("/proc/bus/usb/devices").find("ProdID=2065") == std::string::npos;
-            },
-            kLimit));
-    }
     size_t Pauses() { return clock().count(1s); }
     /// A boot code without the newer interface makes the first open leave what it has.
     void ExpectLeavingsOfFailedClaim() {

@@ -19,7 +19,6 @@ class Initialisation : public CameraTest {
 TEST_F(Initialisation, BringsACameraWithoutFirmwareUp) {
     virtcam::bus::reset(BootCodeCamera());
     WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", ImageOf(3000));
-    clock().shorten(20ms);
     Create();
     log().reset();
     EXPECT_TRUE(Init());
@@ -225,7 +224,6 @@ TEST_F(Initialisation, ACameraThatNeverComesBackAnswersFalse) {
     configuration["camera"]["returns"] = false;
     virtcam::bus::reset(configuration);
     WriteFile("/mtd_rwcommon/lumo/bin/Tarlo_Ext_FW.bin", ImageOf(3000));
-    clock().shorten(20ms);
     Create();
     EXPECT_FALSE(Init());
     // The line follows the answer; the loader's end is waited for by the destruction.

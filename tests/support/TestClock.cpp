@@ -19,7 +19,14 @@ using std::chrono::microseconds;
 
 namespace {
 constexpr microseconds kLongSleep{10000};
+
+void pass(microseconds duration) {
+    const auto count = duration.count();
+    timespec rest{static_cast<time_t>(count / 1000000), static_cast<long>(count % 1000000) * 1000};
+    __real_nanosleep(&rest, nullptr);
 }
+
+}  // namespace
 
 struct TestClock::State {
     std::mutex mutex;
@@ -27,6 +34,7 @@ struct TestClock::State {
     microseconds limit{1000};
     std::vector<SleepCall> sleeps;
     std::function<void(const SleepCall&)> hook;
+    std::function<bool()> busy;
     std::vector<timeval> readings;
     size_t next_reading = 0;
 };
@@ -45,6 +53,11 @@ void TestClock::shorten(microseconds limit) {
     std::lock_guard lock(state().mutex);
     state().shortened = true;
     state().limit = limit;
+}
+
+void TestClock::lengthen_while(std::function<bool()> busy) {
+    std::lock_guard lock(state().mutex);
+    state().busy = std::move(busy);
 }
 
 void TestClock::real_time() {
@@ -88,12 +101,14 @@ void TestClock::set_wall_clock(std::vector<timeval> readings) {
 void TestClock::sleep_called(SleepCall::Function function, microseconds duration) {
     const SleepCall call{function, duration, std::this_thread::get_id()};
     std::function<void(const SleepCall&)> hook;
+    std::function<bool()> busy;
     {
         std::lock_guard lock(state().mutex);
         state().sleeps.push_back(call);
         if (duration >= kLongSleep) {
             hook = state().hook;
             if (state().shortened) {
+                busy = state().busy;
                 duration = std::min(duration, state().limit);
             }
         }
@@ -101,9 +116,12 @@ void TestClock::sleep_called(SleepCall::Function function, microseconds duration
     if (hook) {
         hook(call);
     }
-    const auto count = duration.count();
-    timespec rest{static_cast<time_t>(count / 1000000), static_cast<long>(count % 1000000) * 1000};
-    __real_nanosleep(&rest, nullptr);
+    pass(duration);
+    constexpr microseconds kRound{1000};
+    for (microseconds rest = call.duration - duration; busy && rest.count() > 0 && busy();
+         rest -= kRound) {
+        pass(kRound);
+    }
 }
 
 std::optional<timeval> TestClock::next_wall_clock() {

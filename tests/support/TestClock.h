@@ -28,6 +28,9 @@ class TestClock {
     /// Sleeps of 10 ms and more are cut to `limit` (default 1 ms); shorter ones stay real. All are
     /// recorded with the length that was asked for. This is the state that reset() gives.
     void shorten(std::chrono::microseconds limit = std::chrono::milliseconds(1));
+    /// A sleep that is cut goes on while this holds, for as long as was asked for at most: what a
+    /// device of real time does meanwhile is done at its end. Kept by reset(); empty: none.
+    void lengthen_while(std::function<bool()> busy);
     /// Sleeps take their real time.
     void real_time();
     /// Forgets records, hook and clock override, and shortens.

@@ -1,7 +1,8 @@
 /* A plain C program on the libusb interface: finds the camera, loads a firmware image into it,
  * waits for its second identity, and receives video and sound.
  *
- * Usage: smoke_program [SECONDS]; prints what it received; exit code 0 when all of it came. */
+ * Usage: smoke_program [SECONDS]; prints what it received; exit code 0 when all of it came. It goes on
+ * for longer, 30 s at most, while a picture or sound has yet to come. */
 #include <libusb-1.0/libusb.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,6 +15,7 @@
 #define VIDEO_ENDPOINT 0x81
 #define AUDIO_ENDPOINT 0x82
 #define PACKETS 10
+#define LONGEST 30.0
 
 struct counters {
     unsigned payloads;
@@ -131,6 +133,16 @@ static struct libusb_transfer* start_audio(libusb_device_handle* handle,
     return transfer;
 }
 
+static double seconds_since(const struct timespec* start) {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return (double)(now.tv_sec - start->tv_sec) + 1e-9 * (double)(now.tv_nsec - start->tv_nsec);
+}
+
+static int all_came(const struct counters* counters) {
+    return counters->frames > 0 && counters->audio_bytes > 0;
+}
+
 static void receive(libusb_context* context, libusb_device_handle* handle, double seconds,
                     struct counters* counters) {
     struct libusb_transfer* transfers[5];
@@ -140,14 +152,12 @@ static void receive(libusb_context* context, libusb_device_handle* handle, doubl
     for (int i = 3; i < 5; ++i) {
         transfers[i] = start_audio(handle, counters);
     }
-    struct timespec start, now;
+    struct timespec start;
     clock_gettime(CLOCK_MONOTONIC, &start);
-    do {
+    while (seconds_since(&start) < (all_came(counters) ? seconds : LONGEST)) {
         struct timeval round = {0, 33000};
         check("events", libusb_handle_events_timeout(context, &round));
-        clock_gettime(CLOCK_MONOTONIC, &now);
-    } while ((double)(now.tv_sec - start.tv_sec) + 1e-9 * (double)(now.tv_nsec - start.tv_nsec) <
-             seconds);
+    }
     counters->stopping = 1;
     for (int i = 0; i < 5; ++i) {
         libusb_cancel_transfer(transfers[i]);
@@ -184,5 +194,5 @@ int main(int argc, char** argv) {
     printf("%s: %u payloads, %u frames, %lu bytes; %u packets, %lu bytes; %u failures\n", product,
            counters.payloads, counters.frames, counters.video_bytes, counters.packets,
            counters.audio_bytes, counters.failures);
-    return counters.frames > 0 && counters.audio_bytes > 0 && counters.failures == 0 ? 0 : 1;
+    return all_came(&counters) && counters.failures == 0 ? 0 : 1;
 }
