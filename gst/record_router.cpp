@@ -25,6 +25,7 @@ void RecordRouter::run(GstClock* clock, GstClockTime base_time) {
 }
 
 void RecordRouter::pause() {
+    const std::lock_guard no_more(taking_);
     const std::lock_guard lock(mutex_);
     gst_object_replace(reinterpret_cast<GstObject**>(&clock_), nullptr);
 }
@@ -49,6 +50,7 @@ int64_t RecordRouter::instant_of(camhost::Stream stream, const CCameraData& reco
 }
 
 bool RecordRouter::take(camhost::Stream stream, const CCameraData& record) {
+    const std::shared_lock taking(taking_);
     std::shared_ptr<Channel> channel;
     StreamSettings settings;
     int64_t instant = 0;

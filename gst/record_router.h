@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 
 #include "gst/camera_control.h"
 #include "gst/capture_times.h"
@@ -27,6 +28,7 @@ class RecordRouter : public RecordSink {
 
     /// Records get running times of this clock; before, they are dropped.
     void run(GstClock* clock, GstClockTime base_time);
+    /// Afterwards no channel is given a record, until run().
     void pause();
 
     /// Jumps of the plug-in's time that were put right.
@@ -40,6 +42,7 @@ class RecordRouter : public RecordSink {
   private:
     int64_t instant_of(camhost::Stream stream, const CCameraData& record, int64_t seen);
 
+    std::shared_mutex taking_;  ///< held by capture threads with a record on its way; before mutex_
     mutable std::mutex mutex_;
     std::array<std::shared_ptr<Channel>, camhost::kStreamCount> channels_;
     GstClock* clock_ = nullptr;  ///< null while not running

@@ -6,6 +6,7 @@
 
 #include <thread>
 
+#include "gst/record_router.h"
 #include "host/pictures/annexb.h"
 #include "host/properties/property_catalog.h"
 #include "tests/gst/pipeline.h"
@@ -16,6 +17,7 @@ namespace {
 
 using testing::HasSubstr;
 
+constexpr int64_t kSecond = GST_SECOND;
 constexpr const char* kSink = " ! appsink name=sink sync=false async=false max-buffers=200";
 
 /// `how` is what the fake plug-in does (tests/host/fake_plugin.cpp).
@@ -45,7 +47,7 @@ TEST_P(Pad, DeliversWithCapsAndTimes) {
     const PadCase& want = GetParam();
     const Pipeline pipeline(camera("jpeg-interval=50") + "camera." + want.pad + kSink);
     const_cast<Pipeline&>(pipeline).play();
-    int64_t last = -1;
+    int64_t last = 0;
     for (int i = 0; i < 5; ++i) {
         const SampleRef sample = pipeline.pull("sink");
         ASSERT_NE(sample, nullptr) << i;
@@ -57,8 +59,11 @@ TEST_P(Pad, DeliversWithCapsAndTimes) {
             EXPECT_EQ(number_in(format, "height"), want.height);
         }
         EXPECT_EQ(number_in(format, want.width > 0 ? "framerate" : "rate"), want.rate);
-        EXPECT_EQ(has_flag(sample.get(), GST_BUFFER_FLAG_DISCONT), i == 0) << i;
-        EXPECT_GE(pts_of(sample.get()), last);
+        const int64_t step = pts_of(sample.get()) - last;
+        const bool late =
+            i > 0 && want.rate > 0 && step > 3 * kSecond / (2 * want.rate);  // busy machine
+        EXPECT_TRUE(has_flag(sample.get(), GST_BUFFER_FLAG_DISCONT) == (i == 0) || late) << i;
+        EXPECT_GE(step, 0);
         last = pts_of(sample.get());
     }
     EXPECT_EQ(pipeline.figure(want.pad, "dropped"), 0U);
@@ -195,7 +200,7 @@ TEST_F(Element, RecordOfUnknownSizeIsToldOnceAndCounted) {
     const auto warning = pipeline.warning();
     ASSERT_TRUE(warning);
     EXPECT_TRUE(warning->is(GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT));
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 300 && pipeline.figure("gray", "unknown") < 2; ++i) {
         ASSERT_NE(pipeline.pull("sink"), nullptr);
     }
     EXPECT_GE(pipeline.figure("gray", "unknown"), 2U);
@@ -539,6 +544,35 @@ TEST_F(Element, ReadyKeepsTheCameraUp) {
         ++messages;
     }
     EXPECT_EQ(messages, 2) << "searched for and ready, once";
+}
+
+/// Recording goes on for a while after the element has left PLAYING. ThreadSanitizer sees it when a
+/// record is still on its way into a channel that is opened anew.
+TEST(Router, GivesNoChannelARecordAfterPause) {
+    initialise();
+    const ObjectRef<GstClock> clock(gst_system_clock_obtain());
+    const auto channel = std::make_shared<Channel>(camhost::Stream::kH264Main);
+    std::vector<uint8_t> unit = fake::h264_units().front();
+    RecordRouter router;
+    router.connect(channel);
+    channel->open(kSecond);
+    router.run(clock.get(), 0);
+    const auto queued = [&] { return channel->queue().figures().queued; };
+    std::thread capture([&] {
+        router.take(camhost::Stream::kH264Main,
+                    {unit.data(), unit.size(), 0, CAM_STREAM_H264_MAIN});
+    });
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (queued() == 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(queued(), 1U);
+    router.pause();
+    channel->open(kSecond);
+    EXPECT_FALSE(router.take(camhost::Stream::kH264Main,
+                             {unit.data(), unit.size(), 0, CAM_STREAM_H264_MAIN}));
+    EXPECT_EQ(queued(), 0U);
+    capture.join();
 }
 
 TEST_F(Element, StopsAtOnceWhileTheCameraIsStillSearchedFor) {
