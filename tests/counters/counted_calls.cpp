@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include "tests/support/OperatorNew.h"
+
 namespace {
 
 thread_local bool g_counting = false;
@@ -38,7 +40,6 @@ bool count_on_this_thread(bool on) {
 
 }  // namespace test
 
-// operator new and new[], plain and with std::nothrow, as the compiler mangles them.
 extern "C" {
 void* __real_memcpy(void* to, const void* from, size_t size);
 void* __real_memmove(void* to, const void* from, size_t size);
@@ -50,10 +51,6 @@ void* __real___memset_chk(void* to, int value, size_t size, size_t room);
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
-void* __real__Znwm(size_t size);
-void* __real__Znam(size_t size);
-void* __real__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
-void* __real__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __real_pthread_cond_signal(pthread_cond_t* condition);
 int __real_pthread_cond_broadcast(pthread_cond_t* condition);
@@ -94,22 +91,6 @@ void* __wrap_realloc(void* memory, size_t size) {
     add(g_allocations, 1);
     return __real_realloc(memory, size);
 }
-void* __wrap__Znwm(size_t size) {
-    add(g_allocations, 1);
-    return __real__Znwm(size);
-}
-void* __wrap__Znam(size_t size) {
-    add(g_allocations, 1);
-    return __real__Znam(size);
-}
-void* __wrap__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
-    add(g_allocations, 1);
-    return __real__ZnwmRKSt9nothrow_t(size, tag);
-}
-void* __wrap__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
-    add(g_allocations, 1);
-    return __real__ZnamRKSt9nothrow_t(size, tag);
-}
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     add(g_locks, 1);
     return __real_pthread_mutex_lock(mutex);
@@ -122,4 +103,32 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
     add(g_signals, 1);
     return __real_pthread_cond_broadcast(condition);
 }
+}
+
+void* real_new(size_t size) asm("__real_" AITCAM_NEW);
+void* real_new(size_t size, const std::nothrow_t& tag) asm("__real_" AITCAM_NEW_NOTHROW);
+void* real_new_array(size_t size) asm("__real_" AITCAM_NEW_ARRAY);
+void* real_new_array(size_t size,
+                     const std::nothrow_t& tag) asm("__real_" AITCAM_NEW_ARRAY_NOTHROW);
+void* wrap_new(size_t size) asm("__wrap_" AITCAM_NEW);
+void* wrap_new(size_t size, const std::nothrow_t& tag) asm("__wrap_" AITCAM_NEW_NOTHROW);
+void* wrap_new_array(size_t size) asm("__wrap_" AITCAM_NEW_ARRAY);
+void* wrap_new_array(size_t size,
+                     const std::nothrow_t& tag) asm("__wrap_" AITCAM_NEW_ARRAY_NOTHROW);
+
+void* wrap_new(size_t size) {
+    add(g_allocations, 1);
+    return real_new(size);
+}
+void* wrap_new(size_t size, const std::nothrow_t& tag) {
+    add(g_allocations, 1);
+    return real_new(size, tag);
+}
+void* wrap_new_array(size_t size) {
+    add(g_allocations, 1);
+    return real_new_array(size);
+}
+void* wrap_new_array(size_t size, const std::nothrow_t& tag) {
+    add(g_allocations, 1);
+    return real_new_array(size, tag);
 }

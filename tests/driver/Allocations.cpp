@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include "tests/support/OperatorNew.h"
+
 namespace test {
 namespace {
 std::atomic<int> g_Countdown{0};
@@ -38,17 +40,16 @@ std::vector<size_t> take_array_sizes() {
 
 }  // namespace test
 
-// operator new and operator new[] with std::nothrow, as the compiler mangles them.
-extern "C" {
-void* __real__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
-void* __real__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
+void* RealNew(size_t size, const std::nothrow_t& tag) asm("__real_" AITCAM_NEW_NOTHROW);
+void* RealNewArray(size_t size, const std::nothrow_t& tag) asm("__real_" AITCAM_NEW_ARRAY_NOTHROW);
+void* WrapNew(size_t size, const std::nothrow_t& tag) asm("__wrap_" AITCAM_NEW_NOTHROW);
+void* WrapNewArray(size_t size, const std::nothrow_t& tag) asm("__wrap_" AITCAM_NEW_ARRAY_NOTHROW);
 
-void* __wrap__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
-    return test::ShallFail() ? nullptr : __real__ZnwmRKSt9nothrow_t(size, tag);
+void* WrapNew(size_t size, const std::nothrow_t& tag) {
+    return test::ShallFail() ? nullptr : RealNew(size, tag);
 }
 
-void* __wrap__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
+void* WrapNewArray(size_t size, const std::nothrow_t& tag) {
     test::RecordSize(size);
-    return test::ShallFail() ? nullptr : __real__ZnamRKSt9nothrow_t(size, tag);
-}
+    return test::ShallFail() ? nullptr : RealNewArray(size, tag);
 }
