@@ -1,11 +1,15 @@
 #include "host/writers/output_file.h"
 
+#include <sys/types.h>
+
 #include <cerrno>
 #include <cstring>
 
 #include "host/base/exit_code.h"
 
 namespace camhost {
+
+static_assert(sizeof(off_t) == 8, "a recording may be longer than 2 GiB");
 
 OutputFile::OutputFile(const std::filesystem::path& path)
     : path_(path), file_(std::fopen(path.c_str(), "wbe")) {

@@ -1,5 +1,7 @@
 #include "virtcam/bus/capture.h"
 
+#include <sys/types.h>
+
 #include <cerrno>
 #include <chrono>
 #include <ctime>
@@ -8,6 +10,8 @@
 
 namespace virtcam::bus {
 namespace {
+
+static_assert(sizeof(off_t) == 8, "a capture may be longer than 2 GiB");
 
 using model::append_le;
 using model::Bytes;
