@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/acceptance/plugin_log.h"
 #include "host/recording/recording_run.h"
 #include "host/session/session.h"
 
@@ -21,27 +22,37 @@ struct CheckResult {
 
 CheckResult passed_if(bool good, std::string measured);
 CheckResult skipped(std::string why);
+/// @param logged what the plug-in logged about it.
+CheckResult not_started(const std::optional<LoggedFaults>& logged);
 
-/// What the checks work with. All calls on the controlling thread.
+/// A recording, and what the plug-in logged meanwhile.
+struct CheckedRecording : RecordingResult {
+    std::optional<LoggedFaults> logged;  ///< nothing when the log cannot be read
+};
+
+/// What the checks work with: while it lives, the plug-in's log tells of the streams. All calls on
+/// the controlling thread.
 class CheckBench {
   public:
+    /// @param log the plug-in's.
     /// @param version what cam_version answered.
     /// @param person somebody is there to pull the cable.
-    CheckBench(Session& camera, const Controls& with, std::filesystem::path place, int version,
-               bool person)
-        : session(camera),
-          controls(with),
-          folder(std::move(place)),
-          plugin_version(version),
-          interactive(person) {}
+    CheckBench(Session& camera, const Controls& with, std::filesystem::path place,
+               const std::filesystem::path& log, int version, bool person);
+    /// Puts the log's level back.
+    ~CheckBench();
+    CheckBench(const CheckBench&) = delete;
+    CheckBench& operator=(const CheckBench&) = delete;
 
     /// Records all streams of a combination into a folder of its own. Throws Failure: kInterrupted
     /// on Ctrl-C, kCameraLost when the camera goes.
-    RecordingResult record(const std::string& name, int combination,
-                           std::chrono::milliseconds duration,
-                           std::chrono::milliseconds still_interval = {});
+    CheckedRecording record(const std::string& name, int combination,
+                            std::chrono::milliseconds duration,
+                            std::chrono::milliseconds still_interval = {});
     /// Two seconds of the combination with the most kinds of stream; recorded once.
-    const RecordingResult& reference();
+    const CheckedRecording& reference();
+    /// Starts recording for observers; why it could not be started, or nothing.
+    std::optional<CheckResult> start();
     /// Chooses a combination without recording.
     void choose(int combination);
     bool set(CAM_PROPERTY property, int value);
@@ -54,7 +65,9 @@ class CheckBench {
     const bool interactive;
 
   private:
-    std::optional<RecordingResult> reference_;
+    std::optional<CheckedRecording> reference_;
+    PluginLog log_;
+    int log_level_ = 0;  ///< that it had; 0: unknown
 };
 
 struct Check {

@@ -15,6 +15,7 @@ namespace camhost {
 namespace {
 
 using std::chrono::milliseconds;
+using Verdict = CheckResult::Verdict;
 
 constexpr milliseconds kCombinationDuration{1500};
 constexpr milliseconds kStillInterval{600};
@@ -40,12 +41,46 @@ std::string counts_of(const RecordingResult& result) {
     return words.empty() ? "nothing arrived" : join(words);
 }
 
-CheckResult judged(const std::vector<Finding>& findings, const RecordingResult& result) {
+/// What the log tells of the frames; empty when they are good. Where nearly all are broken their
+/// boundaries are wrong, and what is in them tells nothing: but the more pieces there are to each
+/// beginning of a frame, the shorter is what is between two boundaries.
+std::string fault_of_frames(const CheckedRecording& result) {
+    constexpr unsigned kEnough = 8;
+    constexpr unsigned kSinglePayloads = 5;
+    const LoggedFaults& logged = *result.logged;
+    const StreamSummary* main = summary_of(result, Stream::kH264Main);
+    const uint64_t whole = main == nullptr ? 0 : main->pictures;
+    if (logged.broken_frames < kEnough || logged.broken_frames < 3 * whole) {
+        return join(logged.frames);
+    }
+    return format("%u broken pieces of frames and %llu whole ones: ", logged.broken_frames,
+                  static_cast<unsigned long long>(whole)) +
+           (logged.broken_frames > kSinglePayloads * logged.begun_frames
+                ? "the frame ID toggles within frames"
+                : "end of frame is not on a payload of its own");
+}
+
+/// Behind a failure: what the log tells that is nearest to its cause.
+std::string cause_of(const CheckedRecording& result) {
+    if (!result.logged) {
+        return {};
+    }
+    for (const std::string& words :
+         {join(result.logged->transfers), fault_of_frames(result), join(result.logged->sequence)}) {
+        if (!words.empty()) {
+            return "; " + words;
+        }
+    }
+    return {};
+}
+
+CheckResult judged(const std::vector<Finding>& findings, const CheckedRecording& result) {
     for (const Finding& finding : findings) {
         if (!finding.passed) {
             return passed_if(false,
                              "not so: " + finding.what +
-                                 (finding.detail.empty() ? "" : " (" + finding.detail + ")"));
+                                 (finding.detail.empty() ? "" : " (" + finding.detail + ")") +
+                                 cause_of(result));
         }
     }
     return passed_if(true, counts_of(result));
@@ -54,11 +89,11 @@ CheckResult judged(const std::vector<Finding>& findings, const RecordingResult& 
 CheckResult check_combination(CheckBench& bench, const Combination& combination) {
     const bool by_signal = bench.session.by_signal_type();
     const bool stills = by_signal && combination.carries.count(Stream::kJpeg) > 0;
-    const RecordingResult result =
+    const CheckedRecording result =
         bench.record(combination.name, combination.number, kCombinationDuration,
                      stills ? kStillInterval : milliseconds(0));
     if (result.end != RecordingResult::End::kComplete) {
-        return passed_if(false, "recording could not be started");
+        return not_started(result.logged);
     }
     if (!result.stop_confirmed || bench.session.state() != CAM_STATE_READY) {
         return passed_if(false,
@@ -80,16 +115,82 @@ CheckResult within(double value, double least, double most, const char* unit) {
                      format("%.1f %s (%g to %g)", value, unit, least, most));
 }
 
+/// Behind a rate that is too low: when one stream stopped and the other did not.
+std::string stop_of(const StreamSummary& stream, const StreamSummary* other, const char* words) {
+    constexpr double kSilence = 0.75;  // seconds
+    const bool stopped =
+        other != nullptr && stream.records > 1 && other->seconds - stream.seconds > kSilence;
+    return stopped ? format("; after %.1f s %s", stream.seconds, words) : "";
+}
+
+CheckResult with_words(CheckResult result, const std::string& words) {
+    if (result.verdict == Verdict::kFail) {
+        result.measured += words;
+    }
+    return result;
+}
+
+/// Recorded with the most kinds of stream: why a check of it cannot be made, or nothing.
+std::optional<CheckResult> without_reference(CheckBench& bench) {
+    if (bench.reference().end != RecordingResult::End::kComplete) {
+        return not_started(bench.reference().logged);
+    }
+    return std::nullopt;
+}
+
 CheckResult check_rate(CheckBench& bench) {
+    if (const auto failure = without_reference(bench)) {
+        return *failure;
+    }
     const StreamSummary* main = summary_of(bench.reference(), Stream::kH264Main);
     if (main == nullptr) {
-        return passed_if(false, "the main stream is silent");
+        return passed_if(false, "the main stream is silent" + cause_of(bench.reference()));
     }
     const auto rate = bench.session.get(CAM_PROPERTY_FRAMERATE);
     const double nominal = rate && rate->value > 0 ? rate->value : 30;
     // Over the whole recording, which begins with pictures that came during the start.
     const double measured = static_cast<double>(main->records) / bench.reference().seconds;
-    return within(measured, nominal * 0.85, nominal * 1.3, "pictures/s");
+    const StreamSummary* sound = summary_of(bench.reference(), Stream::kPcm);
+    return with_words(within(measured, nominal * 0.85, nominal * 1.3, "pictures/s"),
+                      stop_of(*main, sound, "the pictures stop and the sound does not") +
+                          cause_of(bench.reference()));
+}
+
+/// What the log tells of the reference recording: `fault` makes a sentence of it, empty when there
+/// is none.
+CheckResult judged_by_log(CheckBench& bench, const char* good,
+                          std::string (*fault)(const CheckedRecording&)) {
+    if (const auto failure = without_reference(bench)) {
+        return *failure;
+    }
+    const CheckedRecording& result = bench.reference();
+    if (!result.logged) {
+        return skipped("the plug-in's log cannot be read");
+    }
+    if (result.logged->dropped_here > 0) {
+        return passed_if(false, format("%u payloads came while the plug-in's buffers were full: "
+                                       "this machine is too slow to tell",
+                                       result.logged->dropped_here));
+    }
+    const std::string words = fault(result);
+    if (words.empty() && summary_of(result, Stream::kH264Main) == nullptr) {
+        return passed_if(false, "the main stream is silent: nothing to judge");
+    }
+    return passed_if(words.empty(), words.empty() ? good : words);
+}
+
+CheckResult check_transfers(CheckBench& bench) {
+    return judged_by_log(bench, "none failed",
+                         [](const auto& result) { return join(result.logged->transfers); });
+}
+
+CheckResult check_frames(CheckBench& bench) {
+    return judged_by_log(bench, "all whole", fault_of_frames);
+}
+
+CheckResult check_sequence(CheckBench& bench) {
+    return judged_by_log(bench, "no gap",
+                         [](const auto& result) { return join(result.logged->sequence); });
 }
 
 CheckResult check_time_stamps(CheckBench& bench) {
@@ -110,6 +211,9 @@ CheckResult check_time_stamps(CheckBench& bench) {
 }
 
 CheckResult check_audio_rate(CheckBench& bench) {
+    if (const auto failure = without_reference(bench)) {
+        return *failure;
+    }
     const StreamSummary* sound = summary_of(bench.reference(), Stream::kPcm);
     if (sound == nullptr) {
         return passed_if(false, "no sound");
@@ -119,7 +223,9 @@ CheckResult check_audio_rate(CheckBench& bench) {
     constexpr double kFrameBytes = 4;
     const double measured =
         static_cast<double>(sound->bytes) / kFrameBytes / bench.reference().seconds;
-    return within(measured, nominal * 0.85, nominal * 1.2, "samples/s");
+    const StreamSummary* main = summary_of(bench.reference(), Stream::kH264Main);
+    return with_words(within(measured, nominal * 0.85, nominal * 1.2, "samples/s"),
+                      stop_of(*sound, main, "the sound stops and the pictures do not"));
 }
 
 double level_of(const std::filesystem::path& file) {
@@ -153,9 +259,8 @@ CheckResult check_key_frame(CheckBench& bench) {
     constexpr unsigned kMost = 10;
     bench.choose(richest(bench.session.selector()).number);
     StreamProbe probe(bench.session.camera(), Stream::kH264Main, bench.controls.wake);
-    if (!bench.session.start()) {
-        bench.session.stop();
-        return passed_if(false, "recording could not be started");
+    if (const auto failure = bench.start()) {
+        return *failure;
     }
     // Right after one, so that the next comes for no other reason.
     const bool first =
@@ -183,7 +288,7 @@ CheckResult check_bit_rate(CheckBench& bench) {
         if (!bench.set(CAM_PROPERTY_BITRATE, rate)) {
             return passed_if(false, format("%d bit/s was refused", rate));
         }
-        const RecordingResult result =
+        const CheckedRecording result =
             bench.record(format("bit-rate-%d", rate), richest(bench.session.selector()).number,
                          milliseconds(3000));
         const StreamSummary* main = summary_of(result, Stream::kH264Main);
@@ -201,7 +306,7 @@ CheckResult check_frame_rate(CheckBench& bench) {
     if (!bench.set(CAM_PROPERTY_FRAMERATE, kHalf)) {
         return passed_if(false, "15/s was refused");
     }
-    const RecordingResult result =
+    const CheckedRecording result =
         bench.record("frame-rate", richest(bench.session.selector()).number, milliseconds(2000));
     bench.set(CAM_PROPERTY_FRAMERATE, 30);
     const StreamSummary* main = summary_of(result, Stream::kH264Main);
@@ -215,9 +320,8 @@ CheckResult check_stills(CheckBench& bench) {
     constexpr unsigned kTriggers = 3;
     bench.choose(with_stills(bench.session.selector()).number);
     StreamProbe probe(bench.session.camera(), Stream::kJpeg, bench.controls.wake);
-    if (!bench.session.start()) {
-        bench.session.stop();
-        return passed_if(false, "recording could not be started");
+    if (const auto failure = bench.start()) {
+        return *failure;
     }
     unsigned answered = 0;
     for (unsigned i = 1; i <= kTriggers; ++i) {
@@ -243,7 +347,11 @@ CheckResult check_axes(CheckBench& bench) {
         const bool set = bench.set(property, value);
         const auto back = bench.session.get(property);
         good = good && set && back && back->value == value;
-        words.push_back(back ? format("%s %d", name, back->value) : format("%s: no answer", name));
+        words.push_back(!set    ? format("%s %d was refused", name, value)
+                        : !back ? format("%s: no answer", name)
+                        : back->value == value
+                            ? format("%s %d", name, value)
+                            : format("%s stays at %d, was set to %d", name, back->value, value));
         bench.set(property, 0);
     }
     bench.stop_if_over();
@@ -305,6 +413,9 @@ std::vector<Check> all_checks(Selector selector) {
     }
     const std::vector<Check> rest{
         {"picture-rate", "the main stream has its pictures per second", check_rate},
+        {"transfers", "none fails, and every payload is sound", check_transfers},
+        {"frames", "each holds what the headers of its sub-streams say", check_frames},
+        {"sequence", "the numbers of both H.264 streams count without a gap", check_sequence},
         {"time-stamps", "they never go back and leave no hole of half a second", check_time_stamps},
         {"audio-rate", "as many samples per second as the rate says", check_audio_rate},
         {"audio-level", "there is something to hear", check_audio_level},

@@ -192,8 +192,8 @@ ExitCode run_check(const Options& options) {
         folder = temporary.emplace().path();
     }
     std::filesystem::create_directories(folder);
-    Workbench bench(options.common,
-                    options.common.log.empty() ? folder / "plugin.log" : options.common.log);
+    const auto log = options.common.log.empty() ? folder / "plugin.log" : options.common.log;
+    Workbench bench(options.common, log);
     AcceptanceTest test(options.check, bench.console());
     const auto begin = Clock::now();
     Session* session = nullptr;
@@ -210,7 +210,7 @@ ExitCode run_check(const Options& options) {
         test.add(kFound, passed_if(true, format("after %.1f s", seconds)), seconds);
     }
     const Controls controls = bench.controls();
-    CheckBench checks(*session, controls, folder, bench.plugin().version(),
+    CheckBench checks(*session, controls, folder, log, bench.plugin().version(),
                       options.check.interactive);
     test.run(all_checks(session->selector()), checks);
     const bool lost = session->lost() && !options.check.interactive;

@@ -59,6 +59,16 @@ void print_paragraph(Console& console, const char* heading, const std::string& t
     console.line("    " + line);
 }
 
+/// The line in which a check fails; empty when it does not.
+std::string failure_of(const std::string& check, const std::string& output) {
+    for (const std::string& line : split(output, '\n')) {
+        if (line.starts_with("FAIL  " + check + " ")) {
+            return line;
+        }
+    }
+    return {};
+}
+
 /// Runs one scenario: camhost records with its camera, in a process of its own, since the loader
 /// gives each process one bus.
 class ScenarioRunner {
@@ -81,20 +91,21 @@ class ScenarioRunner {
         return judge(scenario_, evidence);
     }
 
-    /// Checks of camhost check that should find the fault and do not.
+    /// Checks of camhost check that should name the fault and do not.
     std::vector<std::string> run_checks() {
         std::vector<std::string> words{std::filesystem::read_symlink("/proc/self/exe"), "check",
                                        "--virtual=" + (folder_ / "virtual-bus.json").string()};
         add_common(words);
-        for (const std::string& name : scenario_.fails) {
+        for (const auto& [name, finding] : scenario_.fails) {
             words.insert(words.end(), {"--only", name});
         }
         const auto output = folder_ / "check.txt";
         run_program(words, output);
         std::vector<std::string> blind;
-        for (const std::string& name : scenario_.fails) {
-            if (text_of(output).find("FAIL  " + name) == std::string::npos) {
-                blind.push_back("camhost check: " + name + " does not find it");
+        for (const auto& [name, finding] : scenario_.fails) {
+            if (failure_of(name, text_of(output)).find(finding) == std::string::npos) {
+                blind.push_back(format("camhost check: %s does not tell \"%s\"", name.c_str(),
+                                       finding.c_str()));
             }
         }
         return blind;

@@ -1,10 +1,12 @@
 #include "host/commands/workbench.h"
 
 #include <algorithm>
+#include <fstream>
 
 #include "host/base/exit_code.h"
 #include "host/base/text.h"
 #include "host/commands/virtual_camera.h"
+#include "host/session/absence.h"
 #include "host/session/cures.h"
 #include "host/session/firmware_download.h"
 
@@ -139,8 +141,10 @@ void Workbench::give_up(BringUp result) {
             console_.line("note: " + cure);
         }
     }
-    throw Failure(ExitCode::kNoCamera,
-                  "the camera is not usable: Init reported false, it is " + state + see);
+    std::ifstream listing(kBusListing);
+    const std::string why = absence(firmware_download(), listing);
+    throw Failure(ExitCode::kNoCamera, "the camera is not usable: Init reported false, it is " +
+                                           state + (why.empty() ? "" : "; " + why) + see);
 }
 
 void Workbench::step_done() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -28,9 +29,10 @@ struct Scenario {
     std::string plugin;  ///< what the plug-in does about it
     std::string host;    ///< what a host of the plug-in sees
     ScenarioRun run;
-    nlohmann::json configuration;    ///< of the virtual bus, the rules with the scenario's seed
-    nlohmann::json expect;           ///< see judgement.h
-    std::vector<std::string> fails;  ///< checks of `camhost check` that find it
+    nlohmann::json configuration;  ///< of the virtual bus, the rules with the scenario's seed
+    nlohmann::json expect;         ///< see judgement.h
+    /// Checks of `camhost check` that find it, each with words in which it does.
+    std::map<std::string, std::string> fails;
 
     /// Throws Failure (kUsage) with the file's name when it is malformed.
     static Scenario read(const std::filesystem::path& file);

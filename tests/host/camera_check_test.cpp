@@ -1,5 +1,5 @@
-// camhost check on cameras with a fault each: the check that should find it does, and the others that
-// can pass do.
+// camhost check on cameras with a fault each: the check that should find it does and says what is
+// wrong, and the others that can pass do.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -12,12 +12,14 @@
 #include <string>
 #include <vector>
 
+#include "host/scenarios/scenario.h"
 #include "tests/host/subprocess.h"
 #include "tests/host/temporary_folder.h"
 
 namespace camhost::test {
 namespace {
 
+using testing::IsEmpty;
 using testing::IsSupersetOf;
 using Names = std::set<std::string>;
 
@@ -35,16 +37,11 @@ Names some_checks(const Names& besides) {
     return names;
 }
 
-/// Runs camhost check; `only` empty: all of it.
-ProcessResult check(const std::string& faults, const Names& only) {
+/// Runs camhost check on a virtual camera; `only` empty: all of it.
+ProcessResult check_camera(const std::string& configuration, const Names& only) {
     std::vector<std::string> command{
-        getenv("CAMHOST"),
-        "check",
-        R"(--virtual={"camera": {"identity": "run-time"}, "faults": [)" + faults + "]}",
-        "--plugin",
-        getenv("PLUGIN"),
-        "--virtual-bus",
-        getenv("VIRTUAL_BUS")};
+        getenv("CAMHOST"), "check",         "--virtual=" + configuration, "--plugin",
+        getenv("PLUGIN"),  "--virtual-bus", getenv("VIRTUAL_BUS")};
     for (const std::string& name : only) {
         command.insert(command.end(), {"--only", name});
     }
@@ -53,6 +50,11 @@ ProcessResult check(const std::string& faults, const Names& only) {
         preload += std::string(":") + sandbox;
     }
     return run_process(command, {preload}, {}, false, std::chrono::seconds(180));
+}
+
+ProcessResult check(const std::string& faults, const Names& only) {
+    return check_camera(R"({"camera": {"identity": "run-time"}, "faults": [)" + faults + "]}",
+                        only);
 }
 
 Names with_verdict(const std::string& verdict, const std::string& output) {
@@ -139,8 +141,68 @@ TEST_P(SeededDefect, IsFoundByTheRightCheckAlone) {
 INSTANTIATE_TEST_SUITE_P(All, SeededDefect, testing::ValuesIn(defects()),
                          [](const auto& defect) { return defect.param.name; });
 
+/// Scenarios whose files say in which words camhost check names them.
+std::vector<Scenario> named_scenarios() {
+    std::vector<Scenario> all = read_scenarios(SCENARIOS);
+    all.erase(std::remove_if(all.begin(), all.end(),
+                             [](const Scenario& each) { return each.fails.empty(); }),
+              all.end());
+    return all;
+}
+
+/// What the checks should have said and did not.
+std::vector<std::string> unsaid(const Scenario& scenario, const std::string& output) {
+    std::vector<std::string> missing;
+    for (const auto& [name, words] : scenario.fails) {
+        const size_t line = output.find("FAIL  " + name + " ");
+        const size_t found = output.find(words, line);
+        if (line == std::string::npos || found > output.find('\n', line)) {
+            missing.push_back(name + ": " + words);
+        }
+    }
+    return missing;
+}
+
+class NamedFault : public testing::TestWithParam<Scenario> {};
+
+TEST_P(NamedFault, IsNamedByTheRightCheck) {
+    // A camera that gets no processor time may not come to its fault in the seconds of a check.
+    constexpr int kTries = 5;
+    Names names;
+    for (const auto& [name, words] : GetParam().fails) {
+        names.insert(name);
+    }
+    ProcessResult result;
+    std::vector<std::string> missing;
+    for (int i = 0; i == 0 || (i < kTries && !missing.empty()); ++i) {
+        result = check_camera(GetParam().configuration.dump(), names);
+        missing = unsaid(GetParam(), result.out);
+    }
+    EXPECT_THAT(missing, IsEmpty()) << result.out << result.err;
+    EXPECT_NE(result.code, kOk);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, NamedFault, testing::ValuesIn(named_scenarios()),
+                         [](const auto& scenario) {
+                             std::string name = scenario.param.name;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
+TEST(NamedFaults, AreOfManyKinds) {
+    Names sentences;
+    for (const Scenario& each : named_scenarios()) {
+        for (const auto& [name, words] : each.fails) {
+            EXPECT_GT(words.size(), 10U) << each.name;
+            sentences.insert(words);
+        }
+    }
+    EXPECT_GE(sentences.size(), 15U);
+}
+
 TEST(SoundCamera, PassesEveryCheck) {
-    const Names rates{"audio-rate", "bit-rate", "frame-rate", "picture-rate", "stills"};
+    const Names rates{"audio-rate",   "bit-rate", "frame-rate", "frames",
+                      "picture-rate", "sequence", "stills",     "transfers"};
     const ProcessResult result = check("", whole_check() ? Names{} : some_checks(rates));
     EXPECT_TRUE(result.code == kOk || result.code == kCheckFailed) << result.out << result.err;
     const Names failed = with_verdict("FAIL", result.out);

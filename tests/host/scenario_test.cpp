@@ -55,7 +55,7 @@ TEST_P(EveryScenario, EndsAsItsFileSays) {
     const TemporaryFolder folder;
     const ProcessResult result =
         run_camhost({"scenario", "run", GetParam(), "--plugin", getenv("PLUGIN"), "--virtual-bus",
-                     getenv("VIRTUAL_BUS"), "--check", "--keep", folder.path()},
+                     getenv("VIRTUAL_BUS"), "--keep", folder.path()},
                     true);
     const std::string told = result.out + result.err + folder.text_of(GetParam() + "/camhost.txt");
     if (from_environment("SANITIZE") == "thread") {
@@ -86,6 +86,31 @@ TEST(Scenarios, AreListedAndShown) {
     const ProcessResult wrong = run_camhost({"scenario", "run", "payload-list"}, false);
     EXPECT_EQ(wrong.code, 2);
     EXPECT_THAT(wrong.err, HasSubstr("did you mean 'payload-lost'?"));
+}
+
+/// Runs a copy of a scenario, its checks too, that wants these words of them.
+ProcessResult run_with_words(const TemporaryFolder& folder, const std::string& name,
+                             const std::string& check, const std::string& words) {
+    json file = json::parse(std::ifstream(std::string(SCENARIOS "/") + name + ".json"));
+    file["fails"] = {{check, words}};
+    std::ofstream(folder.path() / (name + ".json")) << file.dump();
+    return run_camhost({"scenario", "--scenarios", folder.path(), "run", name, "--check",
+                        "--plugin", getenv("PLUGIN"), "--virtual-bus", getenv("VIRTUAL_BUS")},
+                       true);
+}
+
+TEST(Scenarios, ChecksAreJudgedByTheirWords) {
+    if (from_environment("SANITIZE") == "thread") {
+        return;  // as above
+    }
+    const TemporaryFolder folder;
+    const ProcessResult right =
+        run_with_words(folder, "unplug-before-start", "found", "no camera is on the bus");
+    EXPECT_EQ(right.code, 0) << right.out << right.err;
+    const ProcessResult wrong =
+        run_with_words(folder, "unplug-before-start", "found", "the lens is dirty");
+    EXPECT_EQ(wrong.code, 7);
+    EXPECT_THAT(wrong.out, HasSubstr("camhost check: found does not tell \"the lens is dirty\""));
 }
 
 class Judgement : public testing::Test {
