@@ -54,12 +54,12 @@ class Connection {
 
     void serve(ByteView bytes) {
         reader_.feed(bytes);
-        while (const auto command = reader_.next()) {
+        while (auto command = reader_.next()) {
             Bytes wire;
             if (const auto* unlink = std::get_if<Unlink>(&*command)) {
                 stream_->unlink(*unlink, wire);
             } else {
-                stream_->submit(std::get<Submit>(*command));
+                stream_->submit(std::get<Submit>(std::move(*command)));
             }
             stream_->serve(virtcam::model::Clock::now(), wire);
             if (!wire.empty() && wire.size() < kHeaderBytes) {
