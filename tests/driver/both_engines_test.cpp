@@ -162,7 +162,7 @@ TYPED_TEST(EngineStream, StopWaitsForACompletionOfAnotherThread) {
     this->Forget();
     std::future<int> stop;
     {
-        pMutexLock completion(this->m_Engine->m_ProducerMtx);
+        pFastMutexLock completion(this->m_Engine->m_ProducerMtx);
         stop = std::async(std::launch::async, [&] { return this->Stop(); });
         EXPECT_EQ(stop.wait_for(20ms), std::future_status::timeout);
         EXPECT_EQ(this->Queued(), 0u);
@@ -245,7 +245,7 @@ TYPED_TEST(EngineStream, CompletionHoldsTheProducerLock) {
     this->Forget();
     std::future<void> round;
     {
-        pMutexLock lock(this->m_Engine->m_ProducerMtx);
+        pFastMutexLock lock(this->m_Engine->m_ProducerMtx);
         round = std::async(std::launch::async, [&] { this->m_Engine->handle_libusb_event(); });
         EXPECT_EQ(round.wait_for(20ms), std::future_status::timeout);
         EXPECT_TRUE(this->usb().submits().empty());

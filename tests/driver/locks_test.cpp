@@ -1,4 +1,4 @@
-// pMutex, pMutexLock, pSyncEvent, CamMutex.
+// pMutex, pMutexLock, pFastMutex, pFastMutexLock, pSyncEvent, CamMutex.
 #include <errno.h>
 #include <pthread.h>
 #include <sys/time.h>
@@ -88,6 +88,62 @@ TEST_F(Locks, ProcessWideLocksAreRecursive) {
     }
     EXPECT_TRUE(IsFree(gCtrlTransferMtx.Get()));
     EXPECT_TRUE(IsFree(m_libusb_ctrl_lock.Get()));
+}
+
+TEST_F(Locks, FastMutexExcludesOthers) {
+    pFastMutex mutex;
+    int counter = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int k = 0; k < 500; ++k) {
+                pFastMutexLock lock(mutex);
+                const int before = counter;
+                if (k % 8 == 0) {
+                    std::this_thread::yield();  // so that others come and wait
+                }
+                counter = before + 1;
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(counter, 2000);
+}
+
+/// Each release lets in one of those that wait, and the last one leaves it free.
+TEST_F(Locks, FastMutexIsPassedFromOneToTheNext) {
+    constexpr int kThreads = 3;
+    pFastMutex mutex;
+    std::atomic<int> entered{0}, allowed{0};
+    std::vector<std::thread> threads;
+    mutex.Acquire();
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            pFastMutexLock lock(mutex);
+            const int mine = ++entered;
+            while (allowed < mine) {
+                std::this_thread::yield();
+            }
+        });
+    }
+    GiveItTime();
+    EXPECT_EQ(entered, 0);
+    mutex.Release();
+    for (int i = 1; i <= kThreads; ++i) {
+        while (entered < i) {
+            std::this_thread::yield();
+        }
+        GiveItTime();
+        EXPECT_EQ(entered, i);
+        allowed = i;
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    mutex.Acquire();
+    mutex.Release();
 }
 
 TEST_F(Locks, CamMutexExcludesOthers) {

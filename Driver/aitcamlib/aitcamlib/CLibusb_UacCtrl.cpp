@@ -329,7 +329,7 @@ int CLibUSB_UacCtrl::UAC_DisableAudioStream() {
 /// Under the producer lock: a completion on another thread that has seen the stream running resubmits
 /// before the cancellation, not after it.
 void CLibUSB_UacCtrl::EndStream() {
-    pMutexLock producer(m_ProducerMtx);
+    pFastMutexLock producer(m_ProducerMtx);
     IsStreaming = false;
 }
 

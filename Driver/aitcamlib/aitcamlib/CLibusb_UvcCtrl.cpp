@@ -163,7 +163,7 @@ bool CLibUSB_UvcCtrl::ProbeRequest(unsigned char request, unsigned char selector
 
 /// Frame buffers, queue, and the first buffer for the producer. False when memory is short.
 bool CLibUSB_UvcCtrl::OpenFrameQueue() {
-    pMutexLock producer(m_ProducerMtx);
+    pFastMutexLock producer(m_ProducerMtx);
     bulk_offset = 0;
     if (!CreateQueue(m_dwMaxFrameSize)) {
         return false;
@@ -248,7 +248,7 @@ int CLibUSB_UvcCtrl::UVC_DisableVideoStream() {
 void CLibUSB_UvcCtrl::CloseFrameQueue() {
     pMutexLock lock(m_TransferMtx);
     {
-        pMutexLock producer(m_ProducerMtx);
+        pFastMutexLock producer(m_ProducerMtx);
         delete m_pCurFrameBufForWrite;
         m_pCurFrameBufForWrite = nullptr;
     }

@@ -128,7 +128,7 @@ void UsbStreamEngine::callback(libusb_transfer* transfer) {
     if (engine == nullptr) {
         return;
     }
-    pMutexLock lock(engine->m_ProducerMtx);
+    pFastMutexLock lock(engine->m_ProducerMtx);
     param->in_flight.store(false, std::memory_order_release);
     if (transfer->status == LIBUSB_TRANSFER_NO_DEVICE) {
         engine->m_bDeviceGone = true;
@@ -315,7 +315,7 @@ void UsbStreamEngine::ReapLeftovers() {
 }
 
 void UsbStreamEngine::FreeTransfer(int index) {
-    pMutexLock lock(m_ProducerMtx);
+    pFastMutexLock lock(m_ProducerMtx);
     libusb_transfer* transfer = m_pTransfers[index];
     TransferCbParam* param = Param(index);
     m_pTransfers[index] = nullptr;
@@ -366,7 +366,7 @@ void UsbStreamEngine::DestroyQueue() {
     StaticSyncQueue<CFrameBuf*>* queue;
     {
         // A completion that runs elsewhere ends before its queue goes.
-        pMutexLock lock(m_ProducerMtx);
+        pFastMutexLock lock(m_ProducerMtx);
         queue = m_pFrameQueue.exchange(nullptr);
     }
     const Deadline deadline;

@@ -9,7 +9,7 @@
 //   producer lock  one completion, and the parts of teardown that a completion must not meet.
 //                  Needed besides the transfer lock because libusb's synchronous calls handle the
 //                  events of their context too: a completion may run on any thread inside a
-//                  control transfer.
+//                  control transfer. Not recursive: libusb completes nothing inside a submission.
 //   queue mutex    inside StaticSyncQueue.
 //
 // Stop contract: the engine's stop marks the stream as ended (a completion with good data is not
@@ -139,7 +139,7 @@ class UsbStreamEngine {
     StaticSyncQueue<CFrameBuf*>* Queue() const { return m_pFrameQueue.load(); }
 
     pMutex m_TransferMtx ACQUIRED_BEFORE(m_ProducerMtx);
-    pMutex m_ProducerMtx;
+    pFastMutex m_ProducerMtx;
     libusb_device_handle* m_pDevH = nullptr;
     libusb_context* m_ctx = nullptr;
     libusb_device* m_pDev = nullptr;

@@ -137,6 +137,20 @@ void pSyncEvent::Trigger() {
     Trigger(internal_mutex);
 }
 
+void pFastMutex::AwaitTurn() {
+    pMutexLock lock(m_TurnMutex);
+    while (m_nTurns == 0) {
+        m_TurnEvent.Wait(m_TurnMutex, -1);
+    }
+    --m_nTurns;
+}
+
+void pFastMutex::PassTurn() {
+    pMutexLock lock(m_TurnMutex);
+    ++m_nTurns;
+    m_TurnEvent.Signal();
+}
+
 CamMutex::CamMutex() {
     InitMutex(&m_mutex, PTHREAD_MUTEX_NORMAL);
 }
