@@ -101,10 +101,11 @@ class CLibUSB_UvcCtrl : public UsbStreamEngine {
 
     // Reassembly, step by step.
     int BufferWaitMs() const;
-    struct BulkPayload;
-    void AskForFreshBuffer(const BulkPayload& payload) REQUIRES(m_ProducerMtx);
-    void CrossFrameBoundary(BulkPayload& payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
-    bool AppendPayload(const BulkPayload& payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
+    class BulkPayload;
+    bool TakePayload(const libusb_transfer& transfer) REQUIRES(m_ProducerMtx);
+    void AskForFreshBuffer(BulkPayload payload) REQUIRES(m_ProducerMtx);
+    bool CrossFrameBoundary(BulkPayload payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
+    bool AppendPayload(BulkPayload payload, unsigned char* dst) REQUIRES(m_ProducerMtx);
 
     /// The transfer lock by the name that it is known by on this engine; what both engines share
     /// calls it by the base's.

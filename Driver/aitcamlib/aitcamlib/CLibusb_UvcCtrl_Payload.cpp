@@ -28,23 +28,22 @@ constexpr int kHeaderSize = static_cast<int>(kUvcPayloadHeaderSize);
 
 }  // namespace
 
-/// What a completion brought, read once: no more than was asked for, whatever the completion says. A
-/// payload of one byte has no flags: they count as 0.
-struct CLibUSB_UvcCtrl::BulkPayload {
-    explicit BulkPayload(const libusb_transfer& transfer)
-        : bytes(transfer.buffer),
-          length(std::min(transfer.actual_length, transfer.length)),
-          headerLength(length > 0 ? bytes[0] : 0),
-          flags(length > 1 ? bytes[1] : 0) {}
+/// What a completion brought: no more than was asked for, whatever the completion says.
+class CLibUSB_UvcCtrl::BulkPayload {
+  public:
+    explicit BulkPayload(const libusb_transfer& transfer) : m_Transfer(transfer) {}
 
-    const unsigned char* Data() const { return bytes + kHeaderSize; }
+    /// Header included.
+    int Length() const { return std::min(m_Transfer.actual_length, m_Transfer.length); }
+    unsigned char HeaderLength() const { return Length() > 0 ? m_Transfer.buffer[0] : 0; }
+    /// A payload of one byte has none: they count as 0.
+    unsigned char Flags() const { return Length() > 1 ? m_Transfer.buffer[1] : 0; }
+    const unsigned char* Data() const { return m_Transfer.buffer + kHeaderSize; }
     /// 0 or less: the payload has no data.
-    int DataLength() const { return length - kHeaderSize; }
+    int DataLength() const { return Length() - kHeaderSize; }
 
-    const unsigned char* const bytes;
-    const int length;  ///< header included
-    const unsigned char headerLength;
-    unsigned char flags;
+  private:
+    const libusb_transfer& m_Transfer;
 };
 
 /// Called by the completion callback, on whatever thread handles the events of the engine's context,
@@ -65,38 +64,37 @@ int CLibUSB_UvcCtrl::FillVideoBuf_Bulk(libusb_transfer* transfer) {
     if (m_pCurFrameBufForWrite == nullptr) {
         return 0;
     }
-    BulkPayload payload(*transfer);
-    const CFrameBuf* const frame = m_pCurFrameBufForWrite->GetCurFrameBuffer();
-    if (frame == nullptr) {
-        AskForFreshBuffer(payload);
-        SubmitTransfer(transfer);
-        return 0;
-    }
-    unsigned char* const dst = frame->buf;
-    if (payload.length > 0) {
-        if (transfer->status != LIBUSB_TRANSFER_COMPLETED) {
-            AIT_LOG(4, "status %d\n", transfer->status);
-        }
-        if ((payload.flags & kEndOfFrame) != 0 ||
-            ((payload.flags ^ m_UvcHeaderInfo) & kFrameId) != 0) {
-            CrossFrameBoundary(payload, dst);
-        }
-        if ((payload.flags & kError) != 0) {
-            AIT_LOG(4, "Dropping payload (error bit set).\n");
-            SubmitTransfer(transfer);
-            return 0;
-        }
-        if (!AppendPayload(payload, dst)) {
-            SubmitTransfer(transfer);
-            return 0;
-        }
-    }
-    if (IsStreaming) {
+    if (!TakePayload(*transfer) || IsStreaming) {
         SubmitTransfer(transfer);
     } else {
         AIT_LOG(4, "Stop submit transfer.\r\n");
     }
     return 0;
+}
+
+/// False: the payload was dropped. Inlined, or a payload costs an eighth more.
+[[gnu::always_inline]] inline bool CLibUSB_UvcCtrl::TakePayload(const libusb_transfer& transfer) {
+    AIT_LOG_AS("FillVideoBuf_Bulk");
+    const BulkPayload payload(transfer);
+    const CFrameBuf* const frame = m_pCurFrameBufForWrite->GetCurFrameBuffer();
+    if (frame == nullptr) {
+        AskForFreshBuffer(payload);
+        return false;
+    }
+    unsigned char* const dst = frame->buf;
+    if (payload.Length() <= 0) {
+        return true;
+    }
+    if (transfer.status != LIBUSB_TRANSFER_COMPLETED) {
+        AIT_LOG(4, "status %d\n", transfer.status);
+    }
+    const bool boundary = (payload.Flags() & kEndOfFrame) != 0 ||
+                          ((payload.Flags() ^ m_UvcHeaderInfo) & kFrameId) != 0;
+    if ((boundary && !CrossFrameBoundary(payload, dst)) || (payload.Flags() & kError) != 0) {
+        AIT_LOG(4, "Dropping payload (error bit set).\n");
+        return false;
+    }
+    return AppendPayload(payload, dst);
 }
 
 /// In a stream that has ended nobody waits: the consumer has gone, and the stop needs the locks.
@@ -106,23 +104,24 @@ int CLibUSB_UvcCtrl::BufferWaitMs() const {
 
 /// There is no buffer to fill, since the queue was full: the data of this payload is lost. One that
 /// ends a frame asks for a new buffer, so that the next frame starts in it.
-void CLibUSB_UvcCtrl::AskForFreshBuffer(const BulkPayload& payload) {
+void CLibUSB_UvcCtrl::AskForFreshBuffer(BulkPayload payload) {
     AIT_LOG_AS("FillVideoBuf_Bulk");
-    if (payload.length >= kShortestFrameEnd && (payload.flags & kEndOfFrame) != 0) {
+    if (payload.Length() >= kShortestFrameEnd && (payload.Flags() & kEndOfFrame) != 0) {
         AIT_LOG(1, "Dropped a UVC frame,Now trying to request a new frame buffer.\r\n");
         m_pCurFrameBufForWrite->GetNewFrameBuffer(BufferWaitMs());
     }
 }
 
-/// Publishes the frame gathered so far. A header of another length than 12 makes the payload an
-/// erroneous one: a longer one's bytes are copied behind the frame, where nothing counts them.
-void CLibUSB_UvcCtrl::CrossFrameBoundary(BulkPayload& payload, unsigned char* dst) {
+/// Publishes the frame gathered so far. False for a header of another length than 12, which makes the
+/// payload an erroneous one: a longer one's bytes are copied behind the frame, where nothing counts
+/// them.
+bool CLibUSB_UvcCtrl::CrossFrameBoundary(BulkPayload payload, unsigned char* dst) {
     AIT_LOG_AS("FillVideoBuf_Bulk");
-    m_UvcHeaderInfo = payload.flags;
-    if (payload.headerLength != kHeaderSize) {
-        AIT_LOG(4, "UVC Payload Header Length = %d\n", payload.headerLength);
-        payload.flags |= kError;
-        if (payload.headerLength > kHeaderSize && payload.DataLength() > 0) {
+    m_UvcHeaderInfo = payload.Flags();
+    const bool good = payload.HeaderLength() == kHeaderSize;
+    if (!good) {
+        AIT_LOG(4, "UVC Payload Header Length = %d\n", payload.HeaderLength());
+        if (payload.HeaderLength() > kHeaderSize && payload.DataLength() > 0) {
             const size_t room =
                 static_cast<size_t>(m_dwMaxFrameSize) - static_cast<size_t>(bulk_offset);
             memcpy(dst + bulk_offset, payload.Data(),
@@ -134,10 +133,11 @@ void CLibUSB_UvcCtrl::CrossFrameBoundary(BulkPayload& payload, unsigned char* ds
         m_pCurFrameBufForWrite->GetNewFrameBuffer(BufferWaitMs());
     }
     bulk_offset = 0;
+    return good;
 }
 
 /// Appends the payload's data to the frame; false when it does not fit and was skipped.
-inline bool CLibUSB_UvcCtrl::AppendPayload(const BulkPayload& payload, unsigned char* dst) {
+inline bool CLibUSB_UvcCtrl::AppendPayload(BulkPayload payload, unsigned char* dst) {
     AIT_LOG_AS("FillVideoBuf_Bulk");
     if (dst == nullptr || payload.DataLength() <= 0) {
         return true;
@@ -148,7 +148,8 @@ inline bool CLibUSB_UvcCtrl::AppendPayload(const BulkPayload& payload, unsigned 
         AIT_LOG(4, "Fram size exceed MaxFrameSize!! %d\n", static_cast<int>(sum));
         return false;
     }
-    memcpy(dst + bulk_offset, payload.Data(), count);
+    unsigned char* const end = dst + bulk_offset;
     bulk_offset = static_cast<int>(sum);
+    memcpy(end, payload.Data(), count);
     return true;
 }

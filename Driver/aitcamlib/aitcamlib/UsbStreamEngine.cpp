@@ -123,7 +123,7 @@ void UsbStreamEngine::callback(libusb_transfer* transfer) {
     if (transfer == nullptr || transfer->user_data == nullptr) {
         return;
     }
-    auto* param = static_cast<TransferCbParam*>(transfer->user_data);
+    TransferCbParam* param = Param(*transfer);
     UsbStreamEngine* engine = param->pThis;
     if (engine == nullptr) {
         return;
@@ -252,19 +252,7 @@ int UsbStreamEngine::NoteResult(int result) {
 
 UsbStreamEngine::TransferCbParam* UsbStreamEngine::Param(int index) const {
     const libusb_transfer* transfer = m_pTransfers[index];
-    return transfer == nullptr ? nullptr : static_cast<TransferCbParam*>(transfer->user_data);
-}
-
-int UsbStreamEngine::SubmitTransfer(libusb_transfer* transfer) {
-    auto* param = static_cast<TransferCbParam*>(transfer->user_data);
-    // Before the call: the completion may be there before it returns. Released, not more: whoever
-    // frees a transfer looks under the producer lock, and a full barrier at each payload is dear.
-    param->in_flight.store(true, std::memory_order_release);
-    const int error = NoteResult(libusb_submit_transfer(transfer));
-    if (error != 0) {
-        param->in_flight = false;
-    }
-    return error;
+    return transfer == nullptr ? nullptr : Param(*transfer);
 }
 
 void UsbStreamEngine::CancelAll(const char* line) {

@@ -154,6 +154,9 @@ class UsbStreamEngine {
 
     static bool HasTimedOut(const libusb_transfer& transfer);
     static const CFrameBuf* Oldest(StaticSyncQueue<CFrameBuf*>* queue);
+    static TransferCbParam* Param(const libusb_transfer& transfer) {
+        return static_cast<TransferCbParam*>(transfer.user_data);
+    }
     TransferCbParam* Param(int index) const;
     void HandleEvents(suseconds_t limitUs) REQUIRES(m_TransferMtx);
     bool AnyInFlight() const;
@@ -165,3 +168,16 @@ class UsbStreamEngine {
     std::atomic<int> m_nConsumerCalls{0};  // threads inside the consumer side
     bool m_bHandleBroken = false;
 };
+
+// Here, since it is on each payload's way.
+inline int UsbStreamEngine::SubmitTransfer(libusb_transfer* transfer) {
+    // Before the call: the completion may be there before it returns. Released, not more: whoever
+    // frees a transfer looks under the producer lock, and a full barrier at each payload is dear.
+    Param(*transfer)->in_flight.store(true, std::memory_order_release);
+    const int error = libusb_submit_transfer(transfer);
+    if (error != 0) {
+        NoteResult(error);
+        Param(*transfer)->in_flight = false;
+    }
+    return error;
+}
