@@ -21,6 +21,8 @@ using testing::PrintToString;
 using virtcam::model::kLampRadius;
 using virtcam::model::kLampX;
 using virtcam::model::kLampY;
+using virtcam::model::kSensorHeight;
+using virtcam::model::kSensorWidth;
 
 constexpr double kApart = 0.020;  // seconds
 constexpr int kRate = 16'000;
@@ -31,16 +33,29 @@ struct Light {
     double share;  ///< 0 to 1
 };
 
-/// The lamp in each picture of 640 x 480, which is half the sensor's.
-std::vector<Light> lights_of(const std::string& file) {
+struct Size {
+    int width;
+    int height;
+
+    std::string text() const { return std::to_string(width) + "x" + std::to_string(height); }
+};
+
+/// FFmpeg's filter for the middle of the lamp: a picture has the whole width of the sensor.
+std::string crop_of_lamp(Size size) {
+    const auto scaled = [&](int pixels) { return pixels * size.width / kSensorWidth; };
+    const int side = scaled(kLampRadius);
+    const int above = (scaled(kSensorHeight) - size.height) / 2;
     const auto text = [](int number) { return std::to_string(number); };
-    const int side = kLampRadius / 2;
-    const std::string lamp = "crop=" + text(side) + ":" + text(side) + ":" +
-                             text((kLampX - side) / 2) + ":" + text((kLampY - side) / 2);
-    const std::string out =
-        output_of({"ffmpeg", "-v", "error", "-i", file, "-map", "0:v:0", "-vf",
-                   lamp + ",signalstats,metadata=print:key=lavfi.signalstats.YAVG:file=-",
-                   "-fps_mode", "passthrough", "-f", "null", "-"});
+    return "crop=" + text(side) + ":" + text(side) + ":" + text(scaled(kLampX) - side / 2) + ":" +
+           text(scaled(kLampY) - above - side / 2);
+}
+
+/// The lamp in each picture.
+std::vector<Light> lights_of(const std::string& file, Size size) {
+    const std::string out = output_of(
+        {"ffmpeg", "-v", "error", "-i", file, "-map", "0:v:0", "-vf",
+         crop_of_lamp(size) + ",signalstats,metadata=print:key=lavfi.signalstats.YAVG:file=-",
+         "-fps_mode", "passthrough", "-f", "null", "-"});
     const std::regex picture(R"(pts_time:([\d.]+)[^=]*=([\d.]+))");
     constexpr double kDark = 40;
     constexpr double kBright = 210;
@@ -92,8 +107,8 @@ double flash_near(const std::vector<Light>& lights, double moment) {
 
 /// Seconds by which each flash is late beside its click; the first second is the start's, and the
 /// last may be cut.
-std::vector<double> lateness_of(const std::string& file) {
-    const std::vector<Light> lights = lights_of(file);
+std::vector<double> lateness_of(const std::string& file, Size size) {
+    const std::vector<Light> lights = lights_of(file, size);
     std::vector<double> lateness;
     for (const double click : clicks_of(file)) {
         if (click > 0.5 && click < lights.back().time - 0.1) {
@@ -111,18 +126,20 @@ bool all_together(const std::vector<double>& lateness) {
     return lateness.size() >= 3 && std::all_of(lateness.begin(), lateness.end(), is_together);
 }
 
-ProcessResult record(const std::string& folder) {
+ProcessResult record(const std::string& folder, Size size) {
     std::string preload = std::string("LD_PRELOAD=") + getenv("PRELOAD");
     if (const char* sandbox = getenv("LD_PRELOAD"); sandbox != nullptr) {
         preload += std::string(":") + sandbox;
     }
     return run_process({getenv("CAMHOST"), "record", "--virtual=running", "--duration", "4500ms",
-                        "--signal", "h264-gray", "--output", folder, "--plugin", getenv("PLUGIN"),
-                        "--virtual-bus", getenv("VIRTUAL_BUS")},
+                        "--signal", "h264-gray", "--size", size.text(), "--output", folder,
+                        "--plugin", getenv("PLUGIN"), "--virtual-bus", getenv("VIRTUAL_BUS")},
                        {preload});
 }
 
-TEST(FlashAndClick, AreTogetherInTheRecording) {
+class FlashAndClick : public testing::TestWithParam<Size> {};
+
+TEST_P(FlashAndClick, AreTogetherInTheRecording) {
     // Time stamps are those of arrival. Where others keep the processors busy, pictures arrive late:
     // then it is tried again, and in the end the second that was disturbed least has to do. What is
     // apart for good is apart in each.
@@ -131,9 +148,9 @@ TEST(FlashAndClick, AreTogetherInTheRecording) {
     std::vector<double> all;
     for (int i = 0; i < kTries; ++i) {
         const std::string place = folder.path() / std::to_string(i);
-        const ProcessResult result = record(place);
+        const ProcessResult result = record(place, GetParam());
         ASSERT_EQ(result.code, 0) << result.out << result.err;
-        const std::vector<double> lateness = lateness_of(place + "/recording.mkv");
+        const std::vector<double> lateness = lateness_of(place + "/recording.mkv", GetParam());
         if (all_together(lateness)) {
             return;
         }
@@ -141,6 +158,9 @@ TEST(FlashAndClick, AreTogetherInTheRecording) {
     }
     EXPECT_TRUE(std::any_of(all.begin(), all.end(), is_together)) << PrintToString(all);
 }
+
+INSTANTIATE_TEST_SUITE_P(Sizes, FlashAndClick, testing::Values(Size{640, 480}, Size{1280, 720}),
+                         [](const auto& size) { return size.param.text(); });
 
 }  // namespace
 }  // namespace camhost::test

@@ -364,20 +364,26 @@ double lamp_of(const Frame& frame) {
     return (mean(middle) - 40) / 170;
 }
 
-TEST(Lamp, TellsTheMomentOfEachClick) {
+class Lamp : public testing::TestWithParam<std::chrono::milliseconds> {};
+
+TEST_P(Lamp, TellsTheMomentOfEachClickInThePicturesThatLeaveThen) {
     constexpr double kPeriod = 1.0 / 30;
+    const std::chrono::duration<double> delay = GetParam();  // from taking a picture to its leaving
     Host host(running_camera());
     ASSERT_FALSE(host.out(0x01, 11, 1, 3, {}).stall);
     ASSERT_TRUE(host.start(1, 1, 333333));
     int heard = 0;                                                  // ms
     std::map<int, std::vector<std::pair<double, double>>> flashes;  // time and light, by the click
     for (int i = 0; i < 100; ++i) {
-        const double now = 0.25 + i * kPeriod;
-        for (; heard < now * 1000; ++heard) {
+        const double taken = 0.25 + i * kPeriod;
+        for (; heard < taken * 1000; ++heard) {
             host.camera.iso_in(0x82, 100);
         }
-        const auto frame = host.next_frame();
+        host.camera.advance(host.now);
+        host.now += GetParam();
+        const auto frame = host.take();
         ASSERT_TRUE(frame.has_value());
+        const double now = taken + delay.count();
         if (const double light = lamp_of(*frame); light > 0.05) {
             flashes[static_cast<int>(std::lround(now))].emplace_back(now, light);
         }
@@ -396,7 +402,12 @@ TEST(Lamp, TellsTheMomentOfEachClick) {
     }
 }
 
-TEST(Lamp, IsNotThereWithoutSound) {
+INSTANTIATE_TEST_SUITE_P(Delays, Lamp,
+                         testing::Values(std::chrono::milliseconds(0),
+                                         std::chrono::milliseconds(12),
+                                         std::chrono::milliseconds(25)));
+
+TEST(LampAlone, IsNotThereWithoutSound) {
     Host silent(running_camera());
     Host was_heard(running_camera());
     for (const uint16_t setting : {1, 0}) {

@@ -50,7 +50,11 @@ std::optional<Bytes> Device::bulk_in(uint8_t endpoint, size_t room, TimePoint no
     if (endpoint != usb::kEndpointVideo || !streaming_) {
         return std::nullopt;
     }
-    return queue_.take(room, {device_clock(now), bus_frame_number(now)});
+    auto payload = queue_.take(room, {device_clock(now), bus_frame_number(now)});
+    if (payload && !queue_.busy()) {
+        note_delay(now - taken_);
+    }
+    return payload;
 }
 
 Bytes Device::iso_in(uint8_t endpoint, size_t room) {
@@ -85,6 +89,7 @@ void Device::start_stream(const StreamParameters& parameters) {
     first_frame_ = true;
     waiting_ticks_ = 0;
     next_due_.reset();
+    delay_ = {};
     queue_.restart();
 }
 
@@ -122,6 +127,7 @@ std::optional<PictureJob> Device::next_job(TimePoint now) {
     if (first_frame_) {
         clock_zero_ = now;
     }
+    taken_ = now;
     PictureJob job;
     job.generation = generation_;
     job.first = std::exchange(first_frame_, false);
@@ -175,14 +181,26 @@ void Device::look_for_faces() {
     }
 }
 
+/// A steady figure of what differs from frame to frame. A host that lets pictures wait is none of the
+/// camera's delay.
+void Device::note_delay(Clock::duration delay) {
+    constexpr int kSteadiness = 4;
+    delay_ += (std::min(delay, period_of(stream_)) - delay_) / kSteadiness;
+}
+
 /// The lamp is on for one picture period about each click, and a picture shows the share of its own
 /// period in which it was: so the two pictures beside a click tell its moment to the millisecond.
+///
+/// Sound leaves at once, and a picture when it is encoded, the later the larger it is. Nothing that
+/// the host gets tells it by how much, so the camera keeps the two together, as those do that hold
+/// back their sound: a picture shows the lamp of the moment at which it will leave.
 std::optional<double> Device::lamp() const {
     if (audio_alternate_ == 0) {
         return std::nullopt;
     }
     const std::chrono::duration<double> period = period_of(stream_);
-    return std::max(0.0, 1 - std::abs(microphone_.after_click()) / period.count());
+    const std::chrono::duration<double> delay = delay_;
+    return std::max(0.0, 1 - std::abs(microphone_.after_click() + delay.count()) / period.count());
 }
 
 bool Device::detects_faces() const {

@@ -82,6 +82,7 @@ class Device {
     void stop_stream();
     void advance_scene(uint64_t ticks);
     std::optional<double> lamp() const;
+    void note_delay(Clock::duration delay);
     bool detects_faces() const;
     void look_for_faces();
 
@@ -107,6 +108,8 @@ class Device {
     TimePoint clock_zero_;               ///< when the device clock of the stream began
     uint64_t waiting_ticks_ = 0;         ///< clock periods since the last frame was made
     std::optional<TimePoint> next_due_;  ///< unset until the first advance after the start
+    TimePoint taken_;                    ///< when the picture was taken that is under way
+    Clock::duration delay_{};            ///< from there until the host has it, of late
 
     // The scene goes on while the stream runs, and while a face is tracked without one.
     uint64_t scene_tick_ = 0;
