@@ -30,8 +30,12 @@ unsigned int __real_sleep(unsigned int);
 int __real_clock_gettime(clockid_t, timespec*);
 int __real_gettimeofday(timeval*, void*);
 int __real_setpriority(int, id_t, int);
-int64_t __real__ZNSt6chrono3_V212steady_clock3nowEv();
 }
+
+// std::chrono::steady_clock::now. A class comes back elsewhere than a number on 32-bit ARM.
+using SteadyTime = std::chrono::steady_clock::time_point;
+SteadyTime real_steady_now() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+SteadyTime wrap_steady_now() asm("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
 
 namespace sim {
 namespace {
@@ -395,9 +399,8 @@ int __wrap_gettimeofday(timeval* now, void* zone) {
 int __wrap_setpriority(int which, id_t who, int priority) {
     return t_Self == nullptr ? __real_setpriority(which, who, priority) : 0;
 }
-
-/// std::chrono::steady_clock::now.
-int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-    return t_Self == nullptr ? __real__ZNSt6chrono3_V212steady_clock3nowEv() : g_State->now.count();
 }
+
+SteadyTime wrap_steady_now() {
+    return t_Self == nullptr ? real_steady_now() : SteadyTime(g_State->now);
 }
