@@ -310,15 +310,16 @@ void CameraControl::check_presence() {
 
 Clock::time_point CameraControl::next_due() const {
     const auto presence = Clock::now() + kPresenceInterval;
-    return followed_.jpeg_interval.count() > 0 && session_->playing()
-               ? std::min(presence, next_jpeg_)
-               : presence;
+    return triggers_jpegs() ? std::min(presence, next_jpeg_) : presence;
+}
+
+bool CameraControl::triggers_jpegs() const {
+    return followed_.jpeg_interval.count() > 0 && session_->playing() &&
+           session_->by_signal_type() && followed_.streams.count(camhost::Stream::kJpeg) > 0;
 }
 
 void CameraControl::trigger_due_jpeg() {
-    if (followed_.jpeg_interval.count() == 0 || !session_->playing() ||
-        !session_->by_signal_type() || followed_.streams.count(camhost::Stream::kJpeg) == 0 ||
-        Clock::now() < next_jpeg_) {
+    if (!triggers_jpegs() || Clock::now() < next_jpeg_) {
         return;
     }
     CAM_PROP_VALUE none{};

@@ -128,6 +128,7 @@ class CameraControl {
     void do_jobs();
     void check_presence();
     camhost::Clock::time_point next_due() const;
+    bool triggers_jpegs() const;
     bool quits() const;
     void fail(Trouble trouble, const std::string& sentence);
     void register_observers();

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <ctime>
 #include <mutex>
 #include <thread>
 
@@ -123,6 +124,20 @@ TEST_F(Control, RecordsWhatIsWishedForAndStops) {
         std::this_thread::sleep_for(milliseconds(1));
     }
     EXPECT_EQ(sink_.ended_, 1);
+}
+
+/// A wait for a still that nobody asks for would keep a processor busy.
+TEST_F(Control, WaitsWhileItRecordsWithoutStills) {
+    const auto control = make();
+    CameraControl::Wish wish = recording({Stream::kH264Main});
+    wish.jpeg_interval = milliseconds(1);
+    control->wish(wish);
+    ASSERT_TRUE(sink_.wait_for(Stream::kH264Main, 5));
+    const auto begin = camhost::Clock::now();
+    const std::clock_t used = std::clock();  // of all threads
+    ASSERT_TRUE(sink_.wait_for(Stream::kH264Main, 20));
+    const std::chrono::duration<double> passed = camhost::Clock::now() - begin;
+    EXPECT_LT(static_cast<double>(std::clock() - used) / CLOCKS_PER_SEC, passed.count() / 4);
 }
 
 TEST_F(Control, PropertiesAreSetAndReadFromFourThreadsWhileItRecords) {
