@@ -18,6 +18,7 @@ PACKAGES = ("busybox-static", "libusb-1.0-0", "libudev1", "v4l-utils", "libv4l-0
             "usbutils", "usbip")
 DEPMOD_PACKAGE = "kmod"  # runs here, whatever the guest is
 PROGRAMS = ("bin/lsusb", "bin/v4l2-ctl", "bin/v4l2-compliance", "bin/arecord", "sbin/usbip")
+GST_PLUGINS = ("coreelements", "video4linux2")  # of GStreamer's own
 # Roots of the dependency walk: the share, the network, the virtual host controller, the drivers.
 MODULES = ("9p", "9pnet_virtio", "virtio_pci", "virtio_net", "vhci-hcd", "uvcvideo",
            "snd-usb-audio")
@@ -230,6 +231,21 @@ def add_programs(root, machine, binaries, packages, own_programs, own_libraries)
     loader.symlink_to(f"/lib/{machine.triplet}/{loader.name}")
 
 
+def add_gstreamer(root, machine, binaries, sysroot, element):
+    """gst-launch-1.0, our element and what it is compared with, of the GStreamer that the element
+    was linked with; at the places where that looks."""
+    folder = f"lib/{machine.triplet}"
+    plugins = [element, *(sysroot / f"usr/{folder}/gstreamer-1.0/libgst{name}.so"
+                          for name in GST_PLUGINS)]
+    program = sysroot / "usr/bin/gst-launch-1.0"
+    binaries.copy_stripped(program, root / "bin" / program.name)
+    for plugin in plugins:
+        binaries.copy_stripped(plugin, root / folder / "gstreamer-1.0" / plugin.name)
+    for library in binaries.needed_libraries([program, *plugins]):
+        if not (root / folder / library.name).exists():
+            binaries.copy_stripped(library.resolve(), root / folder / library.name)
+
+
 def add_data(root, packages):
     shutil.copytree(packages["libasound2-data"] / "usr/share/alsa", root / "usr/share/alsa")
     (root / "etc").mkdir()
@@ -248,7 +264,8 @@ def make_image(root, target):
 def build_guest(tree, machine, build):
     """Makes kernel and initial file system in the machine's cache; returns their paths.
 
-    `build` is the build tree with plug-in, camhost, virtcam and system_scenarios for the guest.
+    `build` is the build tree with plug-in, camhost, virtcam, system_scenarios and the GStreamer
+    element, if any, for the guest.
     """
     cache = tree / machine.cache
     cache.mkdir(parents=True, exist_ok=True)
@@ -276,6 +293,9 @@ def build_guest(tree, machine, build):
                  [build / "host/camhost", build / "virtcam/tool/virtcam",
                   build / "tests/system/system_scenarios"],
                  [build / "Src/libaitorixcamera.so"])
+    element = build / "gst/libgstaitcam.so"
+    if element.is_file():  # built where GStreamer's development packages are
+        add_gstreamer(root, machine, binaries, sysroot, element)
     add_data(root, packages)
     run([str(scripts / "make-tv-files"), str(root)])
     image = cache / "guest.cpio"

@@ -1,14 +1,11 @@
 // Many starts and stops, and what a frame costs.
 #include <malloc.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <fstream>
-#include <sstream>
 
+#include "tests/system/cpu_time.h"
 #include "tests/system/plugin_camera.h"
-#include "tests/system/program.h"
 #include "tests/system/system_test.h"
 #include "tests/system/usb_tree.h"
 
@@ -52,64 +49,15 @@ TEST_F(Endurance, ThirtyCyclesKeepTheirMemory) {
     EXPECT_LE(last - settled, kMostGrowthKib);
 }
 
-/// Processor time in seconds.
-struct CpuTime {
-    double own = 0;    ///< of one program, all its threads
-    double guest = 0;  ///< of the whole guest, kernel threads and interrupts included
-};
-
-CpuTime operator-(const CpuTime& a, const CpuTime& b) {
-    return {a.own - b.own, a.guest - b.guest};
-}
-
-double own_cpu_seconds() {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    const auto value = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-    };
-    return value(usage.ru_utime) + value(usage.ru_stime);
-}
-
-double guest_cpu_seconds() {
-    std::ifstream file("/proc/stat");
-    std::string label;
-    long user = 0, nice = 0, system = 0, idle = 0, iowait = 0, irq = 0, softirq = 0;
-    file >> label >> user >> nice >> system >> idle >> iowait >> irq >> softirq;
-    return static_cast<double>(user + nice + system + irq + softirq) /
-           static_cast<double>(::sysconf(_SC_CLK_TCK));
-}
-
-/// Of a program from its start to its end.
-CpuTime cost_of(const std::string& command) {
-    const double before = guest_cpu_seconds();
-    const ProgramResult run = run_program(command, 60);
-    EXPECT_EQ(run.exit_code, 0) << run.output;
-    return {run.cpu_seconds, guest_cpu_seconds() - before};
-}
-
-std::string per_frame(const std::string& who, const CpuTime& total, size_t frames) {
-    // A program that hardly does anything itself has less than the kernel's clock resolves.
-    const auto milliseconds = [frames](double time) {
-        return std::max(0.0, time) * 1e3 / static_cast<double>(frames);
-    };
-    std::ostringstream text;
-    text.precision(2);
-    text << std::fixed << who << ": " << milliseconds(total.own)
-         << " ms of its own CPU time per frame, " << milliseconds(total.guest)
-         << " ms of the whole guest's, over " << frames << " frames";
-    return text.str();
-}
-
 /// Of `frames` multiplexed frames while the plug-in streams, starting and stopping not included.
 CpuTime cost_through_plugin(size_t frames) {
     PluginCamera camera;
     EXPECT_TRUE(camera.init());
     EXPECT_TRUE(camera.start());
     EXPECT_TRUE(camera.streams());
-    const CpuTime before{own_cpu_seconds(), guest_cpu_seconds()};
+    const CpuTime before = cpu_time();
     EXPECT_TRUE(camera.wait_for_records(CAM_STREAM_H264_MAIN, frames, seconds(60)));
-    const CpuTime after{own_cpu_seconds(), guest_cpu_seconds()};
+    const CpuTime after = cpu_time();
     EXPECT_TRUE(camera.stop());
     return after - before;
 }
