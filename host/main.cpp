@@ -39,6 +39,7 @@ ExitCode run_command(const Options& options) {
 int run(int argc, char** argv) {
     const Options options = parse_arguments(argc, argv);
     if (options.common.virtual_camera && !in_television_surroundings()) {
+        virtual_bus_folder(options.common);  // what was typed wrong is told first
         return run_in_sandbox(argv);
     }
     if (options.common.virtual_camera && !on_virtual_bus()) {

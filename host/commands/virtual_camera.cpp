@@ -86,25 +86,6 @@ std::string configuration_path(const std::string& json) {
     return format("/proc/self/fd/%d", file);
 }
 
-std::filesystem::path bus_folder(const CommonOptions& options) {
-    constexpr const char* kLibrary = "libusb-1.0.so.0";
-    if (!options.virtual_bus.empty()) {
-        const auto library = options.virtual_bus / kLibrary;
-        if (!std::filesystem::exists(library)) {
-            throw Failure(ExitCode::kUsage, "there is no " + library.string());
-        }
-        return std::filesystem::canonical(options.virtual_bus);
-    }
-    const auto library =
-        find_near_program({std::filesystem::path("../virtcam/bus") / kLibrary,
-                           std::filesystem::path(AITCAM_LIBRARIES "/virtual-bus") / kLibrary});
-    if (!library) {
-        throw Failure(ExitCode::kUsage,
-                      "the virtual bus is not built; name its folder with --virtual-bus");
-    }
-    return library->parent_path();
-}
-
 void prepend_library_path(const std::filesystem::path& folder) {
     const char* old = std::getenv("LD_LIBRARY_PATH");
     const std::string path =
@@ -147,10 +128,29 @@ std::string virtual_configuration(const std::string& config) {
     return json;
 }
 
+std::filesystem::path virtual_bus_folder(const CommonOptions& options) {
+    constexpr const char* kLibrary = "libusb-1.0.so.0";
+    if (!options.virtual_bus.empty()) {
+        const auto library = options.virtual_bus / kLibrary;
+        if (!std::filesystem::exists(library)) {
+            throw Failure(ExitCode::kUsage, "there is no " + library.string());
+        }
+        return std::filesystem::canonical(options.virtual_bus);
+    }
+    const auto library =
+        find_near_program({std::filesystem::path("../virtcam/bus") / kLibrary,
+                           std::filesystem::path(AITCAM_LIBRARIES "/virtual-bus") / kLibrary});
+    if (!library) {
+        throw Failure(ExitCode::kUsage,
+                      "the virtual bus is not built; name its folder with --virtual-bus");
+    }
+    return library->parent_path();
+}
+
 void restart_on_virtual_bus(const CommonOptions& options, const std::filesystem::path& status,
                             char** argv) {
     const auto configuration = virtual_configuration(*options.virtual_camera);
-    prepend_library_path(bus_folder(options));
+    prepend_library_path(virtual_bus_folder(options));
     setenv("VIRTBUS_CONFIG", configuration_path(with_known_complaints(configuration)).c_str(), 1);
     if (!status.empty()) {
         setenv("VIRTBUS_STATUS", std::filesystem::absolute(status).c_str(), 1);

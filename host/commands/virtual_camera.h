@@ -15,6 +15,10 @@ bool on_virtual_bus();
 [[noreturn]] void restart_on_virtual_bus(const CommonOptions& options,
                                          const std::filesystem::path& status, char** argv);
 
+/// Where the substitute for libusb is: as the options say, else near this program. Throws Failure
+/// (kUsage) when it is not there.
+std::filesystem::path virtual_bus_folder(const CommonOptions& options);
+
 /// The configuration as JSON text: of a file, of the text itself, or of a preset. Throws Failure
 /// (kUsage) when it is none of them.
 std::string virtual_configuration(const std::string& config);
