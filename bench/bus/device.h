@@ -11,22 +11,10 @@
 #include <mutex>
 #include <vector>
 
+#include "bench/bus/bell.h"
 #include "bench/bus/traffic.h"
 
 namespace bench {
-
-/// Wakes threads that sleep for lack of work: a futex, so that nobody else's wake-ups are counted.
-class Bell {
-  public:
-    uint32_t reading() const { return count_.load(); }
-    void ring();
-    /// Sleeps until it rings after `reading` was taken, or until `deadline` (CLOCK_MONOTONIC, ns).
-    void wait(uint32_t reading, uint64_t deadline);
-
-  private:
-    std::atomic<uint32_t> count_{0};
-    std::atomic<int> sleepers_{0};
-};
 
 /// Guards a few instructions; cheaper than a mutex and none of those that are counted.
 class SpinLock {

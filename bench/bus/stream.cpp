@@ -1,7 +1,4 @@
-#include <linux/futex.h>
 #include <sched.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -59,24 +56,6 @@ uint64_t now_ns() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint64_t>(now.tv_sec) * kNanoseconds + static_cast<uint64_t>(now.tv_nsec);
-}
-
-void Bell::ring() {
-    count_.fetch_add(1);
-    if (sleepers_.load() != 0) {
-        syscall(SYS_futex, &count_, FUTEX_WAKE_PRIVATE, 64, nullptr, nullptr, 0);
-    }
-}
-
-void Bell::wait(uint32_t reading, uint64_t deadline) {
-    sleepers_.fetch_add(1);
-    if (count_.load() == reading) {
-        const timespec until = {static_cast<time_t>(deadline / kNanoseconds),
-                                static_cast<long>(deadline % kNanoseconds)};
-        syscall(SYS_futex, &count_, FUTEX_WAIT_BITSET_PRIVATE, reading, &until, nullptr,
-                FUTEX_BITSET_MATCH_ANY);
-    }
-    sleepers_.fetch_sub(1);
 }
 
 void Stream::start(const Traffic& traffic) {

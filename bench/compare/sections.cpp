@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/compare/bare_stream.h"
 #include "bench/compare/bare_wakeup.h"
 #include "bench/compare/sides.h"
 
@@ -241,7 +242,8 @@ json Sections::resources() {
 // --- as fast as memory allows --------------------------------------------------------------------
 
 /// Three programs in turn: the plug-in and libuvc in lock step, and the plug-in with its queue in
-/// use, which libuvc has none of: its only buffer would be overwritten.
+/// use, which libuvc has none of: its only buffer would be overwritten. On one core, where every byte
+/// is read, a bare hand-over besides, in lock step.
 json Sections::closed_cell(uint32_t payload, uint32_t frame, int cores, bool read) {
     Traffic traffic = {.frame_bytes = frame, .spin = cores == 2, .event_cpu = 0};
     Consumption plan = {
@@ -253,6 +255,10 @@ json Sections::closed_cell(uint32_t payload, uint32_t frame, int cores, bool rea
         runs.push_back(run_closed(Side::kPlugin, traffic, plan, 1));
         runs.push_back(run_closed(Side::kLibuvc, traffic, plan, 1));
         runs.push_back(run_closed(Side::kPlugin, traffic, plan, kDeepWindow));
+        if (cores == 1 && read) {
+            const double ns = bare_lock_step_ns(payload, frame, plan.frames);
+            runs.push_back({{"side", "bare"}, {"window", 1}, {"mb_per_s", frame / ns * 1000}});
+        }
     }
     return {{"payload", payload},
             {"frame", frame},
