@@ -19,8 +19,10 @@
 namespace camhost::test {
 namespace {
 
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
+using testing::Not;
 using Names = std::set<std::string>;
 
 constexpr int kOk = 0;
@@ -37,19 +39,27 @@ Names some_checks(const Names& besides) {
     return names;
 }
 
-/// Runs camhost check on a virtual camera; `only` empty: all of it.
-ProcessResult check_camera(const std::string& configuration, const Names& only) {
-    std::vector<std::string> command{
-        getenv("CAMHOST"), "check",         "--virtual=" + configuration, "--plugin",
-        getenv("PLUGIN"),  "--virtual-bus", getenv("VIRTUAL_BUS")};
-    for (const std::string& name : only) {
-        command.insert(command.end(), {"--only", name});
-    }
+/// Runs a command of camhost on a virtual camera.
+ProcessResult camera_command(const std::vector<std::string>& words,
+                             const std::string& configuration) {
+    std::vector<std::string> command{getenv("CAMHOST")};
+    command.insert(command.end(), words.begin(), words.end());
+    command.insert(command.end(), {"--virtual=" + configuration, "--plugin", getenv("PLUGIN"),
+                                   "--virtual-bus", getenv("VIRTUAL_BUS")});
     std::string preload = std::string("LD_PRELOAD=") + getenv("PRELOAD");
     if (const char* sandbox = getenv("LD_PRELOAD"); sandbox != nullptr) {
         preload += std::string(":") + sandbox;
     }
     return run_process(command, {preload}, {}, false, std::chrono::seconds(180));
+}
+
+/// camhost check; `only` empty: all of it.
+ProcessResult check_camera(const std::string& configuration, const Names& only) {
+    std::vector<std::string> words{"check"};
+    for (const std::string& name : only) {
+        words.insert(words.end(), {"--only", name});
+    }
+    return camera_command(words, configuration);
 }
 
 ProcessResult check(const std::string& faults, const Names& only) {
@@ -211,6 +221,21 @@ TEST(SoundCamera, PassesEveryCheck) {
     judged.insert(failed.begin(), failed.end());
     EXPECT_THAT(judged, IsSupersetOf(some_checks(rates)));
     EXPECT_EQ(with_verdict("SKIP", result.out), whole_check() ? Names{"unplug"} : Names{});
+}
+
+TEST(SoundCamera, HasItsLogLevelBackAfterTheCheck) {
+    // In a file of the sandbox's flash, which its runs share.
+    const auto level = [] {
+        const std::string out =
+            camera_command({"get", "debug-level"}, R"({"camera": {"identity": "run-time"}})").out;
+        return out.substr(std::min(out.find("debug-level = "), out.size()));
+    };
+    const std::string before = level();
+    ASSERT_THAT(before, HasSubstr("debug-level = "));
+    ASSERT_THAT(before, Not(HasSubstr("debug-level = 4")));
+    const ProcessResult result = check("", {"audio-level"});
+    EXPECT_THAT(result.out, HasSubstr("audio-level"));
+    EXPECT_EQ(level(), before);
 }
 
 }  // namespace
