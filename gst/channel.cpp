@@ -7,7 +7,8 @@ namespace gstcam {
 namespace {
 
 constexpr int64_t kSecond = GST_SECOND;
-constexpr size_t kFrameBytes = 4;  // of sound: two channels of 16 bits
+constexpr int64_t kKeyPatience = kSecond;  // from one request to the next: requests get lost
+constexpr size_t kFrameBytes = 4;          // of sound: two channels of 16 bits
 
 int64_t interval_of(unsigned rate) {
     return rate > 0 ? kSecond / rate : 0;
@@ -28,7 +29,7 @@ void Channel::recording_ended() {
     queue_.break_off();
     units_.reset();
     sound_times_.reset();
-    key_asked_for_ = false;
+    key_asked_at_.reset();
 }
 
 bool Channel::take(std::span<const uint8_t> record, int64_t instant,
@@ -64,10 +65,13 @@ bool Channel::take_access_unit(std::span<const uint8_t> record, int64_t instant,
     }
     const auto pushed = push(unit->head, unit->body, {instant, interval}, unit->key, settings);
     if (pushed == Queue::Push::kTaken) {
-        key_asked_for_ = false;
+        key_asked_at_.reset();
     }
-    const bool wants_key = pushed == Queue::Push::kDroppedForWantOfKey && !key_asked_for_;
-    key_asked_for_ |= wants_key;
+    const bool wants_key = pushed == Queue::Push::kDroppedForWantOfKey &&
+                           (!key_asked_at_ || instant - *key_asked_at_ >= kKeyPatience);
+    if (wants_key) {
+        key_asked_at_ = instant;
+    }
     return wants_key;
 }
 

@@ -60,7 +60,7 @@ class Channel {
     AccessUnits units_;
     SoundTimes sound_times_;
     std::optional<int64_t> last_time_;
-    bool key_asked_for_ = false;
+    std::optional<int64_t> key_asked_at_;
 };
 
 }  // namespace gstcam
