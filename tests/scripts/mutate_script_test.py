@@ -54,12 +54,21 @@ class Mutate(unittest.TestCase):
         self.git("add", "-A")
         self.git("commit", "-q", "-m", "state")
 
-    def mutate(self, *arguments):
-        run = subprocess.run([self.root / "scripts/mutate", *arguments, "Src"], cwd=self.root,
+    def mutate(self, *arguments, path="Src"):
+        run = subprocess.run([self.root / "scripts/mutate", *arguments, path], cwd=self.root,
                              capture_output=True, text=True, timeout=100)
         report = self.root / "build/mutate-default/report.json"
         places = json.loads(report.read_text())["places"] if report.is_file() else []
         return run, {(p["line"], p["kind"]): p["outcome"] for p in places if p["outcome"]}
+
+    def test_a_change_of_a_program_counts_like_one_of_the_library(self):
+        (self.root / "virtcam").mkdir()
+        (self.root / "virtcam/main.cpp").write_text("int main() { return 3; }\n")
+        (self.root / "virtcam/CMakeLists.txt").write_text("add_executable(virtcam main.cpp)\n")
+        (self.root / "CMakeLists.txt").write_text(CMAKE + "add_subdirectory(virtcam)\n")
+        self.commit()
+        _, outcomes = self.mutate("--count", "1", "--survivors", "1", path="virtcam")
+        self.assertEqual(outcomes, {(1, "constant"): "survived"})
 
     def test_noticed_and_survived(self):
         run, outcomes = self.mutate("--count", "20", "--survivors", "3")
