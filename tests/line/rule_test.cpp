@@ -190,6 +190,139 @@ TEST(RuleMembers, RefusalNamesMemberAndPoint) {
     }
 }
 
+/// Each text whole: it is all that the author of a rule has to go by.
+TEST(Rule, RefusalSaysWhatIsWrong) {
+    const std::vector<std::pair<const char*, const char*>> cases{
+        {R"(5)", "the rule must be an object"},
+        {R"({"on": {"frame": true}, "do": "stall", "when": 1})",
+         R"(unknown member "when" in the rule)"},
+        {R"({"on": {"frame": true}})", R"("on" and "do" are needed)"},
+        {R"({"do": "stall"})", R"("on" and "do" are needed)"},
+        {R"({"on": {"frame": true}, "do": "stall", "nth": 1, "from": 2})",
+         R"("nth" and "from" exclude each other)"},
+        {R"({"on": 1, "do": "stall"})", R"("on" must be an object)"},
+        {R"({"on": {"cell": 1}, "do": "stall"})", R"(unknown member "cell" in "on")"},
+        {R"({"on": {}, "do": "stall"})",
+         R"("on" takes exactly one of call, control, transfer, frame, sub_stream, time_ms)"},
+        {R"({"on": {"time_ms": 1, "frame": true}, "do": "stall"})",
+         R"("on" takes exactly one of call, control, transfer, frame, sub_stream, time_ms)"},
+        {R"({"on": {"call": "open"}, "do": "unplug"})",
+         R"("call" must be the name of a libusb function)"},
+        {R"({"on": {"call": 7}, "do": "unplug"})",
+         R"("call" must be the name of a libusb function)"},
+        {R"({"on": {"call": "libusb_open", "endpoint": 1}, "do": "unplug"})",
+         R"(unknown member "endpoint" in "on" with "call")"},
+        {R"({"on": {"control": {}, "argument": 1}, "do": "unplug"})",
+         R"(unknown member "argument" in "on" with "control")"},
+        {R"({"on": {"control": 1}, "do": "unplug"})", R"("control" must be an object)"},
+        {R"({"on": {"control": {"length": 1}}, "do": "unplug"})",
+         R"(unknown member "length" in "control")"},
+        {R"({"on": {"control": {"type": 256}}, "do": "unplug"})", R"("type" must lie in 0 to 255)"},
+        {R"({"on": {"control": {"request": "x"}}, "do": "unplug"})",
+         R"("request" is not a number: "x")"},
+        {R"({"on": {"control": {"value": "0x100 "}}, "do": "unplug"})",
+         R"("value" is not a number: "0x100 ")"},
+        {R"({"on": {"control": {"index": []}}, "do": "unplug"})", R"("index" must be a number)"},
+        {R"({"on": {"control": {"data": 7}}, "do": "unplug"})",
+         R"("data" must be a text of hexadecimal digits)"},
+        {R"({"on": {"control": {"data": "012"}}, "do": "unplug"})",
+         R"("data" must be a text of pairs of hexadecimal digits)"},
+        {R"({"on": {"control": {"data": "0g"}}, "do": "unplug"})",
+         R"("data" must be a text of pairs of hexadecimal digits)"},
+        {R"({"on": {"transfer": "bulk", "argument": 1}, "do": "unplug"})",
+         R"(unknown member "argument" in "on" with a transfer)"},
+        {R"({"on": {"transfer": "control"}, "do": "unplug"})",
+         R"(unknown kind of transfer "control")"},
+        {R"({"on": {"transfer": 5}, "do": "unplug"})", "kind of transfer must be a text"},
+        {R"({"on": {"sub_stream": "any", "endpoint": 1}, "do": "unplug"})",
+         R"(unknown member "endpoint" in "on" with "sub_stream")"},
+        {R"({"on": {"sub_stream": "h265"}, "do": "unplug"})", R"(unknown sub-stream "h265")"},
+        {R"({"on": {"time_ms": 1, "endpoint": 1}, "do": "unplug"})",
+         R"(unknown member "endpoint" in "on" with "time_ms")"},
+        {R"({"on": {"time_ms": 86400001}, "do": "unplug"})",
+         R"("time_ms" must lie in 0 to 86400000)"},
+        {R"({"on": {"frame": true}, "do": "stall", "nth": 0})",
+         R"("nth" must lie in 1 to 9223372036854775807)"},
+        {R"({"on": {"frame": true}, "do": "stall", "from": 0})",
+         R"("from" must lie in 1 to 9223372036854775807)"},
+        {R"({"on": {"frame": true}, "do": "stall", "count": 0})",
+         R"("count" must lie in 1 to 9223372036854775807)"},
+        {R"({"on": {"frame": true}, "do": "stall", "every": 0})",
+         R"("every" must lie in 1 to 9223372036854775807)"},
+        {R"({"on": {"frame": true}, "do": "stall", "seed": 0})",
+         R"("seed" must lie in 1 to 9223372036854775807)"},
+        {R"({"on": {"frame": true}, "do": "stall", "chance": 1.5})",
+         R"("chance" must be a number from 0 to 1)"},
+        {R"({"on": {"frame": true}, "do": "stall", "chance": -0.1})",
+         R"("chance" must be a number from 0 to 1)"},
+        {R"({"on": {"frame": true}, "do": "stall", "chance": "1"})",
+         R"("chance" must be a number from 0 to 1)"},
+    };
+    for (const auto& [rule, text] : cases) {
+        EXPECT_EQ(objection(json::parse(rule)), std::string("fault rule: ") + text) << rule;
+    }
+}
+
+TEST(RuleMembers, RefusalSaysWhatIsWrong) {
+    const std::vector<std::pair<const char*, const char*>> cases{
+        {R"({})", R"("do" is empty)"},
+        {R"(5)", R"("do" must be a word or an object)"},
+        {R"("explode")", R"(unknown action "explode")"},
+        {R"({"explode": 1})", R"(unknown member "explode" in "do")"},
+        {R"({"status": "bad"})", R"(unknown status "bad")"},
+        {R"({"status": 1})", "status must be a text"},
+        {R"({"short": -1})", R"("short" must lie in 0 to 16777216)"},
+        {R"({"actual_length": 16777217})", R"("actual_length" must lie in 0 to 16777216)"},
+        {R"({"reply": 1})", R"("reply" must be a text of hexadecimal digits)"},
+        {R"({"late_ms": 3600001})", R"("late_ms" must lie in 0 to 3600000)"},
+        {R"({"timeout": "soon"})", R"(unknown kind of time-out "soon")"},
+        {R"({"corrupt": 1})", R"("corrupt" must be an object)"},
+        {R"({"corrupt": {"or": 1}})", R"(unknown member "or" in "corrupt")"},
+        {R"({"corrupt": {"xor": 256}})", R"("xor" must lie in 0 to 255)"},
+        {R"({"corrupt": {"offset": -1}})", R"("offset" must lie in 0 to 16777216)"},
+        {R"({"header": 1})", R"("header" must be an object)"},
+        {R"({"header": {"pts": true}})", R"(unknown member "pts" in "header")"},
+        {R"({"header": {"length": 256}})", R"("length" must lie in 0 to 255)"},
+        {R"({"overwrite": 1})", R"("overwrite" must be an object)"},
+        {R"({"overwrite": {"at": 1}})", R"(unknown member "at" in "overwrite")"},
+        {R"({"overwrite": {"offset": -1}})", R"("offset" must lie in 0 to 16777216)"},
+        {R"({"overwrite": {}})", R"("bytes" must be a text of hexadecimal digits)"},
+        {R"({"append": -1})", R"("append" must lie in 0 to 16777216)"},
+    };
+    for (const auto& [what, text] : cases) {
+        const json rule{{"on", {{"transfer", "bulk"}}}, {"do", json::parse(what)}};
+        EXPECT_EQ(objection(rule), std::string("fault rule: ") + text) << rule;
+    }
+}
+
+TEST(RuleMembers, RefusalOfPacketsAndFieldsSaysWhatIsWrong) {
+    const std::vector<std::pair<const char*, const char*>> packets{
+        {R"({})", R"("packets" must be a list)"},
+        {R"([1])", R"("packets" must be an object)"},
+        {R"([{"at": 1}])", R"(unknown member "at" in "packets")"},
+        {R"([{"index": -1}])", R"("index" must lie in 0 to 16777216)"},
+        {R"([{"length": -1}])", R"("length" must lie in 0 to 16777216)"},
+        {R"([{"status": "bad"}])", R"(unknown status "bad")"},
+    };
+    for (const auto& [what, text] : packets) {
+        const json rule{{"on", {{"transfer", "iso"}}}, {"do", {{"packets", json::parse(what)}}}};
+        EXPECT_EQ(objection(rule), std::string("fault rule: ") + text) << rule;
+    }
+    const std::vector<std::pair<const char*, const char*>> fields{
+        {R"(1)", R"("fields" must be an object)"},
+        {R"({"size": 1})", R"(unknown member "size" in "fields")"},
+        {R"({"width": -1})", R"("width" must lie in 0 to 4294967295)"},
+        {R"({"width": "wide"})", R"("width" is not a number: "wide")"},
+        {R"({"width": {"plus": 1}})", R"(unknown member "plus" in "width")"},
+        {R"({"width": {}})", R"("add" must be a number)"},
+        {R"({"width": {"add": 4294967296}})", R"("add" must lie in -4294967295 to 4294967295)"},
+    };
+    for (const auto& [what, text] : fields) {
+        const json rule{{"on", {{"sub_stream", "any"}}}, {"do", {{"fields", json::parse(what)}}}};
+        EXPECT_EQ(objection(rule), std::string("fault rule: ") + text) << rule;
+    }
+}
+
 TEST(RuleMembers, OfASelectorAreItsOwn) {
     for (const char* on :
          {R"({"call": "libusb_open", "endpoint": 1})", R"({"control": {}, "argument": 1})",
