@@ -25,8 +25,18 @@ void check_members(const json& object, const std::string& what,
 
 uint16_t parse_id(const json& object, const char* name) {
     const json& value = object.at(name);
-    const long number =
-        value.is_string() ? std::stol(value.get<std::string>(), nullptr, 0) : value.get<long>();
+    const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+    long long number = 0;
+    size_t used = 0;
+    try {
+        number = std::stoll(text, &used, 0);
+    } catch (const std::exception&) {
+        used = 0;
+    }
+    if (used == 0 || used != text.size()) {
+        throw std::invalid_argument(std::string("\"") + name + "\" is not a number: \"" + text +
+                                    '"');
+    }
     if (number < 0 || number > 0xFFFF) {
         throw std::invalid_argument(std::string("\"") + name + "\" must lie in 0 to 0xFFFF");
     }
