@@ -22,7 +22,6 @@ using namespace std::chrono_literals;
 using sim::Time;
 using sim::World;
 
-constexpr int kFramesPerSecond = 30;
 constexpr int64_t kTicksPerSecond = 90000;
 /// Wraps of the 90 kHz time lie that far apart.
 constexpr Time kCtsWrap = std::chrono::seconds((int64_t{1} << 32) / kTicksPerSecond + 1);
