@@ -53,6 +53,18 @@ TEST_F(UacData, EveryTransferIsOneFrame) {
     EXPECT_EQ(usb().submits().size(), 3u);
 }
 
+TEST_F(UacData, FillAnswersZeroWhetherOrNotThereIsRoom) {
+    m_Engine->IsStreaming = false;  // what is filled here is not submitted again
+    libusb_transfer transfer = {};
+    for (unsigned i = 1; i <= 4; ++i) {
+        EXPECT_EQ(m_Engine->FillAudioData(&transfer), 0);
+        EXPECT_EQ(Queued(), i);
+    }
+    EXPECT_EQ(m_Engine->FillAudioData(&transfer), 0);
+    EXPECT_EQ(Queued(), 4u);
+    EXPECT_TRUE(usb().submits().empty());
+}
+
 TEST_F(UacData, PacketStatusIsNotExamined) {
     Deliver({Packet({1, 2}, TransferStatus::kError), Packet({3}, TransferStatus::kStall),
              Packet({4}, TransferStatus::kOverflow)});
