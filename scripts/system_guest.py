@@ -19,6 +19,7 @@ PACKAGES = ("busybox-static", "libusb-1.0-0", "libudev1", "v4l-utils", "libv4l-0
 DEPMOD_PACKAGE = "kmod"  # runs here, whatever the guest is
 PROGRAMS = ("bin/lsusb", "bin/v4l2-ctl", "bin/v4l2-compliance", "bin/arecord", "sbin/usbip")
 GST_PLUGINS = ("coreelements", "video4linux2")  # of GStreamer's own
+GST_PROGRAM = "usr/bin/gst-launch-1.0"
 # Roots of the dependency walk: the share, the network, the virtual host controller, the drivers.
 MODULES = ("9p", "9pnet_virtio", "virtio_pci", "virtio_net", "vhci-hcd", "uvcvideo",
            "snd-usb-audio")
@@ -231,13 +232,20 @@ def add_programs(root, machine, binaries, packages, own_programs, own_libraries)
     loader.symlink_to(f"/lib/{machine.triplet}/{loader.name}")
 
 
+def element_of(build, sysroot):
+    """The GStreamer element, where it was built and a pipeline can be played; None elsewhere. A
+    sysroot (scripts/make-sysroot) has what a build needs, and no programs."""
+    element = build / "gst/libgstaitcam.so"
+    return element if element.is_file() and (sysroot / GST_PROGRAM).is_file() else None
+
+
 def add_gstreamer(root, machine, binaries, sysroot, element):
     """gst-launch-1.0, our element and what it is compared with, of the GStreamer that the element
     was linked with; at the places where that looks."""
     folder = f"lib/{machine.triplet}"
     plugins = [element, *(sysroot / f"usr/{folder}/gstreamer-1.0/libgst{name}.so"
                           for name in GST_PLUGINS)]
-    program = sysroot / "usr/bin/gst-launch-1.0"
+    program = sysroot / GST_PROGRAM
     binaries.copy_stripped(program, root / "bin" / program.name)
     for plugin in plugins:
         binaries.copy_stripped(plugin, root / folder / "gstreamer-1.0" / plugin.name)
@@ -293,8 +301,8 @@ def build_guest(tree, machine, build):
                  [build / "host/camhost", build / "virtcam/tool/virtcam",
                   build / "tests/system/system_scenarios"],
                  [build / "Src/libaitorixcamera.so"])
-    element = build / "gst/libgstaitcam.so"
-    if element.is_file():  # built where GStreamer's development packages are
+    element = element_of(build, sysroot)
+    if element:
         add_gstreamer(root, machine, binaries, sysroot, element)
     add_data(root, packages)
     run([str(scripts / "make-tv-files"), str(root)])

@@ -14,7 +14,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
 sys.dont_write_bytecode = True
-from system_guest import Binaries, GuestError  # noqa: E402
+from system_guest import Binaries, GuestError, element_of  # noqa: E402
 
 PROGRAMS = [Path(argument) for argument in sys.argv[1:]]
 LIBRARIES = Path("/usr/lib") / sysconfig.get_config_var("MULTIARCH")
@@ -49,6 +49,18 @@ class GuestLibraries(unittest.TestCase):
         with tempfile.TemporaryDirectory() as nothing, self.assertRaises(GuestError) as caught:
             Binaries("", [Path(nothing)]).needed_libraries(PROGRAMS[:1])
         self.assertIn(f"{PROGRAMS[0]} needs lib", str(caught.exception))
+
+    def test_no_element_where_no_pipeline_can_be_played(self):
+        with tempfile.TemporaryDirectory() as folder:
+            build, sysroot = Path(folder) / "build", Path(folder) / "sysroot"
+            element, player = build / "gst/libgstaitcam.so", sysroot / "usr/bin/gst-launch-1.0"
+            self.assertIsNone(element_of(build, sysroot))
+            element.parent.mkdir(parents=True)
+            element.touch()
+            self.assertIsNone(element_of(build, sysroot))
+            player.parent.mkdir(parents=True)
+            player.touch()
+            self.assertEqual(element_of(build, sysroot), element)
 
 
 if __name__ == "__main__":
