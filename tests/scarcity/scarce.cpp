@@ -106,7 +106,7 @@ _Unwind_Reason_Code LookAt(_Unwind_Context* context, void* argument) {
     }
     caller->found = true;
     caller->plugin = strstr(object.dli_fname, kPlugin) != nullptr;
-    return _URC_NORMAL_STOP;
+    return _URC_END_OF_STACK;  // all but NO_REASON end it; ARM knows no NORMAL_STOP
 }
 
 bool CalledByPlugin() {
