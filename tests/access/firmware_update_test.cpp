@@ -373,12 +373,14 @@ TEST_F(FirmwareUpdate, WhatIsNoRegularFileIsMissing) {
 
 TEST_F(FirmwareUpdate, AnImageBeyondTheSizeFieldIsRefused) {
     WriteFile(kPath, "");
-    ASSERT_EQ(truncate(kPath, 0x80000000L), 0);  // sparse
+    ASSERT_EQ(truncate64(kPath, 0x80000000LL), 0);  // sparse
     for (const auto& [name, update] : Paths()) {
         SCOPED_TRACE(name);
         log().reset();
         EXPECT_EQ(update(device_, Path()), AIT_ERR_DEVICE);
-        EXPECT_LOG(1, kFailed);
+        if (sizeof(long) > sizeof(int)) {  // else the C library opens no such file, or has no size
+            EXPECT_LOG(1, kFailed);
+        }
     }
     EXPECT_TRUE(Requests().empty());
     std::filesystem::remove(kPath);

@@ -87,37 +87,41 @@ bool Forget(void* pointer) {
     return false;
 }
 
-struct Caller {
-    bool found = false;
-    bool plugin = false;
-};
+enum class Caller { kPassedOn, kThePlugin, kOther };
 
-_Unwind_Reason_Code LookAt(_Unwind_Context* context, void* argument) {
-    auto* caller = static_cast<Caller*>(argument);
+Caller WhoIsAt(const void* address) {
     Dl_info object;
-    const auto address = reinterpret_cast<void*>(_Unwind_GetIP(context));
     if (dladdr(address, &object) == 0 || object.dli_fname == nullptr) {
-        return _URC_NO_REASON;
+        return Caller::kPassedOn;
     }
     for (const char* name : kPassedThrough) {
         if (strstr(object.dli_fname, name) != nullptr) {
-            return _URC_NO_REASON;
+            return Caller::kPassedOn;
         }
     }
-    caller->found = true;
-    caller->plugin = strstr(object.dli_fname, kPlugin) != nullptr;
-    return _URC_END_OF_STACK;  // all but NO_REASON end it; ARM knows no NORMAL_STOP
+    return strstr(object.dli_fname, kPlugin) != nullptr ? Caller::kThePlugin : Caller::kOther;
 }
 
-bool CalledByPlugin() {
+_Unwind_Reason_Code LookAt(_Unwind_Context* context, void* argument) {
+    auto* caller = static_cast<Caller*>(argument);
+    *caller = WhoIsAt(reinterpret_cast<void*>(_Unwind_GetIP(context)));
+    // All but NO_REASON end the walk; ARM knows no NORMAL_STOP.
+    return *caller == Caller::kPassedOn ? _URC_NO_REASON : _URC_END_OF_STACK;
+}
+
+/// `caller`: where the request returns to. The walk alone would not do: on ARM it ends, without a
+/// word, at a function that throws nothing.
+bool CalledByPlugin(const void* caller) {
     if (t_inside) {
         return false;
     }
     t_inside = true;
-    Caller caller;
-    _Unwind_Backtrace(LookAt, &caller);
+    Caller who = WhoIsAt(caller);
+    if (who == Caller::kPassedOn) {
+        _Unwind_Backtrace(LookAt, &who);
+    }
     t_inside = false;
-    return caller.plugin;
+    return who == Caller::kThePlugin;
 }
 
 /// Counts a request of the plug-in. True when it is the one that fails.
@@ -134,8 +138,8 @@ Function* Next(const char* name) {
 }
 
 template <typename Ask>
-void* Allocate(Ask ask) {
-    if (ChosenKind() != Kind::kMemory || !CalledByPlugin()) {
+void* Allocate(const void* caller, Ask ask) {
+    if (ChosenKind() != Kind::kMemory || !CalledByPlugin(caller)) {
         return ask();
     }
     if (Refused(Kind::kMemory)) {
@@ -149,8 +153,9 @@ void* Allocate(Ask ask) {
     return block;
 }
 
-bool DescriptorRefused() {
-    if (ChosenKind() != Kind::kDescriptors || !CalledByPlugin() || !Refused(Kind::kDescriptors)) {
+bool DescriptorRefused(const void* caller) {
+    if (ChosenKind() != Kind::kDescriptors || !CalledByPlugin(caller) ||
+        !Refused(Kind::kDescriptors)) {
         return false;
     }
     errno = EMFILE;
@@ -180,15 +185,15 @@ __attribute__((destructor)) void Report() {
 extern "C" {
 
 void* malloc(size_t size) {
-    return Allocate([&] { return __libc_malloc(size); });
+    return Allocate(__builtin_return_address(0), [&] { return __libc_malloc(size); });
 }
 
 void* calloc(size_t count, size_t size) {
-    return Allocate([&] { return __libc_calloc(count, size); });
+    return Allocate(__builtin_return_address(0), [&] { return __libc_calloc(count, size); });
 }
 
 void* realloc(void* block, size_t size) {
-    return Allocate([&] {
+    return Allocate(__builtin_return_address(0), [&] {
         const bool watched = block != nullptr && ChosenKind() == Kind::kMemory && Forget(block);
         void* moved = __libc_realloc(block, size);
         if (moved == nullptr && watched) {
@@ -207,7 +212,8 @@ void free(void* block) {
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                    void* argument) {
-    if (ChosenKind() == Kind::kThreads && CalledByPlugin() && Refused(Kind::kThreads)) {
+    if (ChosenKind() == Kind::kThreads && CalledByPlugin(__builtin_return_address(0)) &&
+        Refused(Kind::kThreads)) {
         return EAGAIN;
     }
     return Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create")(
@@ -219,11 +225,14 @@ int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return DescriptorRefused() ? -1 : Next<int(const char*, int, ...)>("open")(path, flags, mode);
+    return DescriptorRefused(__builtin_return_address(0))
+               ? -1
+               : Next<int(const char*, int, ...)>("open")(path, flags, mode);
 }
 
 FILE* fopen(const char* path, const char* mode) {
-    return DescriptorRefused() ? nullptr
-                               : Next<FILE*(const char*, const char*)>("fopen")(path, mode);
+    return DescriptorRefused(__builtin_return_address(0))
+               ? nullptr
+               : Next<FILE*(const char*, const char*)>("fopen")(path, mode);
 }
 }

@@ -31,9 +31,14 @@ uint32_t frames_wanted() {
     return text == nullptr ? 12000 : static_cast<uint32_t>(atol(text));
 }
 
-/// KiB that the process holds.
+/// KiB that the process holds; of an emulated one those of its heap, since an emulator's own memory
+/// cannot be told from the program's.
 long memory_held() {
     malloc_trim(0);
+    if (getenv("AITCAM_EMULATOR") != nullptr) {
+        const struct mallinfo2 heap = mallinfo2();
+        return static_cast<long>((heap.uordblks + heap.hblkhd) / 1024);
+    }
     std::ifstream file("/proc/self/statm");
     long size = 0, resident = 0;
     file >> size >> resident;
