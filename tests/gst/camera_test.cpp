@@ -188,7 +188,7 @@ TEST_F(Camera, PicturesAreThoseThatCamhostRecords) {
     const auto recording = camhost::test::run_process(
         {getenv("CAMHOST"), "record", "--plugin", getenv("PLUGIN"), "--virtual-bus",
          getenv("VIRTUAL_BUS"), "--virtual=" + configuration.dump(), "--signal", "gray",
-         "--streams", "gray", "--duration", "300ms", "--output", folder.path() / "out"});
+         "--streams", "gray", "--duration", "1s", "--output", folder.path() / "out"});
     ASSERT_EQ(recording.code, 0) << recording.out << recording.err;
     const auto recorded = pictures_of(folder.text_of("out/gray.y4m"), kBytes, 5);
     ASSERT_EQ(recorded.size(), 5U);

@@ -59,7 +59,7 @@ class VirtualCamera : public testing::Test {
 class UsablePreset : public VirtualCamera, public testing::WithParamInterface<const char*> {};
 
 TEST_P(UsablePreset, IsBroughtUpAndRecords) {
-    const ProcessResult result = record(GetParam(), "1500ms");  // the first picture takes its time
+    const ProcessResult result = record(GetParam(), "3s");  // the first picture takes its time
     EXPECT_EQ(result.code, kOk) << result.out << result.err;
     EXPECT_THAT(result.out, HasSubstr("the camera is usable (Init reported true after"));
     EXPECT_GT(folder_.text_of("out/main.h264").size(), 0U);
@@ -146,7 +146,7 @@ TEST_F(VirtualCamera, TraceShowsAChangeWhileRecordingAtItsTime) {
 TEST_F(VirtualCamera, CaptureOpensInWiresharkWithItsRequestsNamed) {
     const std::string file = folder_.path() / "camera.pcap";
     const ProcessResult result = run({"trace", "--virtual=running", "--pcap", file, "--payloads",
-                                      "--signal", "h264-gray", "--duration", "300ms"});
+                                      "--signal", "h264-gray", "--duration", "1s"});
     EXPECT_EQ(result.code, kOk) << result.out << result.err;
     EXPECT_THAT(result.out, HasSubstr("UVC COMMIT SET_CUR format 4 frame 1"));
     EXPECT_THAT(result.out, HasSubstr(" ms | MMP 0x01/0x01 stream combination 1")) << "no duration";

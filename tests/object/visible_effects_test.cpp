@@ -9,6 +9,7 @@
 #include "tests/object/CameraTest.h"
 #include "tests/virtcam/picture_decoder.h"
 #include "tests/virtcam/picture_measures.h"
+#include "virtcam/model/scene.h"
 
 namespace test {
 namespace {
@@ -60,6 +61,35 @@ nlohmann::json UnpacedCamera() {
 struct Size {
     int width, height;
 };
+
+/// The picture without the lamp, wherever a mirror may show it: when that flashes is the sound's
+/// affair, and which picture it meets is the machine's.
+Picture Unlit(Picture picture) {
+    using namespace virtcam::model;
+    const auto scaled = [&](int sensor) { return sensor * picture.width / kSensorWidth; };
+    const int reach = scaled(kLampRadius) + 2;  // and what scaling blurs
+    const int right = scaled(kLampX - kSensorWidth / 2);
+    const int below = scaled(kLampY - kSensorHeight / 2);
+    const auto hide = [&](std::vector<uint8_t>* plane, int part) {
+        const int width = picture.width / part;
+        for (int i = 0; i < static_cast<int>(plane->size()); ++i) {
+            const int x = std::abs(i % width * part - picture.width / 2);
+            const int y = std::abs(i / width * part - picture.height / 2);
+            if (std::abs(x - right) <= reach && std::abs(y - below) <= reach) {
+                (*plane)[static_cast<size_t>(i)] = 0;
+            }
+        }
+    };
+    hide(&picture.y, 1);
+    hide(&picture.u, 2);
+    hide(&picture.v, 2);
+    return picture;
+}
+
+/// As difference(), the lamp apart.
+double UnlitDifference(const Picture& a, const Picture& b) {
+    return difference(Unlit(a), Unlit(b));
+}
 
 /// What each observer of a recording saw first.
 typedef std::map<CAM_STREAM_TYPE, Picture> Pictures;
@@ -170,8 +200,8 @@ TEST_F(VisibleEffects, MirrorTurnsTheMainPicture) {
     const Pictures set = RecordThreeWith(CAM_PROPERTY_MIRROR, 1);
     EXPECT_GT(difference(set.at(kMain), plain.at(kMain)), kOtherView);
     EXPECT_LT(difference(set.at(kMain), mirrored(plain.at(kMain))), kSameView);
-    EXPECT_EQ(difference(set.at(kLocal), plain.at(kLocal)), 0);
-    EXPECT_EQ(difference(set.at(kGray), plain.at(kGray)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kLocal), plain.at(kLocal)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kGray), plain.at(kGray)), 0);
 }
 
 TEST_F(VisibleEffects, FlipTurnsTheMainPictureUpsideDown) {
@@ -179,8 +209,8 @@ TEST_F(VisibleEffects, FlipTurnsTheMainPictureUpsideDown) {
     const Pictures set = RecordThreeWith(CAM_PROPERTY_FLIP, 1);
     EXPECT_GT(middle_difference(set.at(kMain), plain.at(kMain)), kOtherView);
     EXPECT_LT(middle_difference(set.at(kMain), flipped(plain.at(kMain))), kSameView);
-    EXPECT_EQ(difference(set.at(kLocal), plain.at(kLocal)), 0);
-    EXPECT_EQ(difference(set.at(kGray), plain.at(kGray)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kLocal), plain.at(kLocal)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kGray), plain.at(kGray)), 0);
 }
 
 TEST_F(VisibleEffects, MirrorAndFlipTogetherTurnTheJpegPicture) {
@@ -201,9 +231,9 @@ TEST_F(VisibleEffects, LocalMirrorTurnsTheLocalPicture) {
     const Pictures plain = RecordUntouched();
     const Pictures set = RecordThreeWith(CAM_PROPERTY_LOCAL_MIRROR, 1);
     EXPECT_GT(difference(set.at(kLocal), plain.at(kLocal)), kOtherView);
-    EXPECT_EQ(difference(set.at(kLocal), mirrored(plain.at(kLocal))), 0);
-    EXPECT_EQ(difference(set.at(kMain), plain.at(kMain)), 0);
-    EXPECT_EQ(difference(set.at(kGray), plain.at(kGray)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kLocal), mirrored(plain.at(kLocal))), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kMain), plain.at(kMain)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kGray), plain.at(kGray)), 0);
 }
 
 TEST_F(VisibleEffects, LocalMirrorTurnsEachKindOfLocalPicture) {
@@ -214,7 +244,7 @@ TEST_F(VisibleEffects, LocalMirrorTurnsEachKindOfLocalPicture) {
         const Pictures set =
             Record(signal, {stream}, [&] { EXPECT_TRUE(Set(CAM_PROPERTY_LOCAL_MIRROR, 1)); });
         EXPECT_GT(difference(set.at(stream), plain.at(stream)), kOtherView) << signal;
-        EXPECT_EQ(difference(set.at(stream), mirrored(plain.at(stream))), 0) << signal;
+        EXPECT_EQ(UnlitDifference(set.at(stream), mirrored(plain.at(stream))), 0) << signal;
     }
 }
 
@@ -222,9 +252,9 @@ TEST_F(VisibleEffects, GrayMirrorTurnsTheGrayPicture) {
     const Pictures plain = RecordUntouched();
     const Pictures set = RecordThreeWith(CAM_PROPERTY_MIRROR_GRAY, 1);
     EXPECT_GT(difference(set.at(kGray), plain.at(kGray)), kOtherView);
-    EXPECT_EQ(difference(set.at(kGray), mirrored(plain.at(kGray))), 0);
-    EXPECT_EQ(difference(set.at(kMain), plain.at(kMain)), 0);
-    EXPECT_EQ(difference(set.at(kLocal), plain.at(kLocal)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kGray), mirrored(plain.at(kGray))), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kMain), plain.at(kMain)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kLocal), plain.at(kLocal)), 0);
 }
 
 TEST_F(VisibleEffects, SwitchingAMirrorOffTurnsThePictureBack) {
@@ -238,8 +268,8 @@ TEST_F(VisibleEffects, SwitchingAMirrorOffTurnsThePictureBack) {
         EXPECT_TRUE(Set(CAM_PROPERTY_LOCAL_MIRROR, 0));
     });
     EXPECT_LT(difference(set.at(kMain), mirrored(plain.at(kMain))), kSameView);
-    EXPECT_EQ(difference(set.at(kLocal), plain.at(kLocal)), 0);
-    EXPECT_EQ(difference(set.at(kGray), mirrored(plain.at(kGray))), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kLocal), plain.at(kLocal)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kGray), mirrored(plain.at(kGray))), 0);
 }
 
 // --- view ----------------------------------------------------------------------------------------
@@ -278,12 +308,12 @@ TEST_F(VisibleEffects, CropShowsAWindowOfMainAndLocalPicture) {
         EXPECT_LT(difference_from_window(set.at(stream), plain.at(stream), {100, 180, 320, 240}),
                   kEnlarged);
     }
-    EXPECT_EQ(difference(set.at(kGray), plain.at(kGray)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kGray), plain.at(kGray)), 0);
     const Pictures reset = RecordThree([this] {
         EXPECT_TRUE(SetPair(CAM_PROPERTY_CROP_VGA, 200, 360));
         EXPECT_TRUE(Set(CAM_PROPERTY_CROP_VGA, 0));
     });
-    EXPECT_EQ(difference(reset.at(kLocal), plain.at(kLocal)), 0);
+    EXPECT_EQ(UnlitDifference(reset.at(kLocal), plain.at(kLocal)), 0);
 }
 
 TEST_F(VisibleEffects, GrayCropShowsAWindowOfTheGrayPicture) {
@@ -293,13 +323,13 @@ TEST_F(VisibleEffects, GrayCropShowsAWindowOfTheGrayPicture) {
     EXPECT_GT(difference(set.at(kGray), plain.at(kGray)), kOtherView);
     EXPECT_LT(difference_from_window(set.at(kGray), plain.at(kGray), {50, 90, 160, 120}),
               kEnlarged);
-    EXPECT_EQ(difference(set.at(kMain), plain.at(kMain)), 0);
-    EXPECT_EQ(difference(set.at(kLocal), plain.at(kLocal)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kMain), plain.at(kMain)), 0);
+    EXPECT_EQ(UnlitDifference(set.at(kLocal), plain.at(kLocal)), 0);
     const Pictures reset = RecordThree([this] {
         EXPECT_TRUE(SetPair(CAM_PROPERTY_CROP_GRAY, 200, 360));
         EXPECT_TRUE(Set(CAM_PROPERTY_CROP_GRAY, 0));
     });
-    EXPECT_EQ(difference(reset.at(kGray), plain.at(kGray)), 0);
+    EXPECT_EQ(UnlitDifference(reset.at(kGray), plain.at(kGray)), 0);
 }
 
 // --- size ----------------------------------------------------------------------------------------
@@ -327,7 +357,8 @@ TEST_F(VisibleEffects, LocalViewSizeCutsTheLocalPicture) {
             size)[CAM_STREAM_YUYV];
     };
     const Picture plain = record(kVga);
-    EXPECT_EQ(difference_from_window(record({640, 360}), plain, {0, 60, 640, 360}), 0);
+    EXPECT_EQ(difference_from_window(Unlit(record({640, 360})), Unlit(plain), {0, 60, 640, 360}),
+              0);
     EXPECT_LT(difference_from_window(record({800, 450}), plain, {0, 60, 640, 360}), kEnlarged);
 }
 
@@ -357,7 +388,7 @@ TEST_F(VisibleEffects, SaturationSpreadsTheColours) {
     EXPECT_LT(deviation(none.v), 1);
     EXPECT_GT(deviation(much.u), deviation(plain.u) * 1.4);
     EXPECT_GT(deviation(much.v), deviation(plain.v) * 1.4);
-    EXPECT_EQ(difference(none, plain), 0);
+    EXPECT_EQ(UnlitDifference(none, plain), 0);
 }
 
 TEST_F(VisibleEffects, HueTurnsTheColours) {
@@ -368,7 +399,7 @@ TEST_F(VisibleEffects, HueTurnsTheColours) {
     EXPECT_LT(distance_from_opposite(half.v, plain.v), 2);
     EXPECT_NEAR(mean(quarter.v), mean(plain.u), 2) << "blue has become red";
     EXPECT_GT(distance_from_opposite(quarter.u, plain.u), 5);
-    EXPECT_EQ(difference(half, plain), 0);
+    EXPECT_EQ(UnlitDifference(half, plain), 0);
 }
 
 TEST_F(VisibleEffects, SharpnessGammaAndBacklightChangeTheLuma) {
@@ -392,7 +423,7 @@ TEST_F(VisibleEffects, WhiteBalanceWarmsWhenItIsSetByHand) {
     const Picture warm = record(0);
     EXPECT_GT(mean(warm.v), mean(plain.v) + 15);
     EXPECT_LT(mean(warm.u), mean(plain.u) - 15);
-    EXPECT_EQ(record(1).v, plain.v) << "automatic ignores the temperature";
+    EXPECT_EQ(Unlit(record(1)).v, Unlit(plain).v) << "automatic ignores the temperature";
 }
 
 TEST_F(VisibleEffects, ImageAndColourEffectsAct) {
@@ -401,7 +432,7 @@ TEST_F(VisibleEffects, ImageAndColourEffectsAct) {
     EXPECT_NEAR(negative.row_y(400)[300], 255 - plain.row_y(400)[300], 1);
     const Picture gray = RecordLocalWith(CAM_PROPERTY_COLOR_EFFECT, 1);
     EXPECT_LT(deviation(gray.v), 1);
-    EXPECT_EQ(difference(gray, plain), 0);
+    EXPECT_EQ(UnlitDifference(gray, plain), 0);
 }
 
 // --- bit rate ------------------------------------------------------------------------------------
