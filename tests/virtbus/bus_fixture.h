@@ -82,7 +82,8 @@ class BusFixture : public testing::Test {
 
     /// One round of event handling that does not wait.
     static void handle_events(libusb_context* context);
-    /// Event handling until the condition holds; false after two seconds.
+    /// Event handling until the condition holds; false after 20 s, more than a
+    /// busy machine takes.
     static bool handle_events_until(libusb_context* context, const std::function<bool()>& done);
 
     /// A context that the test exits.
