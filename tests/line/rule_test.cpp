@@ -190,9 +190,19 @@ TEST(RuleMembers, RefusalNamesMemberAndPoint) {
     }
 }
 
+typedef std::vector<std::pair<const char*, const char*>> Refusals;  // JSON, what is said of it
+
 /// Each text whole: it is all that the author of a rule has to go by.
+template <typename MakeRule>
+void expect_refusals(const Refusals& cases, MakeRule rule_with) {
+    for (const auto& [what, text] : cases) {
+        EXPECT_EQ(objection(rule_with(json::parse(what))), std::string("fault rule: ") + text)
+            << what;
+    }
+}
+
 TEST(Rule, RefusalSaysWhatIsWrong) {
-    const std::vector<std::pair<const char*, const char*>> cases{
+    const Refusals cases{
         {R"(5)", "the rule must be an object"},
         {R"({"on": {"frame": true}, "do": "stall", "when": 1})",
          R"(unknown member "when" in the rule)"},
@@ -258,13 +268,11 @@ TEST(Rule, RefusalSaysWhatIsWrong) {
         {R"({"on": {"frame": true}, "do": "stall", "chance": "1"})",
          R"("chance" must be a number from 0 to 1)"},
     };
-    for (const auto& [rule, text] : cases) {
-        EXPECT_EQ(objection(json::parse(rule)), std::string("fault rule: ") + text) << rule;
-    }
+    expect_refusals(cases, [](const json& rule) { return rule; });
 }
 
 TEST(RuleMembers, RefusalSaysWhatIsWrong) {
-    const std::vector<std::pair<const char*, const char*>> cases{
+    const Refusals cases{
         {R"({})", R"("do" is empty)"},
         {R"(5)", R"("do" must be a word or an object)"},
         {R"("explode")", R"(unknown action "explode")"},
@@ -289,14 +297,13 @@ TEST(RuleMembers, RefusalSaysWhatIsWrong) {
         {R"({"overwrite": {}})", R"("bytes" must be a text of hexadecimal digits)"},
         {R"({"append": -1})", R"("append" must lie in 0 to 16777216)"},
     };
-    for (const auto& [what, text] : cases) {
-        const json rule{{"on", {{"transfer", "bulk"}}}, {"do", json::parse(what)}};
-        EXPECT_EQ(objection(rule), std::string("fault rule: ") + text) << rule;
-    }
+    expect_refusals(cases, [](const json& what) -> json {
+        return {{"on", {{"transfer", "bulk"}}}, {"do", what}};
+    });
 }
 
 TEST(RuleMembers, RefusalOfPacketsAndFieldsSaysWhatIsWrong) {
-    const std::vector<std::pair<const char*, const char*>> packets{
+    const Refusals packets{
         {R"({})", R"("packets" must be a list)"},
         {R"([1])", R"("packets" must be an object)"},
         {R"([{"at": 1}])", R"(unknown member "at" in "packets")"},
@@ -304,11 +311,10 @@ TEST(RuleMembers, RefusalOfPacketsAndFieldsSaysWhatIsWrong) {
         {R"([{"length": -1}])", R"("length" must lie in 0 to 16777216)"},
         {R"([{"status": "bad"}])", R"(unknown status "bad")"},
     };
-    for (const auto& [what, text] : packets) {
-        const json rule{{"on", {{"transfer", "iso"}}}, {"do", {{"packets", json::parse(what)}}}};
-        EXPECT_EQ(objection(rule), std::string("fault rule: ") + text) << rule;
-    }
-    const std::vector<std::pair<const char*, const char*>> fields{
+    expect_refusals(packets, [](const json& what) -> json {
+        return {{"on", {{"transfer", "iso"}}}, {"do", {{"packets", what}}}};
+    });
+    const Refusals fields{
         {R"(1)", R"("fields" must be an object)"},
         {R"({"size": 1})", R"(unknown member "size" in "fields")"},
         {R"({"width": -1})", R"("width" must lie in 0 to 4294967295)"},
@@ -317,10 +323,9 @@ TEST(RuleMembers, RefusalOfPacketsAndFieldsSaysWhatIsWrong) {
         {R"({"width": {}})", R"("add" must be a number)"},
         {R"({"width": {"add": 4294967296}})", R"("add" must lie in -4294967295 to 4294967295)"},
     };
-    for (const auto& [what, text] : fields) {
-        const json rule{{"on", {{"sub_stream", "any"}}}, {"do", {{"fields", json::parse(what)}}}};
-        EXPECT_EQ(objection(rule), std::string("fault rule: ") + text) << rule;
-    }
+    expect_refusals(fields, [](const json& what) -> json {
+        return {{"on", {{"sub_stream", "any"}}}, {"do", {{"fields", what}}}};
+    });
 }
 
 TEST(RuleMembers, OfASelectorAreItsOwn) {
