@@ -23,21 +23,27 @@ void require_object(const json& value, const std::string& what,
     }
 }
 
+std::optional<int64_t> whole_number(const std::string& text) {
+    try {
+        size_t used = 0;
+        const int64_t result = std::stoll(text, &used, 0);
+        return used == text.size() ? std::optional(result) : std::nullopt;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
 int64_t number(const json& value, const std::string& name, int64_t low, int64_t high) {
     int64_t result = 0;
     if (value.is_number_integer()) {
         result = value.get<int64_t>();
     } else if (value.is_string()) {
         const auto text = value.get<std::string>();
-        size_t used = 0;
-        try {
-            result = std::stoll(text, &used, 0);
-        } catch (const std::exception&) {
-            used = 0;
-        }
-        if (used == 0 || used != text.size()) {
+        const auto parsed = whole_number(text);
+        if (!parsed) {
             refuse("\"" + name + "\" is not a number: \"" + text + "\"");
         }
+        result = *parsed;
     } else {
         refuse("\"" + name + "\" must be a number");
     }

@@ -23,6 +23,9 @@ namespace virtcam::faults {
 void require_object(const nlohmann::json& value, const std::string& what,
                     std::initializer_list<std::string_view> known);
 
+/// The whole of a text as "0x2065" or "8293"; nothing when it is no number or beyond 64 bits.
+std::optional<int64_t> whole_number(const std::string& text);
+
 /// A number, or a text as "0x2065"; within [low, high].
 int64_t number(const nlohmann::json& value, const std::string& name, int64_t low, int64_t high);
 

@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "virtcam/faults/json_values.h"
+
 namespace virtcam::line {
 namespace {
 
@@ -26,21 +28,15 @@ void check_members(const json& object, const std::string& what,
 uint16_t parse_id(const json& object, const char* name) {
     const json& value = object.at(name);
     const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
-    long long number = 0;
-    size_t used = 0;
-    try {
-        number = std::stoll(text, &used, 0);
-    } catch (const std::exception&) {
-        used = 0;
-    }
-    if (used == 0 || used != text.size()) {
+    const auto number = faults::whole_number(text);
+    if (!number) {
         throw std::invalid_argument(std::string("\"") + name + "\" is not a number: \"" + text +
                                     '"');
     }
-    if (number < 0 || number > 0xFFFF) {
+    if (*number < 0 || *number > 0xFFFF) {
         throw std::invalid_argument(std::string("\"") + name + "\" must lie in 0 to 0xFFFF");
     }
-    return static_cast<uint16_t>(number);
+    return static_cast<uint16_t>(*number);
 }
 
 bool parse_drivers(const json& value) {
