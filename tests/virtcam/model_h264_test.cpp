@@ -137,6 +137,24 @@ TEST(Encoder, ThatCannotBeUsedIsToldOnceByName) {
     EXPECT_TRUE(host.next_frame().has_value()) << "usable again";
 }
 
+/// What is told of a picture is told before advance() returns from making it.
+TEST(Encoder, ThatIsSlowHoldsNoDepartureUp) {
+    Host host(running_camera());
+    bool gone = false;
+    host.camera.set_failure_listener([&](const std::string&) {
+        ASSERT_TRUE(host.aux({1, 0, 3}) && host.aux({1, 1, 3})) << "burns nothing, and restarts";
+        const TimePoint departs = host.camera.advance_presence(host.now);
+        ASSERT_EQ(departs, host.now + std::chrono::milliseconds(CameraConfig{}.departure_ms));
+        host.camera.advance_presence(departs);
+        gone = !host.camera.attached();
+    });
+    ::test::encoder_is_broken = true;
+    ASSERT_TRUE(host.select(7) && host.start());
+    EXPECT_FALSE(host.next_frame().has_value());
+    ::test::encoder_is_broken = false;
+    EXPECT_TRUE(gone);
+}
+
 TEST(ParameterSets, ErrorNamesTheEncoder) {
     try {
         normalise_access_unit(from_hex("000000016764001e6800000168ce3c8000000165b8"));

@@ -149,11 +149,13 @@ TimePoint Bus::drive_camera() {
 }
 
 TimePoint Bus::keep_clocks() {
+    const auto present = camera();
+    const TimePoint next = present->advance_presence(model::Clock::now());
     const Hold hold(shared_.lock);
-    const TimePoint next = port_.run_due();
+    const TimePoint rules_due = port_.run_due();
     port_.sync();
     channels_.serve_all();
-    return std::min(next, channels_.due());
+    return std::min({next, rules_due, channels_.due()});
 }
 
 void Bus::camera_left(const std::shared_ptr<const DeviceInfo>& camera) {

@@ -297,6 +297,20 @@ TimePoint Camera::advance(TimePoint now) {
     return impl_->next_wake(now);
 }
 
+TimePoint Camera::advance_presence(TimePoint now) {
+    bool changed = false;
+    TimePoint next;
+    {
+        const std::lock_guard lock(impl_->mutex);
+        changed = impl_->advance_presence(now);
+        next = impl_->presence.next(now);
+    }
+    if (changed) {
+        impl_->notify();
+    }
+    return next;
+}
+
 ControlReply Camera::control(const Setup& setup, std::span<const uint8_t> out) {
     ControlReply reply{true, {}};
     bool wakes = false;

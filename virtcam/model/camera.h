@@ -67,6 +67,10 @@ class Camera {
     /// picture. Returns when it wants to be called again at the latest (TimePoint::max() when
     /// idle).
     TimePoint advance(TimePoint now);
+    /// Departure and re-enumeration alone, for another thread than that of advance(): never waits
+    /// for a picture, which a slow machine may take seconds to make. Returns when it wants to be
+    /// called again at the latest, as advance() does.
+    TimePoint advance_presence(TimePoint now);
 
     // --- the wire -----------------------------------------------------------------------------
     // With the device detached, control() stalls, bulk_out() is false and the IN functions have no

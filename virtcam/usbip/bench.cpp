@@ -1,5 +1,6 @@
 #include "virtcam/usbip/bench.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -52,7 +53,7 @@ TimePoint Bench::run_due(TimePoint now) {
         run(action);
     }
     const auto next = rules_.next_due();
-    return next ? started_ + *next : TimePoint::max();
+    return std::min(camera_->advance_presence(now), next ? started_ + *next : TimePoint::max());
 }
 
 nlohmann::json Bench::status() const {

@@ -34,7 +34,7 @@ class Bench final : public line::Device {
     uint64_t presence() const;
 
     void run(faults::DeviceAction action) override;
-    /// Does what timed rules ask for. Returns when the next one is due.
+    /// Does what timed rules ask for, and departures and returns. Returns when the next one is due.
     model::TimePoint run_due(model::TimePoint now);
 
     /// Raised when the camera has come, gone, or has made a picture.
