@@ -358,6 +358,11 @@ TEST_F(AitCommands, PanSendsTheTiltsUpperHalfAsFlags) {
         {"00000000100E0000", {0x64, 0, 0, 0, 0x10, 0x0E, 0, 0}},
         {"0000000034120500", {0x64, 0, 0, 0, 0x34, 0x12, 1, 0}},
         {"0000000034120001", {0x64, 0, 0, 0, 0x34, 0x12, 1, 1}},
+        // Either side of the flags' lowest bits.
+        {"00000000FFFF0000", {0x64, 0, 0, 0, 0xFF, 0xFF, 0, 0}},
+        {"0000000000000100", {0x64, 0, 0, 0, 0, 0, 1, 0}},
+        {"00000000FFFFFF00", {0x64, 0, 0, 0, 0xFF, 0xFF, 1, 0}},
+        {"0000000000000001", {0x64, 0, 0, 0, 0, 0, 1, 1}},
     };
     for (const Case& c : cases) {
         virtcam::bus::clear_faults();
@@ -367,7 +372,7 @@ TEST_F(AitCommands, PanSendsTheTiltsUpperHalfAsFlags) {
         EXPECT_EQ(Requests(), (Sequence{Read(0xA0, 0x81, 0x0D00, 0x0100, 8, 500),
                                         Write(0x20, 0x01, 0x0D00, 0x0100, c.sent, 500)}));
     }
-    EXPECT_LOG_COUNT(1, "SetPTZ_Pos is failed\r\n", 4);
+    EXPECT_LOG_COUNT(1, "SetPTZ_Pos is failed\r\n", std::size(cases));
 }
 
 TEST_F(AitCommands, PanWithoutAnAnswerSendsTiltZero) {
