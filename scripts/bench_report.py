@@ -140,9 +140,9 @@ def timed_rows(result):
                    min(ratio(cell, "mb_per_s", LOCK_STEP, LIBUVC) for cell in one_core), 0.9, 1.3)
     yield at_least("the same, each as deep as it goes without loss (worst of nine)",
                    min(ratio(cell, "mb_per_s", QUEUED, LIBUVC) for cell in one_core), 1.3, 1.3)
-    yield shown("a bare hand-over against libuvc, one core, every byte read, lock step (worst of nine)",
+    yield shown("a bare client of libusb against libuvc, the same cells, lock step (worst of nine)",
                 min(ratio(cell, "mb_per_s", BARE, LIBUVC) for cell in one_core))
-    yield shown("throughput against a bare hand-over's, the same cells (worst of nine)",
+    yield shown("throughput against the bare client's, lock step (worst of nine)",
                 min(ratio(cell, "mb_per_s", LOCK_STEP, BARE) for cell in one_core))
     yield at_least("CPU per byte, libuvc / plug-in, one core, every byte read (median of nine)",
                    median(ratio(cell, "cpu_ns_per_byte", LIBUVC, QUEUED) for cell in one_core),
@@ -179,7 +179,7 @@ def table(all_rows):
 
 STYLE = ('<style>text{font:12px sans-serif;fill:#222}.t{font-size:15px;font-weight:bold}'
          '.s{fill:#666}.g{stroke:#ddd}.l{stroke:#c33;stroke-dasharray:5 4}</style>')
-COLOURS = ("#2b6cb0", "#dd8b2f", "#3a9a5b")
+COLOURS = ("#2b6cb0", "#dd8b2f", "#3a9a5b", "#999999")
 
 
 def svg(width, height, parts):
@@ -194,15 +194,15 @@ def text(x, y, words, kind="", anchor="start"):
 
 def bars(title, note, groups, series):
     """A picture of ratios: `groups` are (name, values), one value for each of `series`."""
-    left, right, top, line, gap = 150, 60, 70, 15, 10
+    left, right, top, line, gap, pitch = 150, 60, 70, 15, 10, 190
     step = line * len(series) + gap
     largest = max(value for _, values in groups for value in values)
-    width, height = 760, top + step * len(groups) + 30
+    width, height = max(760, left + pitch * len(series)), top + step * len(groups) + 30
     scale = (width - left - right) / largest
     parts = [text(20, 24, title, "t"), text(20, 42, note, "s")]
     for i, name in enumerate(series):
-        parts.append(f'<rect x="{left + i * 190}" y="50" width="10" height="10" '
-                     f'fill="{COLOURS[i]}"/>' + text(left + i * 190 + 15, 59, name))
+        parts.append(f'<rect x="{left + i * pitch}" y="50" width="10" height="10" '
+                     f'fill="{COLOURS[i]}"/>' + text(left + i * pitch + 15, 59, name))
     for g, (name, values) in enumerate(groups):
         y = top + g * step
         parts.append(text(left - 8, y + line * len(series) / 2 + 4, name, anchor="end"))
@@ -225,16 +225,17 @@ def ratio_picture(result, cores, read):
                    key=lambda cell: (cell["frame"], cell["payload"]))
     if not found:
         return None
-    groups = [(cell_name(cell), [ratio(cell, "mb_per_s", LOCK_STEP, LIBUVC),
-                                 ratio(cell, "mb_per_s", QUEUED, LIBUVC),
-                                 ratio(cell, "cpu_ns_per_byte", LIBUVC, QUEUED)]) for cell in found]
+    series = [("throughput, lock step", "mb_per_s", LOCK_STEP, LIBUVC),
+              ("throughput, queue used", "mb_per_s", QUEUED, LIBUVC)]
+    if cores == 1:  # on two, a thread that spins for its next payload has no CPU time to speak of
+        series.append(("CPU per byte, queue used", "cpu_ns_per_byte", LIBUVC, QUEUED))
+    if all(runs_of(cell, *BARE) for cell in found):
+        series.append(("bare client, lock step", "mb_per_s", BARE, LIBUVC))
     where = f"{'one core' if cores == 1 else 'two cores'}, every byte {'' if read else 'not '}read"
-    series = ["throughput, lock step", "throughput, queue used", "CPU per byte, queue used"]
-    if cores == 2:  # where a thread that spins for its next payload has no CPU time to speak of
-        groups, series = [(name, values[:2]) for name, values in groups], series[:2]
     return bars(f"Plug-in against libuvc: {where}",
-                "frame size in payload size; medians of paired runs, larger is better for the plug-in",
-                groups, series)
+                "frame size in payload size; medians of paired runs, larger is better than libuvc",
+                [(cell_name(cell), [ratio(cell, *what) for _, *what in series]) for cell in found],
+                [name for name, *_ in series])
 
 
 def latency_picture(result):

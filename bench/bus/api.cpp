@@ -290,7 +290,8 @@ extern "C" {
 int libusb_init(libusb_context** context) {
     auto* made = new libusb_context;
     made->devices[0] = {made, Side::kPlugin, describe(kCameraVendor, kCameraProduct)};
-    made->devices[1] = {made, Side::kLibuvc, describe(bench::kLibuvcVendor, bench::kLibuvcProduct)};
+    made->devices[1] = {made, Side::kLibuvc, describe(bench::kPlainVendor, bench::kLibuvcProduct)};
+    made->devices[2] = {made, Side::kBare, describe(bench::kPlainVendor, bench::kBareProduct)};
     *context = made;
     return 0;
 }

@@ -78,7 +78,6 @@ class Stream {
 };
 
 Stream& stream(Side side);
-uint32_t payload_bytes();
 unsigned iso_packet_bytes();
 bool iso_paced();
 

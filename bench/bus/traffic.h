@@ -1,7 +1,8 @@
 // What the devices of the measuring bus send, and what was seen of it.
 //
-// The bus takes libusb-1.0.so.0's place. It has two devices: the camera for the plug-in, and a plain
-// UVC camera for libuvc. Both send the same frames as fast as memory allows or at a set rate. A
+// The bus takes libusb-1.0.so.0's place. It has three devices: the camera for the plug-in, and plain
+// UVC cameras for libuvc and for a bare client. All send the same frames as fast as memory allows or
+// at a set rate. A
 // completion is made inside the event handling of the program under test, on its event thread, as
 // libusb makes them. It costs as little as can be: the data of a payload lies in the transfer's
 // buffer from its first submission on, only headers and stamps are written, so what is measured is
@@ -16,8 +17,8 @@
 
 namespace bench {
 
-enum class Side { kPlugin, kLibuvc };
-constexpr int kSides = 2;
+enum class Side { kPlugin, kLibuvc, kBare };
+constexpr int kSides = 3;
 
 /// What every payload is, apart from its place in a frame.
 enum class PayloadKind {
@@ -44,8 +45,9 @@ struct Traffic {
 
 /// The payload size that the devices negotiate from now on, header included, in bytes.
 void set_payload_bytes(uint32_t bytes);
-/// The identity of libuvc's device.
-constexpr uint16_t kLibuvcVendor = 0x1209, kLibuvcProduct = 0x0001;
+uint32_t payload_bytes();
+/// The identities of the plain devices.
+constexpr uint16_t kPlainVendor = 0x1209, kLibuvcProduct = 0x0001, kBareProduct = 0x0002;
 
 /// Starts sending; what was sent before is over. The counts begin anew.
 void send(Side side, const Traffic& traffic);

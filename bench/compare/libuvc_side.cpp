@@ -19,7 +19,7 @@ class LibuvcSide : public StreamSide {
   public:
     LibuvcSide() : StreamSide(Side::kLibuvc) {
         check(uvc_init(&context_, nullptr), "init");
-        check(uvc_find_device(context_, &device_, kLibuvcVendor, kLibuvcProduct, nullptr), "find");
+        check(uvc_find_device(context_, &device_, kPlainVendor, kLibuvcProduct, nullptr), "find");
         check(uvc_open(device_, &handle_), "open");
     }
     ~LibuvcSide() override {

@@ -12,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include "bench/compare/bare_stream.h"
 #include "bench/compare/bare_wakeup.h"
 #include "bench/compare/sides.h"
 
@@ -37,6 +36,7 @@ constexpr uint32_t kFrames[] = {20'000, 200'000, 1'500'000};
 constexpr uint32_t kPayloads[] = {8192, 16384, 65536};
 constexpr uint64_t kDeepWindow = 4;  // the plug-in has five buffers, one of which is being filled
 constexpr double kMillion = 1e6;
+constexpr const char* kSideNames[kSides] = {"plugin", "libuvc", "bare"};
 
 /// So many frames of a size take some 20 ms.
 uint64_t frames_for(uint32_t bytes) {
@@ -140,7 +140,16 @@ class Sections {
     json growth();
 
   private:
-    StreamSide& side(Side which) { return which == Side::kPlugin ? *plugin_ : *libuvc_; }
+    StreamSide& side(Side which) {
+        switch (which) {
+            case Side::kPlugin:
+                return *plugin_;
+            case Side::kLibuvc:
+                return *libuvc_;
+            default:
+                return *bare_;
+        }
+    }
     void open_plugin() {
         if (plugin_ == nullptr) {
             plugin_ = make_plugin_side(options_.plugin);
@@ -169,7 +178,7 @@ class Sections {
         traffic.window = window;
         traffic.header_only_end = which == Side::kPlugin;
         json result = run_side(which, traffic, plan);
-        result["side"] = which == Side::kPlugin ? "plugin" : "libuvc";
+        result["side"] = kSideNames[static_cast<int>(which)];
         result["window"] = window;
         return result;
     }
@@ -178,7 +187,7 @@ class Sections {
 
     const Options options_;
     CopyFloor floor_;
-    std::unique_ptr<StreamSide> plugin_, libuvc_;
+    std::unique_ptr<StreamSide> plugin_, libuvc_, bare_;
 };
 
 // --- what a stream takes -------------------------------------------------------------------------
@@ -243,7 +252,7 @@ json Sections::resources() {
 
 /// Three programs in turn: the plug-in and libuvc in lock step, and the plug-in with its queue in
 /// use, which libuvc has none of: its only buffer would be overwritten. On one core, where every byte
-/// is read, a bare hand-over besides, in lock step.
+/// is read, the bare client besides, in lock step.
 json Sections::closed_cell(uint32_t payload, uint32_t frame, int cores, bool read) {
     Traffic traffic = {.frame_bytes = frame, .spin = cores == 2, .event_cpu = 0};
     Consumption plan = {
@@ -256,8 +265,7 @@ json Sections::closed_cell(uint32_t payload, uint32_t frame, int cores, bool rea
         runs.push_back(run_closed(Side::kLibuvc, traffic, plan, 1));
         runs.push_back(run_closed(Side::kPlugin, traffic, plan, kDeepWindow));
         if (cores == 1 && read) {
-            const double ns = bare_lock_step_ns(payload, frame, plan.frames);
-            runs.push_back({{"side", "bare"}, {"window", 1}, {"mb_per_s", frame / ns * 1000}});
+            runs.push_back(run_closed(Side::kBare, traffic, plan, 1));
         }
     }
     return {{"payload", payload},
@@ -270,8 +278,10 @@ json Sections::closed_cell(uint32_t payload, uint32_t frame, int cores, bool rea
 
 json Sections::closed() {
     json cells = json::array();
+    bare_ = make_bare_side();
     for (const uint32_t payload : kPayloads) {
         start_both(payload);
+        bare_->start();
         for (const uint32_t frame : kFrames) {
             for (const int cores : {1, 2}) {
                 for (const bool read : {false, true}) {
@@ -279,8 +289,10 @@ json Sections::closed() {
                 }
             }
         }
+        bare_->stop();
         stop_both();
     }
+    bare_.reset();
     return cells;
 }
 
@@ -343,7 +355,7 @@ json Sections::end() {
         json one = run_side(which, traffic, plan);
         // The lower tenth: what other programs add says nothing of the end of a frame.
         one["share_of_period"] = one["p10_us"].get<double>() / (kMillion / kRate);
-        result[which == Side::kPlugin ? "plugin" : "libuvc"] = one;
+        result[kSideNames[static_cast<int>(which)]] = one;
     }
     stop_both();
     return result;

@@ -1,4 +1,4 @@
-// The two programs that are compared, each with its consumer. Both streams may be open at once; the
+// The programs that are compared, each with its consumer. Both streams may be open at once; the
 // bus sends on one of them at a time.
 #pragma once
 
@@ -32,5 +32,7 @@ class StreamSide {
 std::unique_ptr<StreamSide> make_plugin_side(const std::string& library);
 /// Debian's libuvc.
 std::unique_ptr<StreamSide> make_libuvc_side();
+/// The least that a client of libusb can do: bounds the other two.
+std::unique_ptr<StreamSide> make_bare_side();
 
 }  // namespace bench
