@@ -1,6 +1,7 @@
 // Init and the hand-over: answers, states, adapters.
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
@@ -167,6 +168,26 @@ TEST_F(Initialisation, WorksFromItsOwnCallbackAnyNumberOfTimes) {
     virtcam::bus::plug();
     EXPECT_TRUE(Init());
     ExpectUnusualRelease();
+}
+
+/// Two loaders at once would meet at the camera. The wait is what one that does not wait is given.
+TEST_F(Initialisation, FromItsCallbackBeginsWhenTheCallbackHasEnded) {
+    static std::atomic<bool> began;
+    began = false;
+    virtcam::bus::unplug();
+    Create();
+    camera_->Init(
+        [](bool usable) {
+            LogRecorder::instance().reset();
+            g_pCamera->Init(InitAnswers::Callback, 0);
+            constexpr std::chrono::milliseconds kChance{50};
+            began = LogRecorder::instance().wait_for(4, "CCameraFwLoader::Run()\r\n", kChance);
+            InitAnswers::Callback(usable);
+        },
+        0);
+    EXPECT_TRUE(InitAnswers::instance().Wait(2)) << log_listing();
+    EXPECT_FALSE(began);
+    EXPECT_LOG(4, "CCameraFwLoader::Run()\r\n");
 }
 
 TEST_F(Initialisation, DestructionFromItsCallbackIsRefused) {

@@ -88,6 +88,15 @@ TEST_F(ErrorDetector, AfterALossEverySixthPFrameAsksAgain) {
     }
 }
 
+/// A stream whose first key frame was lost, too.
+TEST_F(ErrorDetector, CountsToSixWhereNoKeyFrameHasComeYet) {
+    detector_.ChangeStatus(kForce);
+    for (unsigned sequence = 11; sequence < 16; ++sequence) {
+        EXPECT_EQ(P(sequence), kDrop) << sequence;
+    }
+    EXPECT_EQ(P(16), kForce);
+}
+
 TEST_F(ErrorDetector, AKeyFrameEndsTheDropping) {
     Key(1);
     detector_.ChangeStatus(kForce);
