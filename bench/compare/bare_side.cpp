@@ -61,11 +61,9 @@ class BareSide : public StreamSide {
             return;
         }
         stopping_ = true;
-        for (libusb_transfer* transfer : transfers_) {
-            libusb_cancel_transfer(transfer);
-        }
+        cancel_transfers();
         events_.join();
-        pthread_mutex_lock(&mutex_);
+        pthread_mutex_lock(&mutex_);  // the reader waits, or has yet to look
         pthread_mutex_unlock(&mutex_);
         pthread_cond_signal(&changed_);
         reader_.join();
@@ -108,8 +106,16 @@ class BareSide : public StreamSide {
             pthread_cond_signal(&changed_);
         }
     }
+    void cancel_transfers() {
+        for (libusb_transfer* transfer : transfers_) {
+            libusb_cancel_transfer(transfer);
+        }
+    }
     void handle_events() {
         while (in_flight_ != 0) {
+            if (stopping_) {
+                cancel_transfers();  // one may have been on its way when the stop looked
+            }
             libusb_handle_events_completed(context_, nullptr);
         }
     }
