@@ -233,7 +233,7 @@ def ratio_picture(result, cores, read):
         series.append(("bare client, lock step", "mb_per_s", BARE, LIBUVC))
     where = f"{'one core' if cores == 1 else 'two cores'}, every byte {'' if read else 'not '}read"
     return bars(f"Plug-in against libuvc: {where}",
-                "frame size in payload size; medians of paired runs, larger is better than libuvc",
+                "frame size in payload size; medians of paired runs, above 1 is better than libuvc",
                 [(cell_name(cell), [ratio(cell, *what) for _, *what in series]) for cell in found],
                 [name for name, *_ in series])
 

@@ -2,11 +2,10 @@
 //
 // The bus takes libusb-1.0.so.0's place. It has three devices: the camera for the plug-in, and plain
 // UVC cameras for libuvc and for a bare client. All send the same frames as fast as memory allows or
-// at a set rate. A
-// completion is made inside the event handling of the program under test, on its event thread, as
-// libusb makes them. It costs as little as can be: the data of a payload lies in the transfer's
-// buffer from its first submission on, only headers and stamps are written, so what is measured is
-// the program under test.
+// at a set rate. A completion is made inside the event handling of the program under test, on its
+// event thread, as libusb makes them. It costs as little as can be: the data of a payload lies in the
+// transfer's buffer from its first submission on, only headers and stamps are written, so what is
+// measured is the program under test.
 #pragma once
 
 #include <sys/time.h>

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
@@ -75,7 +76,7 @@ class BareSide : public StreamSide {
   private:
     struct Frame {
         std::vector<uint8_t> data;
-        size_t size;
+        size_t size = 0;
     };
 
     static void on_payload(libusb_transfer* transfer) {

@@ -1,4 +1,4 @@
-// The programs that are compared, each with its consumer. Both streams may be open at once; the
+// The programs that are compared, each with its consumer. All streams may be open at once; the
 // bus sends on one of them at a time.
 #pragma once
 
