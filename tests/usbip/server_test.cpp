@@ -50,6 +50,7 @@ class Client {
             return bytes;  // recv() would wait for something to not fetch
         }
         const ssize_t got = ::recv(fd_.get(), bytes.data(), size, MSG_WAITALL);
+        EXPECT_TRUE(got >= 0 || errno != EAGAIN) << "the server said nothing for a minute";
         bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
         return bytes;
     }
@@ -213,6 +214,18 @@ TEST_F(ServerTest, UnplugClosesTheConnectionAndReplugOffersTheCameraAgain) {
     EXPECT_EQ(import_reply_status(refused.receive(kOpHeaderBytes)), 4u);
     EXPECT_EQ(command("plug"), "ok");
     import();
+}
+
+TEST_F(ServerTest, SlowPictureHoldsNoDepartureUp) {
+    const ::test::HeldEncoder picture;
+    const auto client = import();
+    start_video(*client, kMultiplexed);
+    ASSERT_TRUE(picture.is_reached());
+    client->send(control_submit(1, {0x20, 1, 0x0400, 0x0600, 8}, Bytes{1, 0, 3, 0, 0, 0, 0, 0}));
+    client->send(control_submit(2, {0x20, 1, 0x0400, 0x0600, 8}, Bytes{1, 1, 3, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(client->reply(false).status, 0);
+    EXPECT_EQ(client->reply(false).status, 0) << "burns nothing, and restarts";
+    EXPECT_TRUE(client->closed_by_server());
 }
 
 TEST_F(ServerTest, ResetReplacesTheCamera) {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <thread>
 
+#include "tests/support/broken_encoder.h"
 #include "tests/virtbus/bus_fixture.h"
 
 namespace virtcam::bus::test {
@@ -242,6 +243,22 @@ TEST_F(Transfers, UnplugEndsAllWithNoDevice) {
     EXPECT_EQ(video.status(), LIBUSB_TRANSFER_NO_DEVICE);
     EXPECT_EQ(audio.status(), LIBUSB_TRANSFER_NO_DEVICE);
     EXPECT_EQ(video.submit(), LIBUSB_ERROR_NO_DEVICE);
+}
+
+TEST_F(OpenFixture, SlowPictureHoldsNoDepartureUp) {
+    const ::test::HeldEncoder picture;
+    start_video();
+    ASSERT_TRUE(picture.is_reached());
+    Transfer transfer = Transfer::bulk(handle_);
+    ASSERT_EQ(transfer.submit(), 0);
+    for (const uint8_t selector : {0, 1}) {  // burns nothing, and restarts
+        std::array<uint8_t, 8> command{1, selector, 3};
+        ASSERT_EQ(libusb_control_transfer(handle_, 0x20, 0x01, 0x0400, 0x0600, command.data(),
+                                          command.size(), 1000),
+                  8);
+    }
+    ASSERT_TRUE(handle_events_until(context_, [&] { return transfer.completions() == 1; }));
+    EXPECT_EQ(transfer.status(), LIBUSB_TRANSFER_NO_DEVICE);
 }
 
 TEST_F(Transfers, UnplugDuringASynchronousCall) {
