@@ -1,7 +1,7 @@
 """Turns what scripts/bench has measured into a table of figures with their gates, and pictures."""
 
-import statistics
 from collections import namedtuple
+from statistics import median
 
 # exact: a count or a ratio of counts, which no noise of the machine moves.
 Row = namedtuple("Row", "name value unit gate goal text exact passes reaches")
@@ -13,11 +13,6 @@ PAYLOAD_NAMES = {8192: "8 KB", 16384: "16 KB", 65536: "64 KB"}
 
 # --- figures -------------------------------------------------------------------------------------
 
-def median(values):
-    values = list(values)
-    return statistics.median(values) if values else float("nan")
-
-
 def runs_of(cell, side, window=None):
     return [run for run in cell["runs"]
             if run["side"] == side and (window is None or run["window"] == window)]
@@ -25,9 +20,10 @@ def runs_of(cell, side, window=None):
 
 def ratio(cell, name, above, below):
     """`name` of one side and window divided by that of another: the median over the pairs of runs
-    that followed each other, so that a load that comes and goes meets both of a pair."""
-    return median(one[name] / other[name]
-                  for one, other in zip(runs_of(cell, *above), runs_of(cell, *below)))
+    that followed each other, so that a load that comes and goes meets both of a pair. ValueError
+    when there are none, or one of a pair is missing: no gate is passed by what was not measured."""
+    return median(one[name] / other[name] for one, other in
+                  zip(runs_of(cell, *above), runs_of(cell, *below), strict=True))
 
 
 LOCK_STEP, QUEUED, LIBUVC = ("plugin", 1), ("plugin", 4), ("libuvc", 1)
