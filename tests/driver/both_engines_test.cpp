@@ -143,15 +143,21 @@ TYPED_TEST(EngineStream, ShortMemoryReleasesEverythingAndFailsTheStart) {
 
 TYPED_TEST(EngineStream, StopWakesABlockedConsumerAndWaitsUntilItHasLeft) {
     ASSERT_EQ(this->Start(), 0);
+    system_calls().endless_timed_waits = true;
     auto consumer = std::async(std::launch::async, [&] {
         uint8_t byte;
         return this->m_Engine->ReadFrame(&byte, 1);
     });
-    while (this->m_Engine->Queue()->GetNumWaiters() == 0) {
+    auto* queue = this->m_Engine->Queue();
+    while (queue->GetNumWaiters() == 0) {
         std::this_thread::yield();
     }
     this->Stop();
-    EXPECT_EQ(consumer.wait_for(300ms), std::future_status::ready);
+    const bool left = LogRecorder::instance().count_containing("A consumer does not leave") == 0;
+    EXPECT_TRUE(left);
+    if (!left) {
+        queue->WakeWait();
+    }
     EXPECT_EQ(consumer.get(), 0u);
 }
 
