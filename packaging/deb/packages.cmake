@@ -59,9 +59,9 @@ set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS ${same_version})
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_GSTREAMER_DESCRIPTION "GStreamer plug-in for the television's camera
-The source element aitcamsrc brings the streams of the camera into any GStreamer
-pipeline: H.264, JPEG, raw pictures and sound. A device provider lists the camera
-while it is plugged in.")
+The source element aitcamsrc brings the streams of the camera into any
+GStreamer pipeline: H.264, JPEG, raw pictures and sound. A device provider
+lists the camera while it is plugged in.")
 
 # --- what Debian wants in every package
 execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/debian-changelog
@@ -74,5 +74,12 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   set(documents ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz ${CMAKE_CURRENT_LIST_DIR}/copyright
     DESTINATION ${documents} COMPONENT ${component})
+  string(REPLACE "\n" ";" lines "${CPACK_DEBIAN_${upper}_DESCRIPTION}")
+  foreach(line IN LISTS lines)
+    string(LENGTH "${line}" length)
+    if(length GREATER 79)  # 80 with the space that Debian's form puts before it
+      message(FATAL_ERROR "The description of package ${component} has a line too long: ${line}")
+    endif()
+  endforeach()
 endforeach()
 include(CPack)
