@@ -344,6 +344,7 @@ TEST_F(Threads, ADetachedObjectMayBeDestroyedInsideItsOwnRun) {
         true);
     thread->Start("self-deleting");
     EXPECT_TRUE(said.Hear());
+    EXPECT_EQ(system_calls().detached_threads.exchange(0), 1);
 }
 
 TEST_F(Threads, StopFromInsideRunLeavesTheWaitToTheOwner) {
@@ -491,6 +492,7 @@ TEST_F(Threads, DetachedThreadsAreCancellableAtAnyPointAndStopCancelsThem) {
     EXPECT_EQ(seen.detachState, PTHREAD_CREATE_DETACHED);
     EXPECT_EQ(seen.state, PTHREAD_CANCEL_ENABLE);
     EXPECT_EQ(seen.type, PTHREAD_CANCEL_ASYNCHRONOUS);
+    EXPECT_EQ(system_calls().detached_threads.exchange(0), 1);
 }
 #endif
 

@@ -1,5 +1,6 @@
 // Base of the tests of the statically linked plug-in: each test starts with an empty log at level
-// 5, shortened sleeps and no failing system calls.
+// 5, shortened sleeps and no failing system calls. None of the plug-in's threads may be detached: a
+// stop would cancel it wherever it is.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -20,7 +21,10 @@ class PluginTest : public ::testing::Test {
         TestClock::instance().reset();
         reset_system_calls();
     }
-    ~PluginTest() override { reset_system_calls(); }
+    ~PluginTest() override {
+        EXPECT_EQ(system_calls().detached_threads, 0);
+        reset_system_calls();
+    }
 
     LogRecorder& log() { return LogRecorder::instance(); }
     TestClock& clock() { return TestClock::instance(); }

@@ -65,6 +65,7 @@ void reset_system_calls() {
     failures.last_priority_which = -1;
     failures.last_priority_who = -1;
     failures.timed_wait_calls = 0;
+    failures.detached_threads = 0;
     run_out_of_threads(-1);
     std::lock_guard lock(deadlines().mutex);
     deadlines().lengths.clear();
@@ -131,6 +132,13 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attribute, vo
                           void* argument) {
     test::SystemCallFailures& failures = test::system_calls();
     failures.setpriority_calls_at_create = failures.setpriority_calls.load();
+    int detach_state = PTHREAD_CREATE_JOINABLE;
+    if (attribute != nullptr) {
+        pthread_attr_getdetachstate(attribute, &detach_state);
+    }
+    if (detach_state == PTHREAD_CREATE_DETACHED) {
+        ++failures.detached_threads;
+    }
     const int error = test::take_thread() ? failures.pthread_create.load() : EAGAIN;
     if (error != 0) {
         *thread = pthread_self();  // as the C library, which stores an id before it fails

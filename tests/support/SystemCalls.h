@@ -30,6 +30,7 @@ struct SystemCallFailures {
     std::atomic<int> last_priority_which{-1};
     std::atomic<long> last_priority_who{-1};
     std::atomic<int> timed_wait_calls{0};
+    std::atomic<int> detached_threads{0};
 };
 
 SystemCallFailures& system_calls();
