@@ -82,4 +82,6 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     endif()
   endforeach()
 endforeach()
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME aitorixcamera COMPONENT plugin)
 include(CPack)
