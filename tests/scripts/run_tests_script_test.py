@@ -84,7 +84,6 @@ class Stages(unittest.TestCase):
         self.assertEqual([stage[0] for stage in tally.stages], ["measurements"])
         check.assert_called_once()
 
-
     def test_everything_is_run_where_everything_is_asked_for(self):
         """No stage falls over its own feet: every command is made, and counts as passed."""
         def all_is_well(tally, name, *_, **__):
@@ -95,11 +94,15 @@ class Stages(unittest.TestCase):
         options = types.SimpleNamespace(full=True, only=None, jobs=1, preset="release")
         with contextlib.redirect_stdout(io.StringIO()), \
                 unittest.mock.patch.object(run_tests, "build", return_value=True), \
-                unittest.mock.patch.object(run_tests, "run_ctest"), \
+                unittest.mock.patch.object(run_tests, "make_sysroot") as sysroot, \
+                unittest.mock.patch.object(run_tests, "run_ctest") as ctest, \
                 unittest.mock.patch.object(run_tests, "check", all_is_well), \
                 unittest.mock.patch.object(run_tests, "run_scenarios") as scenarios:
             run_tests.run_all(tally, options)
         self.assertEqual(tally.failures, [])
+        self.assertEqual([call.args[1] for call in ctest.call_args_list],
+                         ["release", "asan", "tsan", "armhf"])
+        sysroot.assert_called_once_with(tally, "armhf")
         self.assertEqual([call.args[3] for call in scenarios.call_args_list],
                          ["scripts/foreign-hosts", "scripts/system-test"])
         self.assertIn("measurements", [name for name, *_ in tally.stages])
